@@ -1,0 +1,33 @@
+# Entry points: `make demo`, `make test`, `make check`, `make bench`, `make asan`.
+PRESET ?= default
+JOBS ?= $(shell nproc)
+BUILD_DIR := build/$(PRESET)
+
+.PHONY: all deps configure build test check bench asan clean
+
+all: build
+
+deps:
+	scripts/install-deps.sh
+
+configure: deps
+	cmake --preset $(PRESET) >/dev/null
+
+build: configure
+	cmake --build --preset $(PRESET) -j $(JOBS)
+
+test: build
+	ctest --preset $(PRESET) -j $(JOBS) -L 'unit|integration|realclient'
+
+check: build
+	ctest --preset $(PRESET) -j $(JOBS) -L unit
+
+bench:
+	$(MAKE) build PRESET=release
+	build/release/vorel_bench
+
+asan:
+	$(MAKE) test PRESET=asan
+
+clean:
+	rm -rf build

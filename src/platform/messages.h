@@ -1,0 +1,31 @@
+#pragma once
+// How the logic speaks to the user without knowing the front end.
+//
+// Warnings are one-line notes about input that the logic worked around (a line that
+// did not scan, a file that could not be opened). Popups are the program's blocking
+// messages, with a title ("Error message") and a text. Progress is a percentage of the
+// running worker. A front end installs its own handlers; the defaults write to stderr.
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace vorel::platform {
+
+struct Messages {
+  std::function<void(std::string_view text)> warning;
+  std::function<void(std::string_view title, std::string_view text)> popup;
+  std::function<void(double percent)> progress;
+  // Plain messages the program prints on the standard output (file creation notes).
+  std::function<void(std::string_view text)> info;
+
+  void Warn(std::string_view text) const;
+  void Popup(std::string_view title, std::string_view text) const;
+  void Progress(double percent) const;
+  void Info(std::string_view text) const;
+
+  static Messages Stderr();
+  static Messages Silent();
+};
+
+}  // namespace vorel::platform

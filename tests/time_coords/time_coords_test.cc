@@ -1,0 +1,105 @@
+#include "app/time_coords/time_coords.h"
+
+#include <cmath>
+
+#include <gtest/gtest.h>
+
+namespace vorel::time_coords {
+namespace {
+
+TEST(TimeCoords, WeekWrapFoldsOnceAndKeepsTheBounds) {
+  EXPECT_EQ(WrapWeekSeconds(302400.0), 302400.0);
+  EXPECT_EQ(WrapWeekSeconds(-302400.0), -302400.0);
+  EXPECT_EQ(WrapWeekSeconds(302401.0), 302401.0 - 604800.0);
+  EXPECT_EQ(WrapWeekSeconds(-302401.0), -302401.0 + 604800.0);
+  EXPECT_EQ(WrapWeekSeconds(2e6), 2e6 - 604800.0);  // one fold only
+  EXPECT_EQ(DayIndex(12, 31), 391);
+}
+
+TEST(TimeCoords, CalendarDatesCheckedByHand) {
+  GpsTime t;
+  CalendarToGpsTime(1980, 1, 6, 0, 0, 0.0, 0, t);
+  EXPECT_EQ(t.week, 0);
+  EXPECT_EQ(t.secondsOfWeek, 0.0);
+  // 1 January 2022 was a Saturday of GPS week 2190: day 6 of the week.
+  CalendarToGpsTime(2022, 1, 1, 0, 0, 0.0, 0, t);
+  EXPECT_EQ(t.week, 2190);
+  EXPECT_EQ(t.secondsOfWeek, 6 * 86400.0);
+  // 1 July 2010 12:30:15 (Thursday) is week 1590, 4 days + 45015 s.
+  CalendarToGpsTime(2010, 7, 1, 12, 30, 15.0, 0, t);
+  EXPECT_EQ(t.week, 1590);
+  EXPECT_NEAR(t.secondsOfWeek, 4 * 86400.0 + 45015.0, 1e-6);
+  // Leap seconds are added as given, without a fold at the top of the week.
+  CalendarToGpsTime(2010, 7, 3, 23, 59, 59.0, 15, t);
+  EXPECT_NEAR(t.secondsOfWeek, 604799.0 + 15, 1e-6);
+  EXPECT_EQ(t.week, 1590);
+  // A negative result is carried into the week before.
+  CalendarToGpsTime(2010, 7, 4, 0, 0, 0.0, -10, t);
+  EXPECT_EQ(t.week, 1590);
+  EXPECT_NEAR(t.secondsOfWeek, 604790.0, 1e-6);
+}
+
+TEST(TimeCoords, LeapDaysFollowOneAnotherAndEveryFourthYearLeaps) {
+  GpsTime feb29, mar1, feb28;
+  CalendarToGpsTime(2024, 2, 29, 0, 0, 0.0, 0, feb29);
+  CalendarToGpsTime(2024, 3, 1, 0, 0, 0.0, 0, mar1);
+  CalendarToGpsTime(2024, 2, 28, 0, 0, 0.0, 0, feb28);
+  auto days = [](const GpsTime& t) { return t.week * 7 + t.secondsOfWeek / 86400.0; };
+  EXPECT_EQ(days(mar1) - days(feb29), 1.0);
+  EXPECT_EQ(days(feb29) - days(feb28), 1.0);
+  // The program counts 2100 as a leap year: 1 March 2100 is two days after 28 February.
+  GpsTime a, b;
+  CalendarToGpsTime(2100, 2, 28, 0, 0, 0.0, 0, a);
+  CalendarToGpsTime(2100, 3, 1, 0, 0, 0.0, 0, b);
+  EXPECT_EQ(days(b) - days(a), 2.0);
+}
+
+TEST(TimeCoords, GeodeticRoundTripAndKnownPoints) {
+  Ecef p;
+  GeodeticToEcef(0.0, 0.0, 0.0, p);
+  EXPECT_NEAR(p.x, 6378137.0, 1e-6);
+  EXPECT_NEAR(p.y, 0.0, 1e-6);
+  GeodeticToEcef(90.0, 0.0, 0.0, p);
+  EXPECT_NEAR(p.z, 6356752.314, 1e-3);  // WGS84 polar radius
+  for (double lat : {-89.0, -45.0, 0.5, 33.3, 60.0}) {
+    for (double lon : {1.0, 100.0, 250.0}) {
+      GeodeticToEcef(lat, lon, 1234.5, p);
+      Geodetic g;
+      ASSERT_EQ(EcefToGeodetic(p.x, p.y, p.z, g), 0);
+      EXPECT_NEAR(g.latitude, lat, 1e-8);
+      EXPECT_NEAR(g.longitude, lon, 1e-9);
+      EXPECT_NEAR(g.height, 1234.5, 1e-3);
+    }
+  }
+  // Negative longitudes come back in 0..360.
+  GeodeticToEcef(10.0, -30.0, 0.0, p);
+  Geodetic g;
+  EcefToGeodetic(p.x, p.y, p.z, g);
+  EXPECT_NEAR(g.longitude, 330.0, 1e-9);
+}
+
+TEST(TimeCoords, CentreOfTheEarthDoesNotConvergeAndLeavesRadians) {
+  Geodetic g;
+  EXPECT_EQ(EcefToGeodetic(0.0, 0.0, 0.0, g), -1);
+  EXPECT_EQ(g.longitude, 0.0);
+  // The latitude is whatever the last iteration left, not a value in degrees.
+  EXPECT_FALSE(std::fabs(g.latitude) <= 90.0 && std::fabs(g.latitude) > 3.2);
+}
+
+TEST(TimeCoords, DotAndRowMajorProduct) {
+  const double a[] = {1, 2, 3};
+  const double b[] = {4, 5, 6};
+  EXPECT_EQ(DotProduct(a, b, 3), 32.0);
+  EXPECT_EQ(DotProduct(a, b, 0), 0.0);
+  const double m[] = {1, 2, 3, 4, 5, 6};  // 2 x 3
+  const double n[] = {7, 8, 9, 10, 11, 12};  // 3 x 2
+  double out[4];
+  MatrixMultiply(m, n, 2, 3, 2, out);
+  EXPECT_EQ(out[0], 58);
+  EXPECT_EQ(out[1], 64);
+  EXPECT_EQ(out[2], 139);
+  EXPECT_EQ(out[3], 154);
+}
+
+}  // namespace
+}  // namespace vorel::time_coords
