@@ -1,0 +1,197 @@
+#include "observation/epoch.h"
+
+#include <cmath>
+
+#include "app/time_coords/time_coords.h"
+#include "observation/record_writers.h"
+#include "orbits/satellite_position.h"
+#include "platform/text_file.h"
+
+namespace vorel::observation {
+namespace {
+
+constexpr double kFirstPassTravel = 0.07004845999161192;  // 21000 km of path
+constexpr double kHalfPi = 1.5707963267948966;
+constexpr double kSignalLevel = 31.0;
+constexpr int32_t kCounterLimit = 1000;
+
+// Clears the steps of the active event that have run their course; the event ends when
+// none is left. Sizes are carried but reach no observable.
+void AdvanceEvent(ChannelEvent& event, int satellite, int32_t timeMs) {
+  if (event.active != 1 || event.prn != satellite + 1) return;
+  bool anyEnabled = false;
+  for (EventStep& step : event.steps) {
+    if (step.enabled == 1 && timeMs >= step.finishEpoch) step.enabled = 0;
+    if (step.enabled != 0) anyEnabled = true;
+  }
+  if (!anyEnabled) event.active = 0;
+}
+
+}  // namespace
+
+int ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, EpochLoop& loop,
+                 EpochResult& result, double latitudeRad, double longitudeRad, double altitude,
+                 int32_t timeMs) {
+  result.channelCount = 0;
+  for (EpochChannel& channel : result.channels) channel.valid = 0;
+
+  platform::OutputFile* file = args.outputFile;
+  if (loop.firstEpochDone && file) {
+    if (args.recordType == kRecordLog) WriteLogLine(*file, timeMs);
+    if (args.recordType == kRecordGod) WriteGodItem(*file, timeMs);
+  }
+
+  const double t = 0.001 * timeMs;
+  int channelIndex = -1;
+  double ionoDelay = 0.0;
+  int32_t bubbleClass = 0;
+  orbits::Vec3 position{};
+  orbits::Vec3 rotated{};
+  double relativisticTerm = 0.0;
+  double noise[2];
+  const double* rx = loop.receiverEcef.data();
+
+  std::vector<DisplayRow>& display = env.state.displayRows;
+  if (static_cast<int>(display.size()) < args.satelliteCount) display.resize(args.satelliteCount);
+
+  for (int s = 0; s < args.satelliteCount; ++s) {
+    DisplayRow& row = display[s];
+    row.visible = 0;
+    row.status = env.table.rows[s].trueRecords[0].status;
+    if (row.status != orbits::kStatusUsable) continue;
+
+    orbits::SelectOrbitRecord(t, env.table, s);
+
+    double range = 0.0;
+    double travel = kFirstPassTravel;
+    double tTransmit = t;
+    double elevation = 0.0;
+    double azimuth = 0.0;
+    double los[3] = {0.0, 0.0, 0.0};
+    bool aboveMask = true;
+    for (int pass = 0; pass < 2; ++pass) {
+      travel = pass == 0 ? kFirstPassTravel : range / kSpeedOfLight;
+      tTransmit = t - travel;
+      orbits::SatellitePosition(env.table, tTransmit, s, position, relativisticTerm);
+      orbits::RotateForEarthSpin(travel, position, rotated);
+      const double dx = rotated[0] - rx[0];
+      const double dy = rotated[1] - rx[1];
+      const double dz = rotated[2] - rx[2];
+      range = std::sqrt(dx * dx + dy * dy + dz * dz);
+      if (pass == 0) {
+        los[0] = dx / range;
+        los[1] = dy / range;
+        los[2] = dz / range;
+        const double zenith = std::acos(time_coords::DotProduct(los, loop.upRow.data(), 3));
+        elevation = kHalfPi - zenith;
+        const double sinZenith = std::sin(zenith);
+        const double n = time_coords::DotProduct(los, loop.northRow.data(), 3) / sinZenith;
+        azimuth = std::acos(n);
+        if (time_coords::DotProduct(los, loop.eastRow.data(), 3) / sinZenith < 0.0)
+          azimuth = -azimuth;
+        if (args.elevationMask > elevation) {
+          aboveMask = false;
+          break;
+        }
+      }
+    }
+
+    if (aboveMask) {
+      AtmosphereCache& cache = loop.cache[s];
+      if (env.state.AtmosphereEpochCounter == 0) {
+        if (args.ionoEnabled == 1 && env.atmosphere) {
+          if (args.ionoModel == 1) {
+            ionoDelay =
+                env.atmosphere->Klobuchar(latitudeRad, longitudeRad, azimuth, elevation, tTransmit);
+            bubbleClass = 0;
+          } else {
+            AtmosphereModels::SlantInput in{latitudeRad, longitudeRad, s, rx, los, range,
+                                            rotated.data(), args.month, args.universalTime,
+                                            args.solarFlux, &args.bubble, timeMs};
+            env.atmosphere->SlantIonosphere(in, ionoDelay, bubbleClass);
+          }
+          cache.ionoDelay = ionoDelay;
+          cache.bubbleClass = bubbleClass;
+        }
+        if (args.tropoEnabled == 1 && env.atmosphere) {
+          cache.tropoDelay = env.atmosphere->Troposphere(
+              elevation * kRadToDegTropo, args.surfaceTemperature, args.surfacePressure,
+              args.surfaceHumidity, altitude, latitudeRad * kRadToDegTropo, args.dayIndex,
+              args.tropoModel);
+        }
+      } else if (args.ionoEnabled == 1) {
+        ionoDelay = cache.ionoDelay;
+        bubbleClass = cache.bubbleClass;
+      }
+
+      const double clock = orbits::SatelliteClockBias(env.table, tTransmit, s);
+
+      // The noise draws reach no observable, but they advance the run-time rand.
+      time_coords::GaussianSamples(0.0, args.codeNoiseSigma, noise, 2, env.rand);
+      time_coords::GaussianSamples(0.0, args.phaseNoiseSigma, noise, 2, env.rand);
+
+      AdvanceEvent(loop.activeEvent, s, timeMs);
+
+      if (args.stationLatchEnabled == 1 && env.state.stationLatchSet == 0) {
+        env.state.stationLatchTime = timeMs;
+        env.state.stationLatchSet = 1;
+      }
+
+      const double base = range - clock * kSpeedOfLight;
+      const double codeRange = base + ionoDelay;
+      const double carrierRange = base - ionoDelay;
+
+      double& previous = loop.previousCode[s];
+      double doppler = 0.0;
+      if (previous != 0.0) {
+        doppler = -args.carrierFrequency * (codeRange - previous) /
+                  static_cast<double>(args.intervalMs) / kSpeedOfLight;
+      }
+      previous = codeRange;
+
+      if (channelIndex + 1 < kMaxChannels) {
+        ++channelIndex;
+        EpochChannel& channel = result.channels[channelIndex];
+        channel.prn = s + 1;
+        channel.geometricRange = range;
+        channel.codeRange = codeRange;
+        channel.doppler = doppler;
+        channel.carrierCycles = carrierRange / loop.wavelength;
+        channel.carrierRange = carrierRange;
+        channel.elevation = elevation;
+        channel.azimuth = azimuth;
+        channel.valid = 1;
+        channel.signalLevel = kSignalLevel;
+        channel.bubbleClass = bubbleClass;
+        result.channelCount += 1;
+      }
+      row.visible = 1;
+    }
+
+    row.prn = s + 1;
+    row.elevation = elevation;
+    row.azimuth = azimuth;
+    row.position = rotated;
+  }
+
+  if (loop.firstEpochDone && file) {
+    if (args.recordType == kRecordRinex)
+      WriteRinexEpoch(*file, result, 0, args.rinexStandardLayout != 0);
+    if (args.recordType == kRecordSrv) WriteSrvRecord(*file, result);
+  }
+
+  if (env.state.AtmosphereEpochCounter == kCounterLimit) {
+    if (env.display)
+      env.display->UpdateMapScene(latitudeRad, longitudeRad, display, loop.lateInRun);
+    env.state.AtmosphereEpochCounter = 1;
+  } else {
+    env.state.AtmosphereEpochCounter += 1;
+  }
+
+  if (args.recordType == kRecordScn && loop.firstEpochDone && file) WriteScnRecord(*file, result);
+
+  loop.firstEpochDone = 1;
+  return 1;
+}
+
+}  // namespace vorel::observation

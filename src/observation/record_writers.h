@@ -1,0 +1,46 @@
+#pragma once
+// The record files of an observation run: .log, .god, .srv, .scn, the RINEX 2.11
+// observation file, and the skeleton of a reference station's event file. Each format
+// is fixed to the byte: the .scn record is read back by the DIF generator.
+
+#include <cstdint>
+#include <filesystem>
+
+#include "observation/epoch.h"
+
+namespace vorel::platform {
+class OutputFile;
+}
+
+namespace vorel::observation {
+
+// .log: "# <timeMs>\n" per epoch.
+void WriteLogLine(platform::OutputFile& file, int32_t timeMs);
+// .god: "\n <timeMs>" per epoch: the file opens with an empty line and has no final newline.
+void WriteGodItem(platform::OutputFile& file, int32_t timeMs);
+void WriteSrvRecord(platform::OutputFile& file, const EpochResult& result);
+void WriteScnRecord(platform::OutputFile& file, const EpochResult& result);
+
+// The fixed 15-line header; with `standardLayout` the observation types stand in their
+// RINEX 2.11 columns.
+void WriteRinexHeader(platform::OutputFile& file, bool standardLayout = false);
+// One epoch; nothing at all for an empty epoch with flag 0, 1 or 6. With `standardLayout`
+// satellite lists longer than 12 continue on continuation lines.
+void WriteRinexEpoch(platform::OutputFile& file, const EpochResult& result, int32_t eventFlag,
+                     bool standardLayout = false);
+
+// Digit 0..9 from a signal level, compared in single precision.
+int SignalStrengthDigit(double signalLevel);
+
+struct RinexCalendar {
+  int32_t year = 0, month = 0, day = 0, hour = 0, minute = 0;
+  double second = 0.0;
+};
+RinexCalendar RinexEpochCalendar(int32_t gpsWeek, int32_t timeMs);
+
+// The event-file header line (with its leading blank), as written for a station.
+extern const char kEventFileHeader[];
+// Writes the event skeleton to `path`; false when the file cannot be created.
+bool WriteEventSkeleton(const std::filesystem::path& path);
+
+}  // namespace vorel::observation

@@ -1,0 +1,32 @@
+#pragma once
+// The loop that carries one receiver through one run: a static receiver stepped by the
+// observation interval, or a trajectory file taken line by line, with reference-station
+// events, the ten-second progress tick, the speed and altitude limits, and a stop after
+// any epoch.
+
+#include <atomic>
+#include <cstdint>
+
+#include "observation/epoch.h"
+
+namespace vorel::platform {
+struct Messages;
+}
+
+namespace vorel::observation {
+
+inline constexpr char kTrajectoryFormat[] = "%s>%d%s[w1d]%f%s[w1d]%f%s[w1d]%f%s[d]";
+inline constexpr char kEventFormat[] =
+    "%s>%f%s[w1d]%d%s[w1d]%d%s[w1d]%d%s[w1d]%f%s[w1d]%f%s[w1d]%d%s[w1d]%f%s[w1d]%f%s[w1d]%d%s["
+    "w1d]%f%s[w1d]%f%s[w1d]%d%s[w1d]%f%s[w1d]%f%s[w1d]%d%s[w1d]%f%s[w1d]%f%s[w1d]%d%s[w1d]%f%s["
+    "w1d]%f%s[w1d]";
+
+// Scans one event line into `event`; returns the number of fields read (21 when whole).
+int ScanEventLine(const std::string& line, ChannelEvent& event);
+
+// Runs the loop. Returns 1 at a normal end (also after a stop), -1 when a limit was
+// exceeded or the run was refused at its start (the reason goes out as a popup).
+int SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunArgs& args, EpochResult& result,
+                       std::atomic<uint8_t>& runActive, const platform::Messages& messages);
+
+}  // namespace vorel::observation
