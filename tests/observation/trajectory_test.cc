@@ -1,0 +1,164 @@
+#include "observation/trajectory.h"
+
+#include <gtest/gtest.h>
+
+#include "observation/observation_fixture.h"
+#include "platform/messages.h"
+#include "platform/text_file.h"
+#include "test_support.h"
+
+namespace vorel::observation {
+namespace {
+
+using namespace vorel::observation::testing;
+
+class TrajectoryTest : public ::testing::Test {
+ protected:
+  TrajectoryTest() : dir("trajectory") {}
+  void SetUp() override {
+    table = std::make_unique<orbits::ConstellationTable>();
+    table->rows[0].recordCount = 1;
+    table->rows[0].trueRecords[0] = EquatorialRecord(1, 0.3);
+    args.satelliteCount = 2;
+    args.startMs = 345600000;
+    args.intervalMs = 1000;
+    args.durationArg = 60;
+    args.recordType = kRecordLog;
+    args.outputFile = &out;
+    ASSERT_TRUE(out.Open(dir / "run.log"));
+    messages.warning = [this](std::string_view w) { warnings.emplace_back(w); };
+    messages.popup = [this](std::string_view title, std::string_view text) {
+      popups.push_back(std::string(title) + ": " + std::string(text));
+    };
+    runActive = 1;
+  }
+  int Run() {
+    EpochEnvironment env{*table, state, rand};
+    const int r = SimulateTrajectory(env, args, result, runActive, messages);
+    out.Close();
+    return r;
+  }
+  std::vector<std::string> LogLines() { return test::SplitLines(test::ReadFile(dir / "run.log")); }
+  void Trajectory(const std::string& text) {
+    test::WriteFile(dir / "traj.txt", text);
+    ASSERT_TRUE(trajectory.Open(dir / "traj.txt"));
+    args.staticReceiver = 0;
+    args.trajectoryFile = &trajectory;
+  }
+
+  test::ScratchDir dir;
+  std::unique_ptr<orbits::ConstellationTable> table;
+  EpochState state;
+  platform::RandState rand;
+  TrajectoryRunArgs args;
+  EpochResult result;
+  platform::OutputFile out;
+  platform::LineReader trajectory;
+  platform::Messages messages;
+  std::vector<std::string> warnings, popups;
+  std::atomic<uint8_t> runActive{1};
+};
+
+TEST_F(TrajectoryTest, StaticRunLastsItsDurationAndSkipsTheFirstEpoch) {
+  std::vector<double> progress;
+  messages.progress = [&](double p) { progress.push_back(p); };
+  EXPECT_EQ(Run(), 1);
+  const auto lines = LogLines();
+  // 61 epochs one second apart from start + 1 s; the first is not written.
+  ASSERT_EQ(lines.size(), 60u);
+  EXPECT_EQ(lines.front(), "# 345602000");
+  EXPECT_EQ(lines.back(), "# 345661000");
+  ASSERT_EQ(progress.size(), 7u);  // six ticks, then the reset to 0
+  EXPECT_NEAR(progress[0], 1000.0 / 60, 1e-12);
+  EXPECT_EQ(progress.back(), 0.0);
+}
+
+TEST_F(TrajectoryTest, StopTakesEffectAfterTheEpochInProgress) {
+  messages.progress = [&](double p) {
+    if (p > 0) runActive = 0;
+  };
+  Run();
+  EXPECT_EQ(LogLines().size(), 10u);  // epochs 1..11, the 11th carries the first tick
+  runActive = 0;
+  ASSERT_TRUE(out.Open(dir / "run.log"));
+  Run();
+  EXPECT_TRUE(LogLines().empty());
+}
+
+TEST_F(TrajectoryTest, OneLineTrajectoryGivesTwoEpochsAtTheSameTimeAndPlace) {
+  Trajectory("345700000,0.0,0.0,10.0,x\n");
+  EXPECT_EQ(Run(), 1);
+  EXPECT_EQ(LogLines(), (std::vector<std::string>{"# 345700000"}));
+  EXPECT_TRUE(warnings.empty());
+}
+
+TEST_F(TrajectoryTest, EmptyLineEndsTheRunLikeTheEndOfTheFile) {
+  Trajectory("1000,0,0,0,x\n2000,0,0,0,x\n\n4000,0,0,0,x\n");
+  Run();
+  EXPECT_EQ(LogLines(), (std::vector<std::string>{"# 2000", "# 2000"}));
+}
+
+TEST_F(TrajectoryTest, SpeedLimitBitesAtTheTickLine) {
+  // 600 m/s east along the equator: 6 km between the first line and the eleventh.
+  std::string text;
+  for (int i = 0; i < 30; ++i)
+    text += fmt::format("{},0.0,{:.9f},0.0,x\n", 1000 * (i + 1), i * 600.0 / 111319.49);
+  Trajectory(text);
+  EXPECT_EQ(Run(), -1);
+  EXPECT_EQ(popups, (std::vector<std::string>{"Error message: Velocity exceeds maximum"}));
+  EXPECT_EQ(LogLines().size(), 9u);  // lines 1..10 ran; the 11th failed before its epoch
+}
+
+TEST_F(TrajectoryTest, AltitudeLimitIsTestedOnTheTickLineOnly) {
+  std::string text = "1000,0,0,20000,x\n";  // accepted: no test on the first line
+  for (int i = 2; i <= 10; ++i) text += fmt::format("{},0,0,100,x\n", 1000 * i);
+  text += "11000,0,0,18000.5,x\n12000,0,0,0,x\n";
+  Trajectory(text);
+  EXPECT_EQ(Run(), -1);
+  EXPECT_EQ(popups, (std::vector<std::string>{"Error message: Altitude exceeds maximum"}));
+}
+
+TEST_F(TrajectoryTest, BadLinesKeepThePreviousValuesAndAreReportedOnce) {
+  Trajectory("1000,0,0,0,x\nbad line\n3000,0,0,0,x\nworse\n");
+  Run();
+  EXPECT_EQ(LogLines(), (std::vector<std::string>{"# 1000", "# 3000", "# 3000", "# 3000"}));
+  ASSERT_EQ(warnings.size(), 1u);
+  EXPECT_NE(warnings[0].find("traj.txt, line 2"), std::string::npos) << warnings[0];
+}
+
+TEST_F(TrajectoryTest, RefusedRuns) {
+  args.intervalMs = 0;
+  EXPECT_EQ(Run(), -1);
+  ASSERT_EQ(popups.size(), 1u);
+  EXPECT_NE(popups[0].find("ObservationInterval"), std::string::npos);
+  args.intervalMs = 1000;
+  args.tropoEnabled = 1;  // no model in this environment
+  ASSERT_TRUE(out.Open(dir / "run.log"));
+  EXPECT_EQ(Run(), -1);
+  EXPECT_NE(popups.back().find("troposphere"), std::string::npos);
+  args.tropoEnabled = 0;
+  args.staticReceiver = 0;
+  platform::LineReader missing(dir / "nowhere.txt");
+  args.trajectoryFile = &missing;
+  ASSERT_TRUE(out.Open(dir / "run.log"));
+  EXPECT_EQ(Run(), 1);
+  ASSERT_EQ(warnings.size(), 1u);
+  EXPECT_NE(warnings[0].find("nowhere.txt"), std::string::npos);
+  EXPECT_TRUE(LogLines().empty());
+}
+
+TEST(EventLines, ScanInTheOrderOfTheHeader) {
+  ChannelEvent e;
+  EXPECT_EQ(ScanEventLine("2000,7,1,1,5.5,0,1,0.25,9000,0,0,0,1,3,0,0,0,0,1,1.5D-01,8000", e), 21);
+  EXPECT_EQ(e.eventEpoch, 2000.0);
+  EXPECT_EQ(e.prn, 7);
+  EXPECT_EQ(e.active, 1);
+  EXPECT_EQ(e.steps[0].size, 5.5);
+  EXPECT_EQ(e.steps[1].finishEpoch, 9000.0);
+  EXPECT_EQ(e.steps[3].enabled, 1);
+  EXPECT_EQ(e.steps[5].size, 0.15);
+  EXPECT_EQ(e.steps[5].finishEpoch, 8000.0);
+}
+
+}  // namespace
+}  // namespace vorel::observation
