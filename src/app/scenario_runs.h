@@ -1,0 +1,35 @@
+#pragma once
+// The observation workers and what surrounds them: moving the orbits to the scenario
+// time, the output file names, one receiver's run and the four reference stations' runs,
+// and the event-file skeletons.
+
+#include <ctime>
+#include <string>
+
+#include "app/session.h"
+
+namespace vorel::app {
+
+// Moves every record from the first healthy satellite on so that its first record falls
+// on the next two-hour mark after the scenario time. The week runs on from record to
+// record: a record that crosses the week's end moves the week of all that follow.
+void RedateOrbits(orbits::ConstellationTable& table, double secondsOfWeek, int32_t week);
+
+// The scenario date as GPS week and seconds; re-dates the orbits when KeepOrbitEpochs is 0.
+time_coords::GpsTime SET_TIME(Session& session);
+
+// Output names from the run-time clock (date "MM-DD-YYYY", time "HH:MM:SS") and the
+// scenario date, in the data directory's old spelling ("C:/VLD/..."); empty when the
+// record type has no rule.
+std::string prepareSimGPS(int32_t recordType, const std::tm& now, const ScenarioSettings& s);
+std::string prepareSimDIF(int32_t difFileType, const std::tm& now);
+std::string prepareSimRS(int32_t stationRecordType, int station, const ScenarioSettings& s);
+
+// One receiver, static or on a trajectory. Returns 0, or -1 for "Invalid orbits".
+int RunObservationSim(Session& session);
+// The four reference stations in turn. Returns 0.
+int RunRawGeneration(Session& session);
+// Writes the event-file skeleton of each station. Returns the number written.
+int GEN_EVT(Session& session);
+
+}  // namespace vorel::app
