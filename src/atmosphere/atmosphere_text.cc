@@ -18,7 +18,10 @@ std::string_view Trim(std::string_view text) {
 }
 
 // Shortest exact form, marked as a floating value for a scenario file ("150.0", not "150").
+// A not-a-number is written "nan" whatever its sign bit, so that output does not depend
+// on how the platform's root marks it.
 std::string FloatText(double value) {
+  if (std::isnan(value)) return "nan";
   std::string text = fmt::format("{}", value);
   if (text.find_first_of(".eEn") == std::string::npos) text += ".0";
   return text;
