@@ -17,8 +17,7 @@ void BM_TroposphereDelay(benchmark::State& bench) {
   AtmosphereState state;
   double elevation = 5.0;
   for (auto _ : bench) {
-    double delay = TroposphereDelay(state, elevation, 15.0, 1013.25, 50.0, 120.0, 47.5, 200,
-                                    model);
+    double delay = TroposphereDelay(state, elevation, 15.0, 1013.25, 50.0, 120.0, 47.5, 200, model);
     benchmark::DoNotOptimize(delay);
     elevation = elevation < 85.0 ? elevation + 0.37 : 5.0;
   }
@@ -27,8 +26,8 @@ BENCHMARK(BM_TroposphereDelay)->Arg(1)->Arg(2)->Arg(3);
 
 void BM_KlobucharDelay(benchmark::State& bench) {
   AtmosphereState state;
-  IonoCoefficientTable table{{{1.1176e-08, 7.4506e-09, -5.9605e-08, -5.9605e-08},
-                              {90112.0, 0.0, -196608.0, -65536.0}}};
+  IonoCoefficientTable table{
+      {{1.1176e-08, 7.4506e-09, -5.9605e-08, -5.9605e-08}, {90112.0, 0.0, -196608.0, -65536.0}}};
   LoadKlobucharCoefficients(state, table);
   double t = 345600.0;
   for (auto _ : bench) {

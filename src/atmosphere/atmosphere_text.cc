@@ -56,8 +56,8 @@ int ParseSettingNumber(std::string_view text, double& value, std::string& error)
 int IonoTableFromCells(std::string_view settingName, std::span<const double> cells,
                        IonoCoefficientTable& table, std::string& error) {
   if (cells.size() != 8) {
-    error = fmt::format("{}: expected 8 values (alpha0..alpha3, beta0..beta3), got {}",
-                        settingName, cells.size());
+    error = fmt::format("{}: expected 8 values (alpha0..alpha3, beta0..beta3), got {}", settingName,
+                        cells.size());
     return -1;
   }
   for (std::size_t n = 0; n < 8; ++n) {
@@ -70,8 +70,8 @@ int IonoTableFromCells(std::string_view settingName, std::span<const double> cel
   return 0;
 }
 
-int ParseIonoTable(std::string_view settingName, std::string_view text,
-                   IonoCoefficientTable& table, std::string& error) {
+int ParseIonoTable(std::string_view settingName, std::string_view text, IonoCoefficientTable& table,
+                   std::string& error) {
   double cells[8] = {};
   std::size_t count = 0;
   std::size_t start = 0;
@@ -79,8 +79,8 @@ int ParseIonoTable(std::string_view settingName, std::string_view text,
   std::size_t fields = 1;
   for (const char ch : text) fields += ch == ',' ? 1 : 0;
   if (fields != 8) {
-    error = fmt::format("{}: expected 8 values (alpha0..alpha3, beta0..beta3), got {}",
-                        settingName, Trim(text).empty() ? 0 : fields);
+    error = fmt::format("{}: expected 8 values (alpha0..alpha3, beta0..beta3), got {}", settingName,
+                        Trim(text).empty() ? 0 : fields);
     return -1;
   }
   while (count < 8) {
@@ -88,8 +88,8 @@ int ParseIonoTable(std::string_view settingName, std::string_view text,
     if (comma == std::string_view::npos) comma = text.size();
     std::string reason;
     if (ParseSettingNumber(text.substr(start, comma - start), cells[count], reason) != 0) {
-      error = fmt::format("{}: value {} ({}): {}", settingName, count + 1, kCellNames[count],
-                          reason);
+      error =
+          fmt::format("{}: value {} ({}): {}", settingName, count + 1, kCellNames[count], reason);
       return -1;
     }
     ++count;
@@ -133,8 +133,8 @@ int RunConvertFlux(AtmosphereSettings& settings, std::string_view valueText, std
   return 0;
 }
 
-int RunConvertSunspot(AtmosphereSettings& settings, std::string_view valueText,
-                      std::string& out, std::string& error) {
+int RunConvertSunspot(AtmosphereSettings& settings, std::string_view valueText, std::string& out,
+                      std::string& error) {
   double value = 0.0;
   std::string reason;
   if (ParseSettingNumber(valueText, value, reason) != 0) {

@@ -20,8 +20,8 @@ int ParseSettingNumber(std::string_view text, double& value, std::string& error)
 // On a wrong count or a bad cell returns -1 and leaves `table` untouched; `error` then
 // names the setting and the cell, e.g.
 //   ionoTruthTable: expected 8 values (alpha0..alpha3, beta0..beta3), got 7
-int ParseIonoTable(std::string_view settingName, std::string_view text,
-                   IonoCoefficientTable& table, std::string& error);
+int ParseIonoTable(std::string_view settingName, std::string_view text, IonoCoefficientTable& table,
+                   std::string& error);
 
 // The same from numbers already read (a scenario file's array of eight).
 int IonoTableFromCells(std::string_view settingName, std::span<const double> cells,
@@ -45,7 +45,7 @@ std::string FormatSolarNumbers(const AtmosphereSettings& settings);
 // are then untouched.
 int RunConvertFlux(AtmosphereSettings& settings, std::string_view valueText, std::string& out,
                    std::string& error);
-int RunConvertSunspot(AtmosphereSettings& settings, std::string_view valueText,
-                      std::string& out, std::string& error);
+int RunConvertSunspot(AtmosphereSettings& settings, std::string_view valueText, std::string& out,
+                      std::string& error);
 
 }  // namespace vorel::atmosphere

@@ -13,9 +13,8 @@ constexpr int kDayStepLimit = 10;
 
 }  // namespace
 
-void KlobucharDelay(const AtmosphereState& state, double latRad, double lonRad,
-                    double azimuthRad, double elevationRad, double timeSeconds,
-                    double& delayOut) {
+void KlobucharDelay(const AtmosphereState& state, double latRad, double lonRad, double azimuthRad,
+                    double elevationRad, double timeSeconds, double& delayOut) {
   const double* alpha = state.KlobucharAlpha;
   const double* beta = state.KlobucharBeta;
 

@@ -15,9 +15,8 @@ struct IonoCoefficientTable;
 // The local time is brought into the day by stepping one day at a time, at most ten
 // steps in all for both directions together, so that a time more than ten days out of
 // range stays out of range (and then falls on the night-time term). No allocation.
-void KlobucharDelay(const AtmosphereState& state, double latRad, double lonRad,
-                    double azimuthRad, double elevationRad, double timeSeconds,
-                    double& delayOut);
+void KlobucharDelay(const AtmosphereState& state, double latRad, double lonRad, double azimuthRad,
+                    double elevationRad, double timeSeconds, double& delayOut);
 
 // Copies a coefficient table into state.KlobucharAlpha (row 1) and
 // state.KlobucharBeta (row 2). The run gatherer does this with ionoTruthTable when the

@@ -11,10 +11,8 @@ constexpr double kDegToRad = 0.017453292519943;
 // Niell mapping coefficients, rows at 15, 30, 45, 60 and 75 degrees of latitude;
 // columns a, b, c.
 constexpr double kDryAverage[5][3] = {
-    {0.0012769934, 0.0029153695, 0.062610505},
-    {0.001268323, 0.0029152299, 0.062837393},
-    {0.0012465397, 0.0029288445, 0.063721774},
-    {0.0012196049, 0.0029022565, 0.063824265},
+    {0.0012769934, 0.0029153695, 0.062610505}, {0.001268323, 0.0029152299, 0.062837393},
+    {0.0012465397, 0.0029288445, 0.063721774}, {0.0012196049, 0.0029022565, 0.063824265},
     {0.0012045996, 0.0029024912, 0.064258455},
 };
 constexpr double kDryAmplitude[5][3] = {
@@ -25,10 +23,8 @@ constexpr double kDryAmplitude[5][3] = {
     {4.1202191e-05, 0.00011723375, 0.0017037206},
 };
 constexpr double kWet[5][3] = {
-    {0.00058021897, 0.0014275268, 0.043472961},
-    {0.00056794847, 0.0015138625, 0.04672951},
-    {0.00058118019, 0.0014572752, 0.043908931},
-    {0.00059727542, 0.0015007428, 0.044626982},
+    {0.00058021897, 0.0014275268, 0.043472961}, {0.00056794847, 0.0015138625, 0.04672951},
+    {0.00058118019, 0.0014572752, 0.043908931}, {0.00059727542, 0.0015007428, 0.044626982},
     {0.00061641693, 0.0017599082, 0.054736038},
 };
 
@@ -106,8 +102,8 @@ double Lerp(const double table[5][3], int row, double f, int column) {
   return table[row][column] + (table[row + 1][column] - table[row][column]) * f;
 }
 
-double SaastamoinenNiellDelay(TroposphereLastValues& last, double E, double T, double P,
-                              double H, double h, double latitudeDeg, int dayOfYear) {
+double SaastamoinenNiellDelay(TroposphereLastValues& last, double E, double T, double P, double H,
+                              double h, double latitudeDeg, int dayOfYear) {
   // Here the temperature stays in Celsius and the humidity is a percentage.
   const double e = 6.11 * (H / 100.0) * std::pow(10.0, 7.5 * T / (237.3 + T));
   last.lastPressure = P;
@@ -129,9 +125,8 @@ double SaastamoinenNiellDelay(TroposphereLastValues& last, double E, double T, d
   const NiellCoefficients k = NiellCoefficientsAt(latitudeDeg, dayOfYear);
   const double s = std::sin(E);
   const double md = MappingFraction(s, k.dryA, k.dryB, k.dryC) +
-                    (h / 1000.0) *
-                        (1.0 / s - kHeightNumerator /
-                                       (s + kHeightA / (s + kHeightB / (s + kHeightC))));
+                    (h / 1000.0) * (1.0 / s - kHeightNumerator /
+                                                  (s + kHeightA / (s + kHeightB / (s + kHeightC))));
   const double mw = MappingFraction(s, k.wetA, k.wetB, k.wetC);
   return Zd * md + Zw * mw;
 }
@@ -179,8 +174,8 @@ NiellCoefficients NiellCoefficientsAt(double latitudeDeg, int dayOfYear) {
 }
 
 double TroposphereDelay(AtmosphereState& state, double elevationDeg, double temperatureC,
-                        double pressureMbar, double humidity, double heightM,
-                        double latitudeDeg, int dayOfYear, int model) {
+                        double pressureMbar, double humidity, double heightM, double latitudeDeg,
+                        int dayOfYear, int model) {
   if (elevationDeg < 0.0) return 0.0;
   const double E = elevationDeg * kDegToRad;
   TroposphereLastValues& last = state.troposphere;

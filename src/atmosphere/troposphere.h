@@ -22,8 +22,8 @@ inline constexpr int kTropoSaastamoinenNiell = 3;
 //
 // No allocation; pure arithmetic apart from the last-value record.
 double TroposphereDelay(AtmosphereState& state, double elevationDeg, double temperatureC,
-                        double pressureMbar, double humidity, double heightM,
-                        double latitudeDeg, int dayOfYear, int model);
+                        double pressureMbar, double humidity, double heightM, double latitudeDeg,
+                        int dayOfYear, int model);
 
 // The coefficients of the model 3 mapping function at one latitude and season, as
 // TroposphereDelay uses them; exposed so that the interpolation can be looked at alone.

@@ -130,8 +130,8 @@ TEST(KlobucharDelay, ReadsTheCoefficientsTheSessionHolds) {
 
 // Weather of the model tests: 15 C, 1013.25 mbar, humidity 50, 100 m, 45 N, day 200.
 double Tropo(AtmosphereState& state, double trueElevationDeg, int model) {
-  return TroposphereDelay(state, trueElevationDeg * kD2R * kCallerDeg, 15.0, 1013.25, 50.0,
-                          100.0, 45.0 * kD2R * kCallerDeg, 200, model);
+  return TroposphereDelay(state, trueElevationDeg * kD2R * kCallerDeg, 15.0, 1013.25, 50.0, 100.0,
+                          45.0 * kD2R * kCallerDeg, 200, model);
 }
 
 TEST(TroposphereDelay, ThreeModelsThroughTheCallersDegreeFactor) {
@@ -187,7 +187,7 @@ TEST(TroposphereDelay, LastValueRecordPerModel) {
   EXPECT_NEAR(last.lastDryTerm, 2.343 * (1000.0 / 1013.25) * (284.19 / 288.15), 1e-12);
 
   TroposphereDelay(state, 30.0, 15.0, 1000.0, 50.0, 10.0, 45.0, 200, 2);
-  EXPECT_NEAR(last.lastDryTerm, 7.7624e-05 * 1000.0 / 288.15, 1e-15);  // Nd
+  EXPECT_NEAR(last.lastDryTerm, 7.7624e-05 * 1000.0 / 288.15, 1e-15);    // Nd
   EXPECT_NEAR(last.lastDryScale, 0.011385 * 288.15 / 7.7624e-05, 1e-6);  // hd, m-free
 
   TroposphereDelay(state, 30.0, 20.0, 990.0, 60.0, 250.0, -33.0, 77, 3);
@@ -236,9 +236,7 @@ TEST(TroposphereDelay, NiellInterpolationAcrossLatitudes) {
       {-75.0,  // half a year on in the south
        {0.0012180374537086884, 0.0029407263021629152, 0.064814113512997009},
        {0.00061641693, 0.0017599082, 0.054736038}},
-      {12.0,
-       {0.0012769934, 0.0029153695, 0.062610505},
-       {0.00058021897, 0.0014275268, 0.043472961}},
+      {12.0, {0.0012769934, 0.0029153695, 0.062610505}, {0.00058021897, 0.0014275268, 0.043472961}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << "latitude " << c.lat);
@@ -321,8 +319,9 @@ TEST(AtmosphereText, CoefficientTableFromText) {
   EXPECT_EQ(t.cells[0][3], -5.9605e-08);
   EXPECT_EQ(t.cells[1][0], 90112.0);
   EXPECT_EQ(t.cells[1][3], -65536.0);
-  EXPECT_EQ(FormatIonoTable(t),
-            "[1.1176e-08, 7.4506e-09, -5.9605e-08, -5.9605e-08, 90112.0, 0.0, -196608.0, -65536.0]");
+  EXPECT_EQ(
+      FormatIonoTable(t),
+      "[1.1176e-08, 7.4506e-09, -5.9605e-08, -5.9605e-08, 90112.0, 0.0, -196608.0, -65536.0]");
 
   const IonoCoefficientTable before = t;
   EXPECT_EQ(ParseIonoTable("ionoBroadcastTable", "1,2,3,4,5,6,7", t, error), -1);
