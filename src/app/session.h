@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "atmosphere/atmosphere_state.h"
 #include "observation/epoch.h"
 #include "orbits/orbit_record.h"
 #include "platform/messages.h"
@@ -26,6 +27,9 @@ struct Session {
   // The C run-time rand of the worker that runs simulations; it carries on from one
   // run to the next within a program start, as a reused pool thread would.
   platform::RandState workerRand;
+
+  // Klobuchar coefficients in force and the troposphere's last-value record.
+  atmosphere::AtmosphereState atmosphere;
 
   platform::Messages messages = platform::Messages::Stderr();
 
