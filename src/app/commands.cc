@@ -1,0 +1,218 @@
+#include "app/commands.h"
+
+#include <iostream>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include "app/scenario_runs.h"
+#include "atmosphere/atmosphere_text.h"
+#include "orbits/constellation_ops.h"
+#include "orbits/orbit_files.h"
+
+namespace vorel::app {
+namespace {
+
+using Action = std::function<int(CommandContext&)>;
+
+void Summary(const CommandContext& c, const std::string& what) {
+  if (!c.global.quiet) fmt::print("{}\n", what);
+}
+
+void ReportOutputs(const CommandContext& c, const char* verb) {
+  for (const std::string& path : c.session.lastOutputs)
+    if (!path.empty()) Summary(c, fmt::format("{} {}", verb, path));
+}
+
+Action LoadOrbits(CLI::App& p) {
+  auto type = std::make_shared<std::string>();
+  auto file = std::make_shared<std::string>();
+  p.add_option("--type", *type, "yuma or rinex; sets KeepOrbitEpochs to 0 or 1")
+      ->check(CLI::IsMember({"yuma", "rinex"}));
+  p.add_option("FILE", *file, "orbit file")->required();
+  return [type, file](CommandContext& c) {
+    Session& s = c.session;
+    if (*type == "yuma") s.settings.scenario.KeepOrbitEpochs = 0;
+    if (*type == "rinex") s.settings.scenario.KeepOrbitEpochs = 1;
+    orbits::LoadAlmanacArgs args;
+    args.KeepOrbitEpochs = s.settings.scenario.KeepOrbitEpochs;
+    args.path = s.dataDir.Map(*file).string();
+    if (args.KeepOrbitEpochs != 0 && args.KeepOrbitEpochs != 1) {
+      fmt::print(stderr, "load-orbits: KeepOrbitEpochs is {}: no file type; use --type\n",
+                 args.KeepOrbitEpochs);
+      return 1;
+    }
+    const int result = orbits::Load_Almanac(s.constellation, s.orbitState, args, s.messages);
+    if (result != 1) {
+      fmt::print(stderr, "load-orbits: {}: no usable orbit found (read as {})\n", args.path,
+                 args.KeepOrbitEpochs == 0 ? "a YUMA almanac" : "a RINEX navigation file");
+      return 1;
+    }
+    int satellites = 0;
+    for (int i = 0; i < 32; ++i) satellites += s.constellation.Present(i) ? 1 : 0;
+    Summary(c, fmt::format("loaded {} ({} healthy satellites)", args.path, satellites));
+    return 0;
+  };
+}
+
+Action Galileo(CLI::App&) {
+  return [](CommandContext& c) {
+    orbits::LOAD_GALILEO(c.session.constellation, c.session.orbitState);
+    Summary(c, "loaded the built-in Galileo constellation");
+    return 0;
+  };
+}
+
+Action SetTime(CLI::App&) {
+  return [](CommandContext& c) {
+    const time_coords::GpsTime t = SET_TIME(c.session);
+    fmt::print("GPS week {}, {:.3f} s of week\n", t.week, t.secondsOfWeek);
+    return 0;
+  };
+}
+
+Action ShowOrbitCommand(CLI::App& p) {
+  auto prn = std::make_shared<int>(1);
+  auto record = std::make_shared<int>(0);
+  p.add_option("PRN", *prn, "satellite")->required();
+  p.add_option("RECORD", *record, "record index, from 0");
+  return [prn, record](CommandContext& c) {
+    std::string out;
+    orbits::ShowOrbitArgs args;
+    args.prn = *prn;
+    args.record = *record;
+    if (orbits::ShowOrbit(c.session.constellation, c.session.orbitState, args, out) != 0) {
+      fmt::print(stderr, "show-orbit: PRN {} record {} lies outside the table\n", *prn, *record);
+      return 1;
+    }
+    fmt::print("{}", out);
+    return 0;
+  };
+}
+
+Action Obs(CLI::App&) {
+  return [](CommandContext& c) {
+    if (RunObservationSim(c.session) != 0) return 1;
+    ReportOutputs(c, "wrote");
+    return 0;
+  };
+}
+
+Action Raw(CLI::App&) {
+  return [](CommandContext& c) {
+    RunRawGeneration(c.session);
+    ReportOutputs(c, "wrote");
+    return 0;
+  };
+}
+
+Action Events(CLI::App&) {
+  return [](CommandContext& c) {
+    const int written = GEN_EVT(c.session);
+    ReportOutputs(c, "wrote event skeleton");
+    return written == kStations ? 0 : 1;
+  };
+}
+
+int DifNotInThisBuild() {
+  fmt::print(stderr,
+             "Error message: the DIF generator is not part of this build yet; set DifEnabled "
+             "to 0 to run the observation scenario\n");
+  return 1;
+}
+
+Action Sim(CLI::App&) {
+  return [](CommandContext& c) {
+    const ScenarioSettings& sc = c.session.settings.scenario;
+    if (sc.DifEnabled == 1) return DifNotInThisBuild();
+    if (sc.ObservationEnabled == 1) {
+      if (RunObservationSim(c.session) != 0) return 1;
+      ReportOutputs(c, "wrote");
+      return 0;
+    }
+    Summary(c, "sim: ObservationEnabled and DifEnabled are both 0: nothing to run");
+    return 0;
+  };
+}
+
+Action AutoRun(CLI::App&) {
+  return [](CommandContext& c) {
+    c.session.AutoRunStarted = 1;
+    if (RunObservationSim(c.session) != 0) return 1;
+    ReportOutputs(c, "wrote");
+    fmt::print(stderr,
+               "autorun: the DIF step is not part of this build yet; the chain stops after the "
+               "observation run\n");
+    return 0;
+  };
+}
+
+Action About(CLI::App&) {
+  return [](CommandContext&) {
+    fmt::print("About\n{}\nversion {}\n", kProductName, kVersion);
+    return 0;
+  };
+}
+
+Action Convert(CLI::App& p, bool flux) {
+  auto value = std::make_shared<std::string>();
+  p.add_option("VALUE", *value, flux ? "10.7 cm solar flux" : "sunspot number R12")->required();
+  return [value, flux](CommandContext& c) {
+    std::string out, error;
+    auto& a = c.session.settings.atmosphere;
+    const int r = flux ? atmosphere::RunConvertFlux(a, *value, out, error)
+                       : atmosphere::RunConvertSunspot(a, *value, out, error);
+    if (r != 0) {
+      fmt::print(stderr, "{}: {}\n", flux ? "convert-flux" : "convert-sunspot", error);
+      return 1;
+    }
+    fmt::print("{}", out);
+    return 0;
+  };
+}
+
+Action ShowSettings(CLI::App&) {
+  return [](CommandContext& c) {
+    for (const SettingDef& d : SettingRegistry())
+      fmt::print("{} = {}\n", d.name, d.show(c.session.settings));
+    return 0;
+  };
+}
+
+std::vector<CommandSpec> BuildTable() {
+  return {
+      {"load-orbits", "[--type yuma|rinex] FILE", "load a YUMA almanac or a RINEX navigation file", false, LoadOrbits},
+      {"galileo", "", "load the built-in Galileo constellation", false, Galileo},
+      {"set-time", "", "GPS week and seconds of the scenario date; re-date the orbits", false, SetTime},
+      {"show-orbit", "PRN [RECORD]", "show a record of both sets", false, ShowOrbitCommand},
+      {"obs", "", "observation run of one receiver", true, Obs},
+      {"raw", "", "reference station runs (four stations)", true, Raw},
+      {"events", "", "write the stations' event-file skeletons", false, Events},
+      {"sim", "", "the run the DifEnabled / ObservationEnabled switches select", true, Sim},
+      {"autorun", "", "the unattended chain: observation run, then DIF run", true, AutoRun},
+      {"about", "", "product name and version", false, About},
+      {"convert-flux", "VALUE", "sunspot number from a 10.7 cm solar flux", false,
+       [](CLI::App& p) { return Convert(p, true); }},
+      {"convert-sunspot", "VALUE", "solar flux from a sunspot number", false,
+       [](CLI::App& p) { return Convert(p, false); }},
+      {"show-settings", "", "every setting with its value after all sources", false, ShowSettings},
+  };
+}
+
+}  // namespace
+
+const std::vector<CommandSpec>& CommandTable() {
+  static const std::vector<CommandSpec> table = BuildTable();
+  return table;
+}
+
+bool Confirm(const CommandContext& context, const std::string& question) {
+  if (context.global.yes) return true;
+  fmt::print(stderr, "{} [y/N] ", question);
+  std::string answer;
+  if (!std::getline(std::cin, answer)) return false;
+  return !answer.empty() && (answer[0] == 'y' || answer[0] == 'Y');
+}
+
+}  // namespace vorel::app

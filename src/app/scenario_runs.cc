@@ -1,0 +1,357 @@
+#include "app/scenario_runs.h"
+
+#include <cmath>
+
+#include <fmt/format.h>
+
+#include "atmosphere/atmosphere_settings.h"
+#include "observation/model_atmosphere.h"
+#include "observation/record_writers.h"
+#include "observation/trajectory.h"
+#include "platform/text_file.h"
+
+namespace vorel::app {
+namespace {
+
+constexpr double kDegToRad = 0.017453292519943;
+constexpr double kMetresPerDegree = 111120.0;
+
+time_coords::GpsTime ScenarioGpsTime(const ScenarioSettings& s) {
+  time_coords::GpsTime t;
+  time_coords::CalendarToGpsTime(s.ScenarioYear, s.ScenarioMonth, s.ScenarioDay, s.ScenarioHour,
+                                 s.ScenarioMinute, s.ScenarioSecond, s.LeapSeconds, t);
+  return t;
+}
+
+std::string RunDate(const std::tm& now) {
+  return fmt::format("{:02d}-{:02d}-{:04d}", now.tm_mon + 1, now.tm_mday, now.tm_year + 1900);
+}
+
+std::tm LocalNow() {
+  std::time_t t = std::time(nullptr);
+  std::tm now{};
+  localtime_r(&t, &now);
+  return now;
+}
+
+// The run's atmosphere and bubble arguments, as both workers gather them.
+void GatherAtmosphere(Session& session, const Settings& settings,
+                      observation::TrajectoryRunArgs& args) {
+  const atmosphere::AtmosphereSettings& a = settings.atmosphere;
+  const ScenarioSettings& sc = settings.scenario;
+  args.tropoEnabled = a.atmosphereEnabled;
+  args.ionoEnabled = a.atmosphereEnabled;
+  if (a.atmosphereEnabled == 1) {
+    args.surfaceTemperature = a.surfaceTemperature;
+    args.surfacePressure = a.surfacePressure;
+    args.surfaceHumidity = a.surfaceHumidity;
+    args.tropoModel = a.tropoModel;
+  }
+  args.ionoModel = atmosphere::BroadcastModelChosen(a);
+  if (atmosphere::LoadRunKlobuchar(session.atmosphere, a) == 0 && a.atmosphereEnabled == 1) {
+    args.month = sc.ScenarioMonth;
+    args.carriedHour = sc.ScenarioHour;
+    args.universalTime = sc.ScenarioHour;
+    args.solarFlux = a.solarFlux;
+  }
+
+  const BubblePanel& b = settings.bubble;
+  args.bubble = atmosphere::BubbleSettings{};
+  if (b.bubbleEnabled == 1) {
+    atmosphere::BubbleSettings& out = args.bubble;
+    out.bubbleEnabled = 1;
+    out.bubbleClassify = b.bubbleClassify;
+    out.bubbleLatitude = b.bubbleLatitude;
+    out.bubbleLonNorth = b.bubbleLonNorth;
+    out.bubbleLonSouth = b.bubbleLonSouth;
+    out.bubbleDrift = b.bubbleDrift * (b.bubbleDriftWest == 1 ? -0.001 : 0.001);
+    out.bubbleWidth = b.bubbleWidth;
+    out.bubbleLength = b.bubbleLength;
+    out.bubbleDepth = b.bubbleDepth;
+    out.bubbleApplyDelay = b.bubbleApplyDelay;
+    out.bubbleMode = b.bubbleMode;
+    out.bubbleRecordEnabled = b.bubbleRecordEnabled;
+    if (b.bubbleRecordEnabled == 1) {
+      // The record file stays open for the life of the program start.
+      auto file = std::make_unique<platform::OutputFile>();
+      const auto path = session.dataDir.Map(b.bubbleRecordPath);
+      if (!file->Open(path))
+        session.messages.Warn(fmt::format("bubble record file {} cannot be created; the bubble "
+                                          "record is not written",
+                                          path.string()));
+      session.bubbleRecordFile = std::move(file);
+      out.recordFile = session.bubbleRecordFile.get();
+    }
+  }
+}
+
+// Opens a record file; a path that cannot be created is reported and the run writes
+// nowhere, as it always did.
+bool OpenRecord(Session& session, platform::OutputFile& file, const std::string& settingPath,
+                const char* settingName) {
+  if (settingPath.empty()) {
+    session.messages.Warn(fmt::format("{} is empty: this run writes no record file", settingName));
+    return false;
+  }
+  const auto path = session.dataDir.Map(settingPath);
+  if (!file.Open(path)) {
+    session.messages.Warn(fmt::format("{} {} cannot be created: this run writes no record file",
+                                      settingName, path.string()));
+    return false;
+  }
+  return true;
+}
+
+platform::LineReader* HoldInput(Session& session, const std::string& settingPath) {
+  auto reader = std::make_unique<platform::LineReader>();
+  reader->Open(session.dataDir.Map(settingPath));
+  session.heldInputs.push_back(std::move(reader));
+  return session.heldInputs.back().get();
+}
+
+void CloseRecord(Session& session, platform::OutputFile& file) {
+  const std::string path = file.path();
+  if (file.IsOpen() && !file.Close())
+    session.messages.Warn(fmt::format("writing {} failed: the file is incomplete", path));
+}
+
+}  // namespace
+
+void RedateOrbits(orbits::ConstellationTable& table, double secondsOfWeek, int32_t week) {
+  double target = std::ceil(secondsOfWeek / 7200.0) * 7200.0;
+  if (target >= 604800.0) {
+    week += 1;
+    target -= 604800.0;
+  }
+  int first = -1;
+  for (int row = 0; row < 32; ++row) {
+    if (table.rows[row].trueRecords[0].status == orbits::kStatusUsable) {
+      first = row;
+      break;
+    }
+  }
+  if (first < 0) return;
+  const double shift = target - table.rows[first].trueRecords[0].toe;
+  for (int row = first; row < 32; ++row) {
+    orbits::SatelliteOrbits& sat = table.rows[row];
+    const int count = std::min(sat.recordCount, orbits::kRecordsPerSet);
+    for (int k = 0; k < count; ++k) {
+      double v = sat.trueRecords[k].toe + shift;
+      if (v >= 604800.0) {
+        week += 1;
+        v -= 604800.0;
+      } else if (v < 0) {
+        week -= 1;
+        v += 604800.0;
+      }
+      for (orbits::OrbitRecord* r : {&sat.trueRecords[k], &sat.broadcastRecords[k]}) {
+        r->toe = v;
+        r->toc = v;
+        r->week = week;
+      }
+    }
+  }
+}
+
+time_coords::GpsTime SET_TIME(Session& session) {
+  const time_coords::GpsTime t = ScenarioGpsTime(session.settings.scenario);
+  if (session.settings.scenario.KeepOrbitEpochs == 0)
+    RedateOrbits(session.constellation, t.secondsOfWeek, t.week);
+  return t;
+}
+
+std::string prepareSimGPS(int32_t recordType, const std::tm& now, const ScenarioSettings& s) {
+  const std::string date = RunDate(now);
+  const std::string hh = fmt::format("{:02d}", now.tm_hour);
+  const std::string mm = fmt::format("{:02d}", now.tm_min);
+  switch (recordType) {
+    case 0: return fmt::format("C:/VLD/{}{}{}.log", date, hh, mm);
+    case 1: return fmt::format("C:/VLD/{}{}{}.god", date, hh, mm);
+    case 2:
+      return fmt::format("C:/VLD/{}{:03d}{}{:02d}{}", "simu",
+                         time_coords::DayIndex(s.ScenarioMonth, s.ScenarioDay), "0.",
+                         s.ScenarioYear - 2000, "O");
+    case 4: return fmt::format("C:/VLD/{}{}{}.srv", date, hh, mm);
+    case 5: return fmt::format("C:/VLD/{}{}{}.scn", date, hh, mm);
+    default: return "";
+  }
+}
+
+std::string prepareSimDIF(int32_t difFileType, const std::tm& now) {
+  return fmt::format("C:/VLD/{}{:02d}{:02d}.{}", RunDate(now), now.tm_hour, now.tm_min,
+                     difFileType == 1 ? "bin" : "dat");
+}
+
+std::string prepareSimRS(int32_t stationRecordType, int station, const ScenarioSettings& s) {
+  switch (stationRecordType) {
+    case 2:
+      return fmt::format("C:/VLD/LAAS/{}{:03d}{}{:02d}{}", fmt::format("rs{}_", station),
+                         time_coords::DayIndex(s.ScenarioMonth, s.ScenarioDay), "0.",
+                         s.ScenarioYear - 2000, "O");
+    case 4: return fmt::format("C:/VLD/LAAS/rs{}.srv", station);
+    case 5: return fmt::format("C:/VLD/LAAS/rs{}.scn", station);
+    default: return "";
+  }
+}
+
+int RunObservationSim(Session& session) {
+  const Settings settings = session.settings;  // a run reads its settings once
+  const ScenarioSettings& sc = settings.scenario;
+  session.RunActive.store(1, std::memory_order_relaxed);
+
+  observation::TrajectoryRunArgs args;
+  args.satelliteCount = session.orbitState.satelliteCount;
+  args.elevationMask = sc.ElevationMask * kDegToRad;
+  GatherAtmosphere(session, settings, args);
+  args.codeNoiseSigma = sc.CodeNoiseSigma;
+  args.phaseNoiseSigma = sc.PhaseNoiseSigma;
+
+  if (!session.orbitState.OrbitsValid) {
+    session.messages.Popup("", "Invalid orbits");
+    return -1;
+  }
+
+  platform::OutputFile output;
+  std::string outputName = sc.ObservationOutputFile;
+  if (outputName.empty() && sc.RecordType != observation::kRecordNone)
+    outputName = prepareSimGPS(sc.RecordType, LocalNow(), sc);
+  if (!(outputName.empty() && sc.RecordType == observation::kRecordNone))
+    OpenRecord(session, output, outputName, "ObservationOutputFile");
+  args.recordType = sc.RecordType;
+  args.rinexStandardLayout = sc.RinexStandardLayout;
+  if (sc.RecordType == observation::kRecordRinex && output.IsOpen())
+    observation::WriteRinexHeader(output, sc.RinexStandardLayout != 0);
+  args.outputFile = output.IsOpen() ? &output : nullptr;
+
+  const time_coords::GpsTime start = ScenarioGpsTime(sc);
+  args.gpsWeek = start.week;
+  args.startMs = static_cast<int32_t>(std::floor(start.secondsOfWeek) * 1000.0);
+  args.dayIndex = time_coords::DayIndex(sc.ScenarioMonth, sc.ScenarioDay);
+  args.intervalMs = sc.ObservationInterval;
+  args.durationArg = sc.ScenarioDuration * 60;
+  args.carriedFlag = sc.AuxiliaryInputDisabled;
+  if (sc.AuxiliaryInputDisabled == 0) HoldInput(session, sc.AuxiliaryInputFile);
+
+  args.staticReceiver = sc.TrajectoryMode;
+  if (sc.TrajectoryMode == 0) {
+    args.trajectoryFile = HoldInput(session, sc.TrajectoryFile);
+  } else if (sc.TrajectoryMode == 1) {
+    args.latitude = sc.ReceiverLatitude;
+    args.longitude = sc.ReceiverLongitude;
+    args.altitude = sc.ReceiverAltitude;
+  }
+
+  if (sc.KeepOrbitEpochs == 0)
+    RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
+  args.carrierFrequency = sc.ConstellationChoice == 0 ? 1575420000.0 : 0.0;
+
+  observation::ModelAtmosphere models(session.atmosphere);
+  observation::EpochEnvironment env{session.constellation, session.epochState, session.workerRand,
+                                    &models, session.display};
+  observation::EpochResult result;
+  observation::SimulateTrajectory(env, args, result, session.RunActive, session.messages);
+  CloseRecord(session, output);
+  session.lastOutputs.push_back(output.path());
+  session.RunActive.store(0, std::memory_order_relaxed);
+  return 0;
+}
+
+int RunRawGeneration(Session& session) {
+  session.RunActive.store(1, std::memory_order_relaxed);
+  const Settings first = session.settings;
+  const StationSettings& st = first.stations;
+  const int32_t satelliteCount = session.orbitState.satelliteCount;
+  if (first.scenario.AuxiliaryInputDisabled == 0) HoldInput(session, first.scenario.AuxiliaryInputFile);
+  double firstLongitude = 0.0;
+
+  for (int station = 1; station <= kStations; ++station) {
+    const int i = station - 1;
+    // Each station reads the settings afresh, as the panels were read per station.
+    const Settings settings = session.settings;
+    const ScenarioSettings& sc = settings.scenario;
+    observation::TrajectoryRunArgs args;
+    args.satelliteCount = satelliteCount;
+    args.recordType = st.StationRecordType;
+    args.stationLatchEnabled = st.StationLatchEnabled;
+    if (st.StationLatchEnabled == 1) {
+      for (int k = 0; k < 4; ++k) args.stationValues[k] = st.StationLatchValues[k];
+    }
+    GatherAtmosphere(session, settings, args);
+    args.codeNoiseSigma = sc.CodeNoiseSigma;
+    args.phaseNoiseSigma = sc.PhaseNoiseSigma;
+    args.elevationMask = settings.stations.StationMask[i] * kDegToRad;
+
+    platform::OutputFile output;
+    std::string outputName = settings.stations.StationOutputFile[i];
+    if (outputName.empty()) outputName = prepareSimRS(st.StationRecordType, station, sc);
+    OpenRecord(session, output, outputName, fmt::format("StationOutputFile of station {}", station).c_str());
+    args.outputFile = output.IsOpen() ? &output : nullptr;
+    args.rinexStandardLayout = sc.RinexStandardLayout;
+    platform::LineReader events(session.dataDir.Map(settings.stations.StationEventFile[i]));
+    if (!events.IsOpen())
+      session.messages.Warn(fmt::format("event file {} of station {} cannot be read: no events",
+                                        events.path(), station));
+    args.eventFile = events.IsOpen() ? &events : nullptr;
+
+    args.intervalMs = sc.ObservationInterval;
+    const time_coords::GpsTime start = ScenarioGpsTime(sc);
+    args.gpsWeek = start.week;
+    args.startMs = static_cast<int32_t>(std::floor(start.secondsOfWeek) * 1000.0);
+    args.dayIndex = time_coords::DayIndex(sc.ScenarioMonth, sc.ScenarioDay);
+    args.durationArg = sc.ScenarioDuration * 60000;
+    args.carriedFlag = sc.AuxiliaryInputDisabled;
+
+    const StationSettings& now = settings.stations;
+    double latitude = now.StationLatitude[i];
+    double longitude = now.StationLongitude[i];
+    if (station == 1) {
+      firstLongitude = longitude;
+      if (now.StationCoordinatesAbsolute != 1) {
+        session.originLatitude = latitude;
+        session.originLongitude = longitude;
+      }
+      args.stationAlongTrack = now.StationBaseOffset;
+    } else if (now.StationCoordinatesAbsolute == 1) {
+      args.stationAlongTrack = now.StationBaseOffset + (longitude - firstLongitude) * kMetresPerDegree;
+    } else {
+      // The north offset moves both coordinates; the east offset is read and not applied.
+      latitude = session.originLatitude + now.StationOffsetNorth[i] / kMetresPerDegree;
+      longitude = session.originLongitude + now.StationOffsetNorth[i] / kMetresPerDegree;
+      args.stationAlongTrack = (longitude - firstLongitude) * kMetresPerDegree + now.StationBaseOffset;
+    }
+    args.latitude = latitude;
+    args.longitude = longitude;
+    args.altitude = now.StationAltitude[i];
+
+    if (sc.KeepOrbitEpochs == 0)
+      RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
+    args.carrierFrequency = sc.ConstellationChoice == 0 ? 1575420000.0 : 0.0;
+    args.staticReceiver = 1;
+
+    observation::ModelAtmosphere models(session.atmosphere);
+    observation::EpochEnvironment env{session.constellation, session.epochState,
+                                      session.workerRand, &models, session.display};
+    observation::EpochResult result;
+    observation::SimulateTrajectory(env, args, result, session.RunActive, session.messages);
+    CloseRecord(session, output);
+    session.lastOutputs.push_back(output.path());
+  }
+  session.RunActive.store(0, std::memory_order_relaxed);
+  return 0;
+}
+
+int GEN_EVT(Session& session) {
+  int written = 0;
+  for (int i = 0; i < kStations; ++i) {
+    const auto path = session.dataDir.Map(session.settings.stations.StationEventFile[i]);
+    if (observation::WriteEventSkeleton(path)) {
+      ++written;
+      session.lastOutputs.push_back(path.string());
+    } else {
+      session.messages.Warn(fmt::format("event file {} cannot be created", path.string()));
+    }
+  }
+  return written;
+}
+
+}  // namespace vorel::app

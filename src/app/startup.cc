@@ -1,0 +1,52 @@
+#include "app/startup.h"
+
+#include <filesystem>
+
+#include <fmt/format.h>
+
+#include "app/scenario_runs.h"
+#include "orbits/orbit_files.h"
+
+namespace vorel::app {
+
+int LoadStartupOrbits(Session& session) {
+  const auto path = session.dataDir.Map(session.settings.scenario.OrbitFile);
+  if (!std::filesystem::is_regular_file(path)) {
+    session.messages.Warn(fmt::format("orbit file {} (OrbitFile) cannot be read; load orbits "
+                                      "with load-orbits or galileo before a run",
+                                      path.string()));
+    return -1;
+  }
+  orbits::LoadAlmanacArgs args;
+  args.KeepOrbitEpochs = 0;  // start-up reads its orbit file as a YUMA almanac
+  args.path = path.string();
+  const int result =
+      orbits::Load_Almanac(session.constellation, session.orbitState, args, session.messages);
+  if (result != 1)
+    session.messages.Warn(fmt::format("orbit file {} (OrbitFile) holds no usable YUMA almanac",
+                                      path.string()));
+  return result;
+}
+
+int StartUp(Session& session, const GlobalOptions& options, std::string& error) {
+  session.dataDir = platform::DataDirectory(options.dataDir);
+  if (!session.dataDir.Create(error)) return 2;
+
+  Settings& settings = session.settings;
+  std::filesystem::path settingsFile = options.settingsFile;
+  if (settingsFile.empty() && std::filesystem::exists(session.dataDir / "settings.txt"))
+    settingsFile = session.dataDir / "settings.txt";
+  if (!settingsFile.empty()) ReadSettingsFile(settings, settingsFile, session.messages);
+  if (!options.scenarioFile.empty() &&
+      !ApplyScenarioFile(settings, options.scenarioFile, error))
+    return 2;
+  for (const std::string& assignment : options.assignments)
+    if (!ApplySetAssignment(settings, assignment, "--set", error)) return 2;
+
+  orbits::SET_CONST(settings.scenario.ConstellationChoice, session.orbitState);
+  LoadStartupOrbits(session);
+  SET_TIME(session);
+  return 0;
+}
+
+}  // namespace vorel::app
