@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "navmsg/nav_message.h"
 #include "orbits/orbit_record.h"
 #include "platform/messages.h"
 #include "platform/random.h"
@@ -22,6 +23,9 @@ struct Session {
   // The C run-time rand of the worker that runs simulations; it carries on from one
   // run to the next within a program start, as a reused pool thread would.
   platform::RandState workerRand;
+
+  // The navigation message generator's frame buffer and previous word.
+  navmsg::NavMessageState navMessage;
 
   platform::Messages messages = platform::Messages::Stderr();
 
