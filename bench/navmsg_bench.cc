@@ -1,12 +1,12 @@
 // Time of the navigation message commands: one satellite's 59 frames, and nav-all, the
 // files of PRN 1 to 32 written into a scratch data directory.
 
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <filesystem>
 #include <string>
-#include <unistd.h>
-
-#include <benchmark/benchmark.h>
 
 #include "navmsg/nav_message.h"
 
@@ -41,8 +41,8 @@ void BM_GnssNavMessageOneSatellite(benchmark::State& st) {
   std::FILE* bin = std::fopen("/dev/null", "wb");
   std::FILE* txt = std::fopen("/dev/null", "wb");
   for (auto _ : st) {
-    benchmark::DoNotOptimize(vorel::navmsg::GnssNavMessage(1, table, 1e-8, 0, 0, 0, 90000, 0, 0,
-                                                           0, 1200.0, bin, txt, state));
+    benchmark::DoNotOptimize(vorel::navmsg::GnssNavMessage(1, table, 1e-8, 0, 0, 0, 90000, 0, 0, 0,
+                                                           1200.0, bin, txt, state));
   }
   std::fclose(bin);
   std::fclose(txt);
@@ -50,8 +50,8 @@ void BM_GnssNavMessageOneSatellite(benchmark::State& st) {
 BENCHMARK(BM_GnssNavMessageOneSatellite)->Unit(benchmark::kMillisecond);
 
 void BM_GenNavMulti32(benchmark::State& st) {
-  const std::filesystem::path dir = std::filesystem::temp_directory_path() /
-                                    ("vorel-navmsg-bench-" + std::to_string(::getpid()));
+  const std::filesystem::path dir =
+      std::filesystem::temp_directory_path() / ("vorel-navmsg-bench-" + std::to_string(::getpid()));
   std::filesystem::create_directories(dir / "NAV");
   auto table = BenchTable();
   NavMessageState state;
@@ -64,8 +64,7 @@ void BM_GenNavMulti32(benchmark::State& st) {
   settings.ScenarioMinute = 20;
   const auto messages = vorel::platform::Messages::Silent();
   for (auto _ : st) {
-    benchmark::DoNotOptimize(
-        vorel::navmsg::GEN_NAV_MULTI(settings, table, dir, state, messages));
+    benchmark::DoNotOptimize(vorel::navmsg::GEN_NAV_MULTI(settings, table, dir, state, messages));
   }
   std::filesystem::remove_all(dir);
 }

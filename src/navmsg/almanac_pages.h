@@ -15,10 +15,10 @@ struct AlmanacEntry {
   int32_t spare = 0;
   int32_t svHealth = 0;
   double e = 0.0;
-  double sqrtA = 0.0;  // m^(1/2)
-  double toa = 0.0;    // s
-  double M0 = 0.0;     // rad
-  double omega = 0.0;  // rad
+  double sqrtA = 0.0;     // m^(1/2)
+  double toa = 0.0;       // s
+  double M0 = 0.0;        // rad
+  double omega = 0.0;     // rad
   double Omega0 = 0.0;    // rad
   double OmegaDot = 0.0;  // rad/s
   double deltaI = 0.0;
@@ -50,7 +50,7 @@ struct UtcConstants {
 
 // What every message carries: the UTC terms do not follow the scenario time.
 inline constexpr UtcConstants kFixedUtcConstants = {-4.5297e-14, -9.3132e-09, 466900.0, 30.0,
-                                                     10.0,        243.0,       5.0,      10.0};
+                                                    10.0,        243.0,       5.0,      10.0};
 
 // Each encoder takes the page (1..25), the week (not used), t (the time of the start of
 // the next subframe), its data and the frame, finishes the subframe's words after the
@@ -67,9 +67,9 @@ int EncodeDummyPage(int page, int32_t week, double t, NavFrame& frame);
 // Subframe 4, subframe ID 101: availability 10 and 30 NMCT values of 31.
 int EncodeNmctPage(int page, int32_t week, double t, NavFrame& frame);
 // Subframe 4, subframe ID 100: Klobuchar coefficients and UTC terms.
-int EncodeIonoUtcPage(int page, int32_t week, double t, double alpha0, double alpha1,
-                      double alpha2, double alpha3, double beta0, double beta1, double beta2,
-                      double beta3, const UtcConstants& utc, NavFrame& frame);
+int EncodeIonoUtcPage(int page, int32_t week, double t, double alpha0, double alpha1, double alpha2,
+                      double alpha3, double beta0, double beta1, double beta2, double beta3,
+                      const UtcConstants& utc, NavFrame& frame);
 // Subframe 4, subframe ID 101: configuration of SV 1..32 and health of SV 25..32.
 int EncodeConfigHealthPage(int page, int32_t week, double t, const HealthCode& health,
                            NavFrame& frame);

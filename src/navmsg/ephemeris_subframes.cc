@@ -32,9 +32,9 @@ int EncodeSubframe1(int32_t week, double t, double tgd, double toc, double af2, 
   return 1;
 }
 
-int EncodeSubframe2(int32_t /*week*/, double t, int32_t iode, double Crs, double deltaN,
-                    double M0, double Cuc, double e, double Cus, double sqrtA, double toe,
-                    int32_t aodo, int /*fitFlag*/, NavFrame& frame) {
+int EncodeSubframe2(int32_t /*week*/, double t, int32_t iode, double Crs, double deltaN, double M0,
+                    double Cuc, double e, double Cus, double sqrtA, double toe, int32_t aodo,
+                    int /*fitFlag*/, NavFrame& frame) {
   NavSubframe& sf = frame[1];
   SetPreamble(1, frame);
   PutHandoverWord(sf, t, 0, 2);

@@ -7,8 +7,8 @@ namespace vorel::navmsg {
 namespace {
 
 // Preamble 10001011, telemetry message alternating from 1 (14 bits), reserved 10.
-constexpr std::array<NavBit, kDataBitsPerWord> kFixedWord = {
-    1, 0, 0, 0, 1, 0, 1, 1, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0};
+constexpr std::array<NavBit, kDataBitsPerWord> kFixedWord = {1, 0, 0, 0, 1, 0, 1, 1, 1, 0, 1, 0,
+                                                             1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0};
 
 // Source bits (1-based dn) of each parity bit D25..D30; the first entry of a row says
 // whether D29* (29) or D30* (30) of the previous word joins the sum.

@@ -20,7 +20,7 @@ inline constexpr int kBitsPerWord = 30;
 inline constexpr int kDataBitsPerWord = 24;
 inline constexpr int kWordsPerSubframe = 10;
 inline constexpr int kSubframesPerFrame = 5;
-inline constexpr int kBitsPerSubframe = kBitsPerWord * kWordsPerSubframe;  // 300
+inline constexpr int kBitsPerSubframe = kBitsPerWord * kWordsPerSubframe;    // 300
 inline constexpr int kBitsPerFrame = kBitsPerSubframe * kSubframesPerFrame;  // 1500
 
 // Index i is bit i+1 of the word: 0..23 are d1..d24, 24..29 the parity bits D25..D30.

@@ -1,9 +1,9 @@
 #include "navmsg/nav_message.h"
 
+#include <fmt/format.h>
+
 #include <cmath>
 #include <string>
-
-#include <fmt/format.h>
 
 #include "app/time_coords/time_coords.h"
 #include "navmsg/almanac_pages.h"
@@ -31,8 +31,8 @@ void EncodeSubframe4(int page, int32_t week, double t, int prn, const AlmanacTab
                      NavFrame& frame) {
   switch (page) {
     case 18:
-      EncodeIonoUtcPage(page, week, t, alpha0, alpha1, alpha2, alpha3, beta0, beta1, beta2,
-                        beta3, kFixedUtcConstants, frame);
+      EncodeIonoUtcPage(page, week, t, alpha0, alpha1, alpha2, alpha3, beta0, beta1, beta2, beta3,
+                        kFixedUtcConstants, frame);
       break;
     case 25:
       EncodeConfigHealthPage(page, week, t, health, frame);
@@ -40,7 +40,14 @@ void EncodeSubframe4(int page, int32_t week, double t, int prn, const AlmanacTab
     case 13:
       EncodeNmctPage(page, week, t, frame);
       break;
-    case 2: case 3: case 4: case 5: case 7: case 8: case 9: case 10:
+    case 2:
+    case 3:
+    case 4:
+    case 5:
+    case 7:
+    case 8:
+    case 9:
+    case 10:
       // The satellite's own entry on every almanac page of subframe 4.
       EncodeAlmanacPage4(page, week, t, almanac[prn - 1], frame);
       break;
@@ -83,8 +90,7 @@ struct MessageFiles {
     if (file == nullptr) return;
     const bool failed = std::ferror(file) != 0;
     if (std::fclose(file) != 0 || failed)
-      messages.Warn(fmt::format("{}: the navigation bits could not all be written",
-                                path.string()));
+      messages.Warn(fmt::format("{}: the navigation bits could not all be written", path.string()));
     file = nullptr;
   }
 };
@@ -103,10 +109,9 @@ bool ValidPrn(int prn) { return prn >= 1 && prn <= kMessagePrnCount; }
 // Scenario time in seconds of week, with the table re-dated to it when asked.
 double ScenarioTime(const NavMessageSettings& settings, const RedateOrbitsFn& redateOrbits) {
   time_coords::GpsTime time;
-  time_coords::CalendarToGpsTime(settings.ScenarioYear, settings.ScenarioMonth,
-                                 settings.ScenarioDay, settings.ScenarioHour,
-                                 settings.ScenarioMinute, settings.ScenarioSecond,
-                                 settings.LeapSeconds, time);
+  time_coords::CalendarToGpsTime(
+      settings.ScenarioYear, settings.ScenarioMonth, settings.ScenarioDay, settings.ScenarioHour,
+      settings.ScenarioMinute, settings.ScenarioSecond, settings.LeapSeconds, time);
   if (settings.KeepOrbitEpochs == 0 && redateOrbits) redateOrbits(time.secondsOfWeek, time.week);
   return time.secondsOfWeek;
 }
@@ -168,8 +173,8 @@ int GnssNavMessage(int prn, orbits::ConstellationTable& table, double alpha0, do
                     rec.OmegaDot, rec.iode, rec.IDOT, frame);
     WriteSubframe(frame, 2, binaryFile, textFile);
     r += 6.0;
-    EncodeSubframe4(page, rec.week, r, prn, almanac, alpha0, alpha1, alpha2, alpha3, beta0,
-                    beta1, beta2, beta3, health, frame);
+    EncodeSubframe4(page, rec.week, r, prn, almanac, alpha0, alpha1, alpha2, alpha3, beta0, beta1,
+                    beta2, beta3, health, frame);
     WriteSubframe(frame, 3, binaryFile, textFile);
     r += 6.0;
     if (page < kPagesPerCycle)
@@ -203,8 +208,7 @@ int GEN_NAV_MULTI(const NavMessageSettings& settings, orbits::ConstellationTable
   const std::filesystem::path navDir = dataDir / "NAV";
   for (int prn = 1; prn <= kMessagePrnCount; ++prn) {
     if (WriteMessage(prn, settings, table, navDir / fmt::format("navbin{}", prn),
-                     navDir / fmt::format("navascii{}", prn), state, messages,
-                     redateOrbits) != 0)
+                     navDir / fmt::format("navascii{}", prn), state, messages, redateOrbits) != 0)
       return -1;
   }
   return 0;

@@ -42,12 +42,12 @@ int GnssNavMessage(int prn, orbits::ConstellationTable& table, double alpha0, do
 
 // What the two generation commands read from the settings.
 struct NavMessageSettings {
-  int navPrn = 1;                       // the satellite of GEN_NAV
-  std::array<double, 4> ionoAlpha{};    // broadcast Klobuchar alpha0..alpha3
-  std::array<double, 4> ionoBeta{};     // broadcast Klobuchar beta0..beta3
-  int IodcFollowsIode = 0;              // 1: IODC carries the record's IODE (not 562)
+  int navPrn = 1;                     // the satellite of GEN_NAV
+  std::array<double, 4> ionoAlpha{};  // broadcast Klobuchar alpha0..alpha3
+  std::array<double, 4> ionoBeta{};   // broadcast Klobuchar beta0..beta3
+  int IodcFollowsIode = 0;            // 1: IODC carries the record's IODE (not 562)
   int OrbitsValid = 0;
-  int KeepOrbitEpochs = 0;              // 0: orbits are re-dated to the scenario first
+  int KeepOrbitEpochs = 0;  // 0: orbits are re-dated to the scenario first
   int ScenarioYear = 2000;
   int ScenarioMonth = 1;
   int ScenarioDay = 1;
@@ -55,7 +55,7 @@ struct NavMessageSettings {
   int ScenarioMinute = 0;
   double ScenarioSecond = 0.0;
   int LeapSeconds = 0;
-  int ScenarioDuration = 0;             // min; read, but the message length is fixed
+  int ScenarioDuration = 0;  // min; read, but the message length is fixed
 };
 
 // The confirmations the front end asks before each command, with this title.

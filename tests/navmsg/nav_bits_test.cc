@@ -1,10 +1,10 @@
 #include "navmsg/nav_bits.h"
 
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <cstdio>
 #include <string>
-
-#include <gtest/gtest.h>
 
 #include "nav_decoder.h"
 
@@ -42,7 +42,7 @@ TEST(EncodeScaled, RoundsTheProgramsOwnWay) {
   EXPECT_EQ(Encode(2.5, 0), 3);
   EXPECT_EQ(Encode(2.4999, 0), 2);
   EXPECT_EQ(Encode(1.0, 0), 1);
-  EXPECT_EQ(Encode(466900.0, 12), 114);   // 113.989
+  EXPECT_EQ(Encode(466900.0, 12), 114);      // 113.989
   EXPECT_EQ(Encode(-4.5297e-14, -50), -50);  // -50.999...
   // sqrt A 5153.6 * 2^19 = 2701970636.8 -> 2701970637, kept as the low 32 bits.
   EXPECT_EQ(static_cast<uint32_t>(Encode(5153.6, -19)), 2701970637u);
@@ -116,8 +116,8 @@ TEST(Parity, SolvedBitsOfWordsTwoAndTenLeaveD29AndD30Zero) {
 }
 
 TEST(SvIds, PagesOfSubframesFourAndFive) {
-  const int expected[26] = {0,  57, 25, 26, 27, 28, 57, 29, 30, 31, 32, 57, 62, 52,
-                            53, 54, 57, 55, 56, 58, 59, 57, 60, 61, 62, 63};
+  const int expected[26] = {0,  57, 25, 26, 27, 28, 57, 29, 30, 31, 32, 57, 62,
+                            52, 53, 54, 57, 55, 56, 58, 59, 57, 60, 61, 62, 63};
   for (int page = 1; page <= 25; ++page) {
     int svId = -1;
     EXPECT_EQ(Subframe4SvId(page, svId), 0);

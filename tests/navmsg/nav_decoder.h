@@ -55,8 +55,8 @@ struct DecodedSubframe {
 };
 
 // Reads a stream of 0/1 bits, 300 per subframe, with D29*, D30* of 0 before the first.
-inline std::vector<DecodedSubframe> DecodeStream(const std::vector<int>& bits,
-                                                 uint32_t d29Star = 0, uint32_t d30Star = 0) {
+inline std::vector<DecodedSubframe> DecodeStream(const std::vector<int>& bits, uint32_t d29Star = 0,
+                                                 uint32_t d30Star = 0) {
   std::vector<DecodedSubframe> out(bits.size() / 300);
   for (size_t s = 0; s < out.size(); ++s) {
     DecodedSubframe& sf = out[s];
@@ -68,7 +68,8 @@ inline std::vector<DecodedSubframe> DecodeStream(const std::vector<int>& bits,
       if (d30Star) data ^= 0xFFFFFF;
       for (int p = 0; p < 6; ++p) {
         const uint32_t expected =
-            (__builtin_popcount(data & kParityMasks[p]) + (kUsesD30Star[p] ? d30Star : d29Star)) & 1u;
+            (__builtin_popcount(data & kParityMasks[p]) + (kUsesD30Star[p] ? d30Star : d29Star)) &
+            1u;
         if (((word >> (5 - p)) & 1u) != expected) sf.parityOk = false;
       }
       sf.source[w] = data;

@@ -1,10 +1,10 @@
 #include "navmsg/nav_message.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "nav_decoder.h"
 #include "test_support.h"
@@ -51,8 +51,8 @@ Stream Generate(int prn, orbits::ConstellationTable& table, double t, bool iodcF
   std::FILE* bin = std::tmpfile();
   std::FILE* txt = std::tmpfile();
   Stream s;
-  s.result = GnssNavMessage(prn, table, alpha0, 0, 0, 0, 0, 0, 0, 0, t, bin, txt, state,
-                            iodcFollowsIode);
+  s.result =
+      GnssNavMessage(prn, table, alpha0, 0, 0, 0, 0, 0, 0, 0, t, bin, txt, state, iodcFollowsIode);
   auto slurp = [](std::FILE* f) {
     std::string out;
     std::rewind(f);
@@ -95,7 +95,8 @@ TEST(GnssNavMessage, WholeStreamReadsBackAsAReceiverWould) {
       int svId = 0;
       Subframe4SvId(page, svId);
       EXPECT_EQ(sf.Field(63, 6), static_cast<uint32_t>(svId)) << "page " << page;
-      const bool id100 = page == 18 || (page != 13 && page != 25 && (page < 2 || page > 10 || page == 6));
+      const bool id100 =
+          page == 18 || (page != 13 && page != 25 && (page < 2 || page > 10 || page == 6));
       EXPECT_EQ(sf.SubframeId(), id100 ? 4u : 5u) << "page " << page;
     } else {
       EXPECT_EQ(sf.SubframeId(), 5u);
@@ -161,8 +162,8 @@ TEST(GnssNavMessage, OtherPrnsAndOptions) {
   EXPECT_EQ(prn2[5 * 1 + 3].Field(69, 16), 0u);
   EXPECT_EQ(prn2[4].Field(151, 24), 10240000u);
   // Page 18 carries the broadcast alpha0 (frame 17).
-  const auto iono =
-      decoder::DecodeStream(decoder::BitsFromText(Generate(2, table, 0.0, false, 12 * 9.313225746154785e-10).text));
+  const auto iono = decoder::DecodeStream(
+      decoder::BitsFromText(Generate(2, table, 0.0, false, 12 * 9.313225746154785e-10).text));
   EXPECT_EQ(iono[5 * 17 + 3].Field(69, 8), 12u);
   // The IODC option: the ten bits carry IODE 41, and nothing else moves.
   const Stream plain = Generate(2, table, 0.0);
@@ -218,7 +219,8 @@ TEST(GenNav, WritesTheFilesOfOneAndOfAllSatellites) {
   EXPECT_EQ(std::filesystem::file_size(dir / "simulated.nvb"), 354000u);
   EXPECT_EQ(std::filesystem::file_size(dir / "simulated.nva"), 88500u);
   // 00:20 is 1200 s: t0 750, TOW 126.
-  const auto one = decoder::DecodeStream(decoder::BitsFromText(vorel::test::ReadFile(dir / "simulated.nva")));
+  const auto one =
+      decoder::DecodeStream(decoder::BitsFromText(vorel::test::ReadFile(dir / "simulated.nva")));
   EXPECT_EQ(one[0].Tow(), 126u);
 
   ASSERT_EQ(GEN_NAV_MULTI(s, table, dir.path(), state, c.messages), 0);
@@ -228,7 +230,8 @@ TEST(GenNav, WritesTheFilesOfOneAndOfAllSatellites) {
     ASSERT_EQ(std::filesystem::file_size(bin), 354000u) << prn;
     ASSERT_EQ(std::filesystem::file_size(txt), 88500u) << prn;
   }
-  EXPECT_EQ(vorel::test::ReadFile(dir.path() / "NAV" / "navbin2"), vorel::test::ReadFile(dir / "simulated.nvb"));
+  EXPECT_EQ(vorel::test::ReadFile(dir.path() / "NAV" / "navbin2"),
+            vorel::test::ReadFile(dir / "simulated.nvb"));
   // A satellite with no orbit still gets a full, well-formed stream.
   const auto empty = decoder::DecodeStream(
       decoder::BitsFromBinary(vorel::test::ReadFile(dir.path() / "NAV" / "navbin17")));

@@ -1,8 +1,8 @@
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "nav_decoder.h"
 #include "navmsg/almanac_pages.h"
@@ -34,7 +34,8 @@ const char* const kHandSubframe1[10] = {
     "100010111010101010101010001010",
     // TOW 1 (17 bits), alert 0, anti-spoof 1, ID 001, solved 00 | parity
     "000000000000000010100110111000",
-    // week 2190-1024 = 1166, modulo 1024 142, L2 codes 01, URA 0001, health 000000, IODC 10 | parity
+    // week 2190-1024 = 1166, modulo 1024 142, L2 codes 01, URA 0001, health 000000, IODC 10 |
+    // parity
     "001000111001000100000010111000",
     "101010101010101010101010111100",  // reserved, alternating from 1
     "101010101010101010101010111100",
@@ -57,7 +58,8 @@ void EncodeHandSubframe(NavFrame& frame, const NavWord& previous) {
 TEST(Subframe1, WholeSubframeAgainstBitsWorkedByHand) {
   NavFrame frame{};
   EncodeHandSubframe(frame, NavWord{});
-  for (int w = 0; w < 10; ++w) EXPECT_EQ(WordString(frame[0][w]), kHandSubframe1[w]) << "word " << w + 1;
+  for (int w = 0; w < 10; ++w)
+    EXPECT_EQ(WordString(frame[0][w]), kHandSubframe1[w]) << "word " << w + 1;
 }
 
 TEST(Subframe1, PreviousD30OfOneComplementsWordOneOnly) {
@@ -185,8 +187,8 @@ decoder::DecodedSubframe DecodeSubframe(const NavFrame& frame, int index) {
 TEST(Pages, AlmanacEntryZeroAndTheAf0Af1Overlap) {
   NavFrame frame{};
   AlmanacEntry entry = MakeAlmanacTable()[0];
-  entry.af0 = 300.0 * std::ldexp(1.0, -20);   // 00100101100: top eight bits 00100101
-  entry.af1 = -2.5 * std::ldexp(1.0, -38);    // truncated to -2: 11111111110
+  entry.af0 = 300.0 * std::ldexp(1.0, -20);  // 00100101100: top eight bits 00100101
+  entry.af1 = -2.5 * std::ldexp(1.0, -38);   // truncated to -2: 11111111110
   entry.deltaI = 0.0;
   EncodeAlmanacPage5(1, 0, 30.0, entry, frame);
   const auto d = DecodeSubframe(frame, 4);
@@ -195,9 +197,9 @@ TEST(Pages, AlmanacEntryZeroAndTheAf0Af1Overlap) {
   EXPECT_EQ(d.Field(61, 2), 1u);
   EXPECT_EQ(d.Field(63, 6), 1u);
   EXPECT_EQ(d.Field(69, 16), 257950u & 0xFFFFu);  // 0.123 * 2^21 = 257949.7
-  EXPECT_EQ(d.Field(91, 8), 1u);                   // toa 120 s: below one unit of 4096
-  EXPECT_EQ(d.Field(151, 24), 10240000u);          // 5000 * 2^11
-  EXPECT_EQ(d.Field(137, 8), 0u);                  // health, whatever svHealth says
+  EXPECT_EQ(d.Field(91, 8), 1u);                  // toa 120 s: below one unit of 4096
+  EXPECT_EQ(d.Field(151, 24), 10240000u);         // 5000 * 2^11
+  EXPECT_EQ(d.Field(137, 8), 0u);                 // health, whatever svHealth says
   EXPECT_EQ(d.Field(271, 8), 0x25u);
   EXPECT_EQ(d.Field(279, 11), 0x7FEu);
   EXPECT_EQ(d.Field(290, 3), 0u);  // never written, the buffer was clear
