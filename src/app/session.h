@@ -6,23 +6,38 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <vector>
 
+#include "app/settings.h"
 #include "atmosphere/atmosphere_state.h"
+#include "navmsg/nav_message.h"
 #include "observation/epoch.h"
+#include "orbits/constellation_ops.h"
 #include "orbits/orbit_record.h"
+#include "platform/data_dir.h"
 #include "platform/messages.h"
 #include "platform/random.h"
+#include "platform/text_file.h"
 
 namespace vorel::app {
 
 struct Session {
   // 1 while a run may go on; cleared by the stop command and by each worker as it ends.
   std::atomic<uint8_t> RunActive{0};
+  int32_t AutoRunStarted = 0;
+
+  Settings settings;
+  platform::DataDirectory dataDir;
 
   orbits::ConstellationTable constellation;
+  // Source indicators, the orbit panel and the PRN selector's range (satelliteCount).
+  orbits::ConstellationState orbitState;
 
   // The epoch counter that gates the atmosphere, the station latch and the display rows.
   observation::EpochState epochState;
+  // Where a run's map and sky plot go; none without a display.
+  observation::EpochDisplay* display = nullptr;
 
   // The C run-time rand of the worker that runs simulations; it carries on from one
   // run to the next within a program start, as a reused pool thread would.
@@ -30,6 +45,21 @@ struct Session {
 
   // Klobuchar coefficients in force and the troposphere's last-value record.
   atmosphere::AtmosphereState atmosphere;
+
+  // The navigation message generator's frame buffer, reused from message to message.
+  navmsg::NavMessageState navMessage;
+
+  // Station 1's position in relative mode, kept from one station run to the next.
+  double originLatitude = 0.0;
+  double originLongitude = 0.0;
+
+  // Files a run leaves open for the life of the program start (trajectory, auxiliary
+  // input, the bubble record).
+  std::vector<std::unique_ptr<platform::LineReader>> heldInputs;
+  std::unique_ptr<platform::OutputFile> bubbleRecordFile;
+
+  // Paths the last command wrote, for the front end's summary.
+  std::vector<std::string> lastOutputs;
 
   platform::Messages messages = platform::Messages::Stderr();
 

@@ -1,0 +1,217 @@
+#include "navmsg/nav_message.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <string>
+
+#include "app/time_coords/time_coords.h"
+#include "navmsg/almanac_pages.h"
+#include "navmsg/ephemeris_subframes.h"
+#include "orbits/satellite_position.h"
+
+namespace vorel::navmsg {
+namespace {
+
+constexpr const char* kErrorTitle = "Error message";
+constexpr const char* kNoOrbitsText = "Please introduce orbits before generating nav message";
+constexpr const char* kBinaryCreateError = "\n Binary File Create Error";
+constexpr const char* kTextCreateError = "\n Ascii FIle Create Error";
+
+void WriteSubframe(const NavFrame& frame, int subframeIndex, std::FILE* binaryFile,
+                   std::FILE* textFile) {
+  WriteSubframeBinary(binaryFile, frame[subframeIndex]);
+  WriteSubframeText(textFile, frame[subframeIndex]);
+}
+
+// Subframe 4 of a page: which encoder fills it.
+void EncodeSubframe4(int page, int32_t week, double t, int prn, const AlmanacTable& almanac,
+                     double alpha0, double alpha1, double alpha2, double alpha3, double beta0,
+                     double beta1, double beta2, double beta3, const HealthCode& health,
+                     NavFrame& frame) {
+  switch (page) {
+    case 18:
+      EncodeIonoUtcPage(page, week, t, alpha0, alpha1, alpha2, alpha3, beta0, beta1, beta2, beta3,
+                        kFixedUtcConstants, frame);
+      break;
+    case 25:
+      EncodeConfigHealthPage(page, week, t, health, frame);
+      break;
+    case 13:
+      EncodeNmctPage(page, week, t, frame);
+      break;
+    case 2:
+    case 3:
+    case 4:
+    case 5:
+    case 7:
+    case 8:
+    case 9:
+    case 10:
+      // The satellite's own entry on every almanac page of subframe 4.
+      EncodeAlmanacPage4(page, week, t, almanac[prn - 1], frame);
+      break;
+    default:
+      EncodeDummyPage(page, week, t, frame);
+      break;
+  }
+}
+
+// Files of one satellite, opened together and closed together. A write error is not
+// looked at during generation; a failed close is reported as a warning.
+struct MessageFiles {
+  std::FILE* binary = nullptr;
+  std::FILE* text = nullptr;
+  std::filesystem::path binaryPath;
+  std::filesystem::path textPath;
+
+  int Open(const platform::Messages& messages) {
+    binary = std::fopen(binaryPath.c_str(), "wb");
+    if (binary == nullptr) {
+      messages.Info(kBinaryCreateError);
+      return -1;
+    }
+    text = std::fopen(textPath.c_str(), "wb");
+    if (text == nullptr) {
+      messages.Info(kTextCreateError);
+      Close(messages);
+      return -1;
+    }
+    return 0;
+  }
+
+  void Close(const platform::Messages& messages) {
+    CloseOne(binary, binaryPath, messages);
+    CloseOne(text, textPath, messages);
+  }
+
+  static void CloseOne(std::FILE*& file, const std::filesystem::path& path,
+                       const platform::Messages& messages) {
+    if (file == nullptr) return;
+    const bool failed = std::ferror(file) != 0;
+    if (std::fclose(file) != 0 || failed)
+      messages.Warn(fmt::format("{}: the navigation bits could not all be written", path.string()));
+    file = nullptr;
+  }
+};
+
+// Steps shared by both commands before the first file: orbits loaded, PRN in range.
+int CheckOrbits(const NavMessageSettings& settings, const platform::Messages& messages) {
+  if (settings.OrbitsValid == 0) {
+    messages.Popup(kErrorTitle, kNoOrbitsText);
+    return -1;
+  }
+  return 0;
+}
+
+bool ValidPrn(int prn) { return prn >= 1 && prn <= kMessagePrnCount; }
+
+// Scenario time in seconds of week, with the table re-dated to it when asked.
+double ScenarioTime(const NavMessageSettings& settings, const RedateOrbitsFn& redateOrbits) {
+  time_coords::GpsTime time;
+  time_coords::CalendarToGpsTime(
+      settings.ScenarioYear, settings.ScenarioMonth, settings.ScenarioDay, settings.ScenarioHour,
+      settings.ScenarioMinute, settings.ScenarioSecond, settings.LeapSeconds, time);
+  if (settings.KeepOrbitEpochs == 0 && redateOrbits) redateOrbits(time.secondsOfWeek, time.week);
+  return time.secondsOfWeek;
+}
+
+// Opens the two files of one satellite, generates its message and closes them.
+int WriteMessage(int prn, const NavMessageSettings& settings, orbits::ConstellationTable& table,
+                 const std::filesystem::path& binaryPath, const std::filesystem::path& textPath,
+                 NavMessageState& state, const platform::Messages& messages,
+                 const RedateOrbitsFn& redateOrbits) {
+  MessageFiles files;
+  files.binaryPath = binaryPath;
+  files.textPath = textPath;
+  if (files.Open(messages) != 0) return -1;
+  const double t = ScenarioTime(settings, redateOrbits);
+  const auto& a = settings.ionoAlpha;
+  const auto& b = settings.ionoBeta;
+  GnssNavMessage(prn, table, a[0], a[1], a[2], a[3], b[0], b[1], b[2], b[3], t, files.binary,
+                 files.text, state, settings.IodcFollowsIode == 1);
+  files.Close(messages);
+  return 0;
+}
+
+}  // namespace
+
+int GnssNavMessage(int prn, orbits::ConstellationTable& table, double alpha0, double alpha1,
+                   double alpha2, double alpha3, double beta0, double beta1, double beta2,
+                   double beta3, double t, std::FILE* binaryFile, std::FILE* textFile,
+                   NavMessageState& state, bool iodcFollowsIode) {
+  if (!ValidPrn(prn)) return -1;
+  state.frame = NavFrame{};
+  state.previousWord = NavWord{};
+  NavFrame& frame = state.frame;
+
+  // The stream starts on page 1, on the 750 s grid at or before t.
+  const double t0 = std::floor(t / kPageCycleSeconds) * kPageCycleSeconds;
+  const AlmanacTable almanac = MakeAlmanacTable();
+  const HealthCode health{};
+
+  // One record, chosen at t0, serves the whole stream; a failed selection leaves record 0.
+  orbits::SelectOrbitRecord(t0, table, prn - 1);
+  const int selected = table.rows[prn - 1].selectedRecord;
+  if (selected < 0 || selected >= orbits::kRecordsPerSet) return -1;
+  const orbits::OrbitRecord rec = table.rows[prn - 1].broadcastRecords[selected];
+  const int32_t iodc = iodcFollowsIode ? (rec.iode & 0xFF) : kSystemIodc;
+
+  double r = t0;
+  int page = 1;
+  for (int f = 0; f < kFramesPerMessage; ++f) {
+    r += 6.0;
+    EncodeSubframe1(rec.week, r, rec.tgd, rec.toc, rec.af2, rec.af1, rec.af0, iodc, frame,
+                    state.previousWord);
+    WriteSubframe(frame, 0, binaryFile, textFile);
+    r += 6.0;
+    EncodeSubframe2(rec.week, r, rec.iode, rec.Crs, rec.deltaN, rec.M0, rec.Cuc, rec.e, rec.Cus,
+                    rec.sqrtA, rec.toe, rec.aodo, 0, frame);
+    WriteSubframe(frame, 1, binaryFile, textFile);
+    r += 6.0;
+    EncodeSubframe3(rec.week, r, rec.Cic, rec.Omega0, rec.Cis, rec.i0, rec.Crc, rec.omega,
+                    rec.OmegaDot, rec.iode, rec.IDOT, frame);
+    WriteSubframe(frame, 2, binaryFile, textFile);
+    r += 6.0;
+    EncodeSubframe4(page, rec.week, r, prn, almanac, alpha0, alpha1, alpha2, alpha3, beta0, beta1,
+                    beta2, beta3, health, frame);
+    WriteSubframe(frame, 3, binaryFile, textFile);
+    r += 6.0;
+    if (page < kPagesPerCycle)
+      EncodeAlmanacPage5(page, rec.week, r, almanac[page - 1], frame);
+    else
+      EncodeHealthPage(page, rec.week, r, kHealthPageToa, health, frame);
+    WriteSubframe(frame, 4, binaryFile, textFile);
+    page = page < kPagesPerCycle ? page + 1 : 1;
+    state.previousWord = frame[4][kWordsPerSubframe - 1];
+  }
+  return 1;
+}
+
+int GEN_NAV(const NavMessageSettings& settings, orbits::ConstellationTable& table,
+            const std::filesystem::path& dataDir, NavMessageState& state,
+            const platform::Messages& messages, const RedateOrbitsFn& redateOrbits) {
+  if (CheckOrbits(settings, messages) != 0) return -1;
+  if (!ValidPrn(settings.navPrn)) {
+    messages.Popup(kErrorTitle, fmt::format("navPrn {} is not a GPS PRN from 1 to {}",
+                                            settings.navPrn, kMessagePrnCount));
+    return -1;
+  }
+  return WriteMessage(settings.navPrn, settings, table, dataDir / "simulated.nvb",
+                      dataDir / "simulated.nva", state, messages, redateOrbits);
+}
+
+int GEN_NAV_MULTI(const NavMessageSettings& settings, orbits::ConstellationTable& table,
+                  const std::filesystem::path& dataDir, NavMessageState& state,
+                  const platform::Messages& messages, const RedateOrbitsFn& redateOrbits) {
+  if (CheckOrbits(settings, messages) != 0) return -1;
+  const std::filesystem::path navDir = dataDir / "NAV";
+  for (int prn = 1; prn <= kMessagePrnCount; ++prn) {
+    if (WriteMessage(prn, settings, table, navDir / fmt::format("navbin{}", prn),
+                     navDir / fmt::format("navascii{}", prn), state, messages, redateOrbits) != 0)
+      return -1;
+  }
+  return 0;
+}
+
+}  // namespace vorel::navmsg

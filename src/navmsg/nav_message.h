@@ -1,0 +1,88 @@
+#pragma once
+// The message generator: one satellite's GPS L1 C/A navigation message over 59 frames
+// (88,500 bits, 1770 s) from one broadcast orbit record, and the commands that write it
+// to the navigation bit files, for one satellite or for PRN 1 to 32.
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+
+#include "navmsg/nav_bits.h"
+#include "orbits/orbit_record.h"
+#include "platform/messages.h"
+
+namespace vorel::navmsg {
+
+inline constexpr int kFramesPerMessage = 59;
+inline constexpr int kBitsPerMessage = kFramesPerMessage * kBitsPerFrame;  // 88,500
+inline constexpr int kPagesPerCycle = 25;
+inline constexpr double kPageCycleSeconds = 750.0;
+inline constexpr int kMessagePrnCount = 32;
+inline constexpr int32_t kHealthPageToa = 70;
+
+// The generator's buffers, kept for the life of the program. They are cleared at the
+// start of each message and then reused frame after frame: the almanac pages let bits of
+// the page before show through.
+struct NavMessageState {
+  NavFrame frame{};
+  NavWord previousWord{};  // word 10 of the last subframe 5 sent
+};
+
+// Builds the message of `prn` (1..32) from the broadcast record selected at t0, the
+// largest multiple of 750 s not above t (s of week), and writes each subframe to the
+// binary file and then to the text file. The files stay the caller's. With
+// iodcFollowsIode the ten IODC bits carry the record's IODE instead of 562. Returns 1, or
+// -1 (nothing written) when the PRN is outside 1..32 or no record is selected.
+int GnssNavMessage(int prn, orbits::ConstellationTable& table, double alpha0, double alpha1,
+                   double alpha2, double alpha3, double beta0, double beta1, double beta2,
+                   double beta3, double t, std::FILE* binaryFile, std::FILE* textFile,
+                   NavMessageState& state, bool iodcFollowsIode = false);
+
+// What the two generation commands read from the settings.
+struct NavMessageSettings {
+  int navPrn = 1;                     // the satellite of GEN_NAV
+  std::array<double, 4> ionoAlpha{};  // broadcast Klobuchar alpha0..alpha3
+  std::array<double, 4> ionoBeta{};   // broadcast Klobuchar beta0..beta3
+  int IodcFollowsIode = 0;            // 1: IODC carries the record's IODE (not 562)
+  int OrbitsValid = 0;
+  int KeepOrbitEpochs = 0;  // 0: orbits are re-dated to the scenario first
+  int ScenarioYear = 2000;
+  int ScenarioMonth = 1;
+  int ScenarioDay = 1;
+  int ScenarioHour = 0;
+  int ScenarioMinute = 0;
+  double ScenarioSecond = 0.0;
+  int LeapSeconds = 0;
+  int ScenarioDuration = 0;  // min; read, but the message length is fixed
+};
+
+// The confirmations the front end asks before each command, with this title.
+inline constexpr const char* kConfirmationTitle = "Confirmation message";
+inline constexpr const char* kGenNavConfirmation =
+    " Are you sure you want to write \n navigation message file ? \n Existing file will be "
+    "overwritten.";
+inline constexpr const char* kGenNavMultiConfirmation =
+    " Are you sure you want to overwrite \n navigation message files \n using current scenario ?";
+
+// Re-dating of the orbit table to the scenario time (seconds of week, week), run before
+// generation when KeepOrbitEpochs is 0. The front end passes the program's re-dating.
+using RedateOrbitsFn = std::function<void(double secondsOfWeek, int32_t week)>;
+
+// GEN_NAV: the message of settings.navPrn into <dataDir>/simulated.nvb and
+// <dataDir>/simulated.nva. Returns 0, or -1 when no orbits are loaded, the PRN is not
+// 1..32 (both "Error message" popups) or a file cannot be created (a message on the
+// standard output). The confirmation belongs to the caller.
+int GEN_NAV(const NavMessageSettings& settings, orbits::ConstellationTable& table,
+            const std::filesystem::path& dataDir, NavMessageState& state,
+            const platform::Messages& messages, const RedateOrbitsFn& redateOrbits = {});
+
+// GEN_NAV_MULTI: the messages of PRN 1 to 32 into <dataDir>/NAV/navbin<prn> and
+// <dataDir>/NAV/navascii<prn>. Returns 0, or -1 as GEN_NAV; a file that cannot be
+// created stops the command at that PRN.
+int GEN_NAV_MULTI(const NavMessageSettings& settings, orbits::ConstellationTable& table,
+                  const std::filesystem::path& dataDir, NavMessageState& state,
+                  const platform::Messages& messages, const RedateOrbitsFn& redateOrbits = {});
+
+}  // namespace vorel::navmsg
