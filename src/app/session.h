@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "orbits/constellation_ops.h"
 #include "orbits/orbit_record.h"
 #include "platform/messages.h"
 #include "platform/random.h"
@@ -18,6 +19,8 @@ struct Session {
   std::atomic<uint8_t> RunActive{0};
 
   orbits::ConstellationTable constellation;
+  // Source indicators, the orbit panel and the PRN selector's range.
+  orbits::ConstellationState orbitState;
 
   // The C run-time rand of the worker that runs simulations; it carries on from one
   // run to the next within a program start, as a reused pool thread would.
