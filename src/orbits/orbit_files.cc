@@ -343,7 +343,7 @@ int ReadRinexNavigation(ConstellationTable& table, const std::string& path,
   RinexTemporaries values;
   RinexTarget target;
   std::array<bool, kTableRows> overflowReported{};
-  bool endReported = false;
+  bool ended = false;  // end of file met; the rest of the record reads nothing
 
   for (;;) {
     for (int lineInRecord = 1; lineInRecord <= 8; ++lineInRecord) {
@@ -353,9 +353,9 @@ int ReadRinexNavigation(ConstellationTable& table, const std::string& path,
         if (lineInRecord == 8) return result;
         if (length == 0) {
           Warn(messages, file, fmt::format("empty record line {} passed over", lineInRecord));
-        } else if (lineInRecord > 1 && !endReported) {
-          Warn(messages, file, "the file ends inside a record");
-          endReported = true;
+        } else if (!ended) {
+          ended = true;
+          if (lineInRecord > 1) Warn(messages, file, "the file ends inside a record");
         }
         continue;
       }
