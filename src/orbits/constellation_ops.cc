@@ -1,8 +1,8 @@
 #include "orbits/constellation_ops.h"
 
-#include <iterator>
-
 #include <fmt/format.h>
+
+#include <iterator>
 
 namespace vorel::orbits {
 namespace {

@@ -17,9 +17,10 @@
 namespace vorel::orbits {
 
 // Row counts of the orbit panel's tables.
-inline constexpr int kKeplerianRows = 11;  // toe week M0 deltaN e sqrtA Omega0 i0 omega OmegaDot IDOT
-inline constexpr int kHarmonicRows = 6;    // Cuc Cus Crc Crs Cic Cis
-inline constexpr int kClockRows = 3;       // toc af0 af1
+inline constexpr int kKeplerianRows =
+    11;                                  // toe week M0 deltaN e sqrtA Omega0 i0 omega OmegaDot IDOT
+inline constexpr int kHarmonicRows = 6;  // Cuc Cus Crc Crs Cic Cis
+inline constexpr int kClockRows = 3;     // toc af0 af1
 
 // One panel table per set; index 0 is row 1.
 struct OrbitPanelSet {

@@ -1,10 +1,10 @@
 #include "orbits/orbit_files.h"
 
+#include <fmt/format.h>
+
 #include <array>
 #include <cmath>
 #include <string_view>
-
-#include <fmt/format.h>
 
 #include "app/time_coords/time_coords.h"
 #include "platform/scan.h"
@@ -88,16 +88,35 @@ const YumaKey* FindYumaKey(std::string_view line) {
 
 void StoreYumaValue(YumaField field, double value, OrbitRecord& r) {
   switch (field) {
-    case YumaField::e: r.e = value; break;
-    case YumaField::i0: r.i0 = value; break;
-    case YumaField::OmegaDot: r.OmegaDot = value; break;
-    case YumaField::sqrtA: r.sqrtA = value; break;
-    case YumaField::Omega0: r.Omega0 = value; break;
-    case YumaField::omega: r.omega = value; break;
-    case YumaField::M0: r.M0 = value; break;
-    case YumaField::af0: r.af0 = value; break;
-    case YumaField::af1: r.af1 = value; break;
-    default: break;  // ID, Health and Time are handled by the reader itself
+    case YumaField::e:
+      r.e = value;
+      break;
+    case YumaField::i0:
+      r.i0 = value;
+      break;
+    case YumaField::OmegaDot:
+      r.OmegaDot = value;
+      break;
+    case YumaField::sqrtA:
+      r.sqrtA = value;
+      break;
+    case YumaField::Omega0:
+      r.Omega0 = value;
+      break;
+    case YumaField::omega:
+      r.omega = value;
+      break;
+    case YumaField::M0:
+      r.M0 = value;
+      break;
+    case YumaField::af0:
+      r.af0 = value;
+      break;
+    case YumaField::af1:
+      r.af1 = value;
+      break;
+    default:
+      break;  // ID, Health and Time are handled by the reader itself
   }
 }
 
@@ -137,11 +156,12 @@ void RinexLineOne(const std::string& line, const platform::LineReader& file,
                   ConstellationTable& table, RinexTemporaries& v, RinexTarget& target,
                   std::array<bool, kTableRows>& overflowReported,
                   const platform::Messages& messages) {
-  const int filled = platform::ScanLine(line, "%s>%i%i%i%i%i%i%f%f%f%f",
-                                        {&v.prn, &v.year, &v.month, &v.day, &v.hour, &v.minute,
-                                         &v.seconds, &v.af0, &v.af1, &v.af2});
+  const int filled = platform::ScanLine(
+      line, "%s>%i%i%i%i%i%i%f%f%f%f",
+      {&v.prn, &v.year, &v.month, &v.day, &v.hour, &v.minute, &v.seconds, &v.af0, &v.af1, &v.af2});
   if (filled < 10)
-    Warn(messages, file, fmt::format("record line 1 scanned {} of 10 values", filled < 0 ? 0 : filled));
+    Warn(messages, file,
+         fmt::format("record line 1 scanned {} of 10 values", filled < 0 ? 0 : filled));
 
   if (v.year < 99) v.year += 2000;
   if (v.year > -kYearLimit && v.year < kYearLimit && v.day > -kDayLimit && v.day < kDayLimit) {
@@ -153,8 +173,8 @@ void RinexLineOne(const std::string& line, const platform::LineReader& file,
 
   target = RinexTarget{};
   if (!PrnInTable(v.prn)) {
-    Warn(messages, file, fmt::format("PRN {} lies outside the table (1 to {}); record skipped",
-                                     v.prn, kTableRows));
+    Warn(messages, file,
+         fmt::format("PRN {} lies outside the table (1 to {}); record skipped", v.prn, kTableRows));
     return;
   }
   SatelliteOrbits& row = table.rows[v.prn - 1];
@@ -285,8 +305,9 @@ int ReadYumaAlmanac(platform::LineReader& file, ConstellationTable& table,
     if (key->field == YumaField::Id) {
       seenId = true;
       if (!PrnInTable(intValue)) {
-        Warn(messages, file, fmt::format("PRN {} lies outside the table (1 to {}); its almanac is skipped",
-                                         intValue, kTableRows));
+        Warn(messages, file,
+             fmt::format("PRN {} lies outside the table (1 to {}); its almanac is skipped",
+                         intValue, kTableRows));
         row = nullptr;
         continue;
       }

@@ -1,9 +1,9 @@
 #include "orbits/constellation_ops.h"
 
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <memory>
-
-#include <gtest/gtest.h>
 
 #include "orbits/satellite_position.h"
 
@@ -153,8 +153,8 @@ TEST_F(ConstellationOpsTest, BulkClearsActOnOneSetAndOnlyOnStoredRecords) {
     EXPECT_EQ(first.broadcastRecords[k].toc, 201.0 + k);
     EXPECT_EQ(first.trueRecords[k].af2, 104.0 + k);  // true set unchanged
   }
-  EXPECT_EQ(first.broadcastRecords[2].af0, 204.0);        // beyond recordCount
-  EXPECT_EQ(table->rows[31].broadcastRecords[1].af0, 0.0);  // PRN 32 is walked
+  EXPECT_EQ(first.broadcastRecords[2].af0, 204.0);            // beyond recordCount
+  EXPECT_EQ(table->rows[31].broadcastRecords[1].af0, 0.0);    // PRN 32 is walked
   EXPECT_EQ(table->rows[32].broadcastRecords[0].af0, 202.0);  // PRN 33 is not
 
   SET_HAR(*table, state);
@@ -216,7 +216,8 @@ TEST_F(ConstellationOpsTest, GalileoFillsTrueRecordZeroInThreePlanes) {
     EXPECT_NEAR(table->rows[9 + slot].trueRecords[0].M0, Degrees(13.33 + 40 * slot), 1e-12);
     EXPECT_NEAR(table->rows[18 + slot].trueRecords[0].M0, Degrees(26.66 + 40 * slot), 1e-12);
   }
-  for (int prn : {28, 29, 30}) EXPECT_NEAR(table->rows[prn - 1].trueRecords[0].M0, Degrees(20), 1e-12);
+  for (int prn : {28, 29, 30})
+    EXPECT_NEAR(table->rows[prn - 1].trueRecords[0].M0, Degrees(20), 1e-12);
   for (int prn = 31; prn <= 36; ++prn) EXPECT_EQ(table->rows[prn - 1].trueRecords[0].status, 0);
   EXPECT_EQ(table->rows[36].trueRecords[0].status, 7);  // beyond PRN 36: not touched
 }

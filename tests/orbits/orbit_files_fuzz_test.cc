@@ -2,14 +2,14 @@
 // crash nor write outside the table, and must keep every row's count inside the row.
 // Run under the asan preset as well.
 
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "orbits/orbit_files.h"
 #include "test_support.h"
@@ -36,9 +36,19 @@ struct Lcg {
   size_t Below(size_t n) { return n == 0 ? 0 : Next() % n; }
 };
 
-const char* const kInserts[] = {"-",        "D",  "99999999999999", "-2147483649", "1D999",
-                                "nan",      "\t", "ID: 40",         "ID: -3",      "Health: 0",
-                                "SQRT 5200", "0", " 1e308 1e308 -1e308 1e308"};
+const char* const kInserts[] = {"-",
+                                "D",
+                                "99999999999999",
+                                "-2147483649",
+                                "1D999",
+                                "nan",
+                                "\t",
+                                "ID: 40",
+                                "ID: -3",
+                                "Health: 0",
+                                "SQRT 5200",
+                                "0",
+                                " 1e308 1e308 -1e308 1e308"};
 
 std::string Mutate(const std::string& text, Lcg& rng) {
   std::string out = text;

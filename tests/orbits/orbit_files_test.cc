@@ -1,5 +1,7 @@
 #include "orbits/orbit_files.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -8,8 +10,6 @@
 #include <memory>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include "app/time_coords/time_coords.h"
 #include "orbits/satellite_position.h"
 #include "test_support.h"
@@ -17,7 +17,9 @@
 namespace vorel::orbits {
 namespace {
 
-std::string ExamplePath(const std::string& name) { return (test::DataDir() / "examples" / name).string(); }
+std::string ExamplePath(const std::string& name) {
+  return (test::DataDir() / "examples" / name).string();
+}
 
 platform::Messages Capture(std::vector<std::string>& warnings) {
   platform::Messages m;
@@ -38,7 +40,8 @@ time_coords::GpsTime CivilToGps(int year, int month, int day, int hour, int minu
   const sys_days date{std::chrono::year{year} / month / day};
   const sys_days epoch{std::chrono::year{1980} / 1 / 6};
   const long days = (date - epoch).count();
-  return {static_cast<int32_t>(days / 7), (days % 7) * 86400.0 + hour * 3600.0 + minute * 60.0 + sec};
+  return {static_cast<int32_t>(days / 7),
+          (days % 7) * 86400.0 + hour * 3600.0 + minute * 60.0 + sec};
 }
 
 // ---- RINEX read by fixed columns (format 3X,4D19.12), as a second reading ----
@@ -83,8 +86,31 @@ std::vector<FixedRecord> ReadFixedColumns(const std::string& path) {
 
 // Field order of the seven orbit lines.
 enum : int {
-  kAf0, kAf1, kAf2, kIode, kCrs, kDeltaN, kM0, kCuc, kE, kCus, kSqrtA, kToe, kCic, kOmega0, kCis,
-  kI0, kCrc, kOmega, kOmegaDot, kIdot, kL2Codes, kWeek, kL2P, kAccuracy, kHealth
+  kAf0,
+  kAf1,
+  kAf2,
+  kIode,
+  kCrs,
+  kDeltaN,
+  kM0,
+  kCuc,
+  kE,
+  kCus,
+  kSqrtA,
+  kToe,
+  kCic,
+  kOmega0,
+  kCis,
+  kI0,
+  kCrc,
+  kOmega,
+  kOmegaDot,
+  kIdot,
+  kL2Codes,
+  kWeek,
+  kL2P,
+  kAccuracy,
+  kHealth
 };
 
 class OrbitFilesTest : public ::testing::Test {
@@ -131,7 +157,8 @@ TEST_F(OrbitFilesTest, YumaAlmanacFillsRecordZeroOfBothSets) {
   EXPECT_EQ(usable, 30);
 
   // PRN 1 as printed in the file, radians as they stand.
-  for (const OrbitRecord* r : {&table->rows[0].trueRecords[0], &table->rows[0].broadcastRecords[0]}) {
+  for (const OrbitRecord* r :
+       {&table->rows[0].trueRecords[0], &table->rows[0].broadcastRecords[0]}) {
     EXPECT_DOUBLE_EQ(r->e, 0.1132822037E-001);
     EXPECT_DOUBLE_EQ(r->i0, 0.9865078384);
     EXPECT_DOUBLE_EQ(r->OmegaDot, -0.8114623721E-008);
@@ -153,14 +180,21 @@ TEST_F(OrbitFilesTest, YumaAlmanacFillsRecordZeroOfBothSets) {
 }
 
 std::string YumaBlock(int id, const std::string& health, const std::string& sqrtA) {
-  return "******** Week 147 almanac for PRN-" + std::to_string(id) + " ********\n"
-         "ID:                         " + std::to_string(id) + "\n"
-         "Health:                     " + health + "\n"
+  return "******** Week 147 almanac for PRN-" + std::to_string(id) +
+         " ********\n"
+         "ID:                         " +
+         std::to_string(id) +
+         "\n"
+         "Health:                     " +
+         health +
+         "\n"
          "Eccentricity:               0.5E-002\n"
          "Time of Applicability(s):  233472.0000\n"
          "Orbital Inclination(rad):   0.95\n"
          "Rate of Right Ascen(r/s):  -0.8E-008\n"
-         "SQRT(A)  (m 1/2):           " + sqrtA + "\n"
+         "SQRT(A)  (m 1/2):           " +
+         sqrtA +
+         "\n"
          "Right Ascen at Week(rad):  -0.16E+001\n"
          "Argument of Perigee(rad):   0.88\n"
          "Mean Anom(rad):             0.30E+001\n"
@@ -171,7 +205,8 @@ std::string YumaBlock(int id, const std::string& health, const std::string& sqrt
 
 TEST_F(OrbitFilesTest, YumaSuccessIsOneSqrtAStrictlyInsideTheRange) {
   // All unhealthy, one sqrtA passes: success, and nothing usable.
-  std::string path = Write("yuma-sick.txt", YumaBlock(1, "063", "5153.6") + YumaBlock(2, "001", "5153.6"));
+  std::string path =
+      Write("yuma-sick.txt", YumaBlock(1, "063", "5153.6") + YumaBlock(2, "001", "5153.6"));
   EXPECT_EQ(Load_Almanac(*table, state, {0, path}, messages), 1);
   for (int index = 0; index < 32; ++index) {
     EXPECT_EQ(table->rows[index].recordCount, 0);
@@ -211,9 +246,9 @@ TEST_F(OrbitFilesTest, YumaCancelMissingFileAndEmptyFile) {
 }
 
 TEST_F(OrbitFilesTest, YumaPrnOutsideTheTableIsSkippedAndReported) {
-  const std::string path =
-      Write("yuma-bad-id.txt", "header\nSQRT(A)  (m 1/2):  5153.6\n" + YumaBlock(0, "000", "5153.6") +
-                                   YumaBlock(69, "000", "5153.6") + YumaBlock(68, "000", "5153.6"));
+  const std::string path = Write(
+      "yuma-bad-id.txt", "header\nSQRT(A)  (m 1/2):  5153.6\n" + YumaBlock(0, "000", "5153.6") +
+                             YumaBlock(69, "000", "5153.6") + YumaBlock(68, "000", "5153.6"));
   EXPECT_EQ(ReadYumaAlmanac(*std::make_unique<platform::LineReader>(path), *table, messages), 1);
   EXPECT_TRUE(AnyContains(warnings, path + ":2: value before the first \"ID:\""));
   EXPECT_TRUE(AnyContains(warnings, path + ":4: PRN 0 lies outside the table"));
@@ -285,7 +320,8 @@ TEST_F(OrbitFilesTest, RinexNavigationMatchesAColumnReadingOfTheFile) {
   EXPECT_EQ(table->rows[1].trueRecords[0].toc, 4 * 86400.0);
   // A record with health 63 is counted but never selected.
   EXPECT_EQ(table->rows[24].recordCount, 13);
-  for (double t = 345600.0; t < 432000.0; t += 900.0) EXPECT_EQ(SelectOrbitRecord(t, *table, 24), -1);
+  for (double t = 345600.0; t < 432000.0; t += 900.0)
+    EXPECT_EQ(SelectOrbitRecord(t, *table, 24), -1);
   EXPECT_EQ(SelectOrbitRecord(349200.0, *table, 1), 0);
 }
 
@@ -337,8 +373,8 @@ TEST_F(OrbitFilesTest, RinexSecondLoadKeepsOldRecordsAndFieldsBeyondTheNewCount)
   const SatelliteOrbits& row = table->rows[6];
   EXPECT_EQ(row.recordCount, 2);
   EXPECT_EQ(row.trueRecords[0].sqrtA, 5200.0);
-  EXPECT_EQ(row.trueRecords[0].status, 0);  // cleared by the load, health 1 does not raise it
-  EXPECT_EQ(row.trueRecords[1].status, 7);  // health 1 keeps what record 1 held
+  EXPECT_EQ(row.trueRecords[0].status, 0);      // cleared by the load, health 1 does not raise it
+  EXPECT_EQ(row.trueRecords[1].status, 7);      // health 1 keeps what record 1 held
   EXPECT_EQ(row.trueRecords[2].sqrtA, 5155.0);  // beyond the new count, untouched
   // PRN 9 is absent from the second file: its fields stay, unusable, not counted.
   EXPECT_EQ(table->rows[8].recordCount, 0);
@@ -374,8 +410,8 @@ TEST_F(OrbitFilesTest, RinexLinesThatFailKeepEarlierValues) {
   // Line 4 is empty: passed over, the field stays as it was.
   const size_t line4 = second.find('\n', line3) + 1;
   second.replace(line4, second.find('\n', line4) - line4, "");
-  const std::string path = Write("garbled.10n", std::string(kHeader) +
-                                                    RinexRecord(" 5 10  7  1  0  0", 5153.0) + second);
+  const std::string path = Write(
+      "garbled.10n", std::string(kHeader) + RinexRecord(" 5 10  7  1  0  0", 5153.0) + second);
   EXPECT_EQ(ReadRinexNavigation(*table, path, messages), 1);
   const SatelliteOrbits& row = table->rows[4];
   EXPECT_EQ(row.recordCount, 2);
@@ -441,8 +477,7 @@ TEST_F(OrbitFilesTest, BroadcastPositionAgreesWithPreciseOrbit) {
       const double dz = position[2] - km[2] * 1000.0;
       const double distance = std::sqrt(dx * dx + dy * dy + dz * dz);
       worst = std::max(worst, distance);
-      EXPECT_LT(distance, 10.0) << "PRN " << prn << " at " << hour
-                                                              << ":" << minute;
+      EXPECT_LT(distance, 10.0) << "PRN " << prn << " at " << hour << ":" << minute;
       ++compared;
     }
   }
