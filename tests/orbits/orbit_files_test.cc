@@ -1,0 +1,489 @@
+#include "orbits/orbit_files.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "app/time_coords/time_coords.h"
+#include "orbits/satellite_position.h"
+#include "test_support.h"
+
+namespace vorel::orbits {
+namespace {
+
+std::string ExamplePath(const std::string& name) {
+  return (test::DataDir() / "examples" / name).string();
+}
+
+platform::Messages Capture(std::vector<std::string>& warnings) {
+  platform::Messages m;
+  m.warning = [&warnings](std::string_view text) { warnings.emplace_back(text); };
+  return m;
+}
+
+bool AnyContains(const std::vector<std::string>& warnings, const std::string& part) {
+  for (const std::string& w : warnings)
+    if (w.find(part) != std::string::npos) return true;
+  return false;
+}
+
+// GPS week and seconds of week from the civil date by day counting, independent of the
+// program's own calendar arithmetic.
+time_coords::GpsTime CivilToGps(int year, int month, int day, int hour, int minute, double sec) {
+  using namespace std::chrono;
+  const sys_days date{std::chrono::year{year} / month / day};
+  const sys_days epoch{std::chrono::year{1980} / 1 / 6};
+  const long days = (date - epoch).count();
+  return {static_cast<int32_t>(days / 7),
+          (days % 7) * 86400.0 + hour * 3600.0 + minute * 60.0 + sec};
+}
+
+// ---- RINEX read by fixed columns (format 3X,4D19.12), as a second reading ----
+
+struct FixedRecord {
+  int prn = 0, year = 0, month = 0, day = 0, hour = 0, minute = 0;
+  double seconds = 0.0;
+  double values[3 + 7 * 4] = {};  // af0 af1 af2, then four per orbit line
+};
+
+double Field(const std::string& line, size_t start) {
+  if (line.size() <= start) return 0.0;
+  std::string text = line.substr(start, 19);
+  for (char& c : text)
+    if (c == 'D') c = 'E';
+  return std::strtod(text.c_str(), nullptr);
+}
+
+std::vector<FixedRecord> ReadFixedColumns(const std::string& path) {
+  const std::vector<std::string> lines = test::SplitLines(test::ReadFile(path));
+  size_t i = 0;
+  while (lines[i].find("END OF HEADER") == std::string::npos) ++i;
+  ++i;
+  std::vector<FixedRecord> records;
+  for (; i + 8 <= lines.size(); i += 8) {
+    FixedRecord r;
+    const std::string& first = lines[i];
+    r.prn = std::atoi(first.substr(0, 2).c_str());
+    r.year = std::atoi(first.substr(3, 2).c_str());
+    r.month = std::atoi(first.substr(6, 2).c_str());
+    r.day = std::atoi(first.substr(9, 2).c_str());
+    r.hour = std::atoi(first.substr(12, 2).c_str());
+    r.minute = std::atoi(first.substr(15, 2).c_str());
+    r.seconds = std::strtod(first.substr(17, 5).c_str(), nullptr);
+    for (int f = 0; f < 3; ++f) r.values[f] = Field(first, 22 + 19 * f);
+    for (int l = 1; l < 8; ++l)
+      for (int f = 0; f < 4; ++f) r.values[3 + (l - 1) * 4 + f] = Field(lines[i + l], 3 + 19 * f);
+    records.push_back(r);
+  }
+  return records;
+}
+
+// Field order of the seven orbit lines.
+enum : int {
+  kAf0,
+  kAf1,
+  kAf2,
+  kIode,
+  kCrs,
+  kDeltaN,
+  kM0,
+  kCuc,
+  kE,
+  kCus,
+  kSqrtA,
+  kToe,
+  kCic,
+  kOmega0,
+  kCis,
+  kI0,
+  kCrc,
+  kOmega,
+  kOmegaDot,
+  kIdot,
+  kL2Codes,
+  kWeek,
+  kL2P,
+  kAccuracy,
+  kHealth
+};
+
+class OrbitFilesTest : public ::testing::Test {
+ protected:
+  std::unique_ptr<ConstellationTable> table = std::make_unique<ConstellationTable>();
+  ConstellationState state;
+  std::vector<std::string> warnings;
+  platform::Messages messages = Capture(warnings);
+  test::ScratchDir scratch{"orbit-files"};
+
+  std::string Write(const std::string& name, const std::string& text) {
+    const std::string path = (scratch / name).string();
+    test::WriteFile(path, text);
+    return path;
+  }
+};
+
+// ---- YUMA ----
+
+TEST_F(OrbitFilesTest, YumaAlmanacFillsRecordZeroOfBothSets) {
+  table->rows[0].trueRecords[0].toe = 1234.0;  // the almanac carries no toe
+  table->rows[0].trueRecords[0].deltaN = 1e-9;
+  const int result = Load_Almanac(*table, state, {0, ExamplePath("yuma147.txt")}, messages);
+  EXPECT_EQ(result, 1);
+  EXPECT_TRUE(state.OrbitsValid);
+  EXPECT_TRUE(state.orbitIndicator);
+  EXPECT_FALSE(state.galileoLoaded);
+  EXPECT_EQ(state.orbitFileName, ExamplePath("yuma147.txt"));
+  EXPECT_TRUE(warnings.empty()) << warnings.front();
+
+  int usable = 0;
+  for (int prn = 1; prn <= 32; ++prn) {
+    const SatelliteOrbits& row = table->rows[prn - 1];
+    const bool expectUsable = prn != 11 && prn != 28;
+    EXPECT_EQ(row.trueRecords[0].status, expectUsable ? 7 : 0) << prn;
+    EXPECT_EQ(row.broadcastRecords[0].status, expectUsable ? 7 : 0) << prn;
+    EXPECT_EQ(row.recordCount, expectUsable ? 1 : 0) << prn;
+    EXPECT_EQ(row.prn, 0);  // the row's own prn belongs to RINEX
+    if (prn != 28) {
+      EXPECT_EQ(row.trueRecords[0].prn, prn);
+    }
+    usable += expectUsable;
+  }
+  EXPECT_EQ(usable, 30);
+
+  // PRN 1 as printed in the file, radians as they stand.
+  for (const OrbitRecord* r :
+       {&table->rows[0].trueRecords[0], &table->rows[0].broadcastRecords[0]}) {
+    EXPECT_DOUBLE_EQ(r->e, 0.1132822037E-001);
+    EXPECT_DOUBLE_EQ(r->i0, 0.9865078384);
+    EXPECT_DOUBLE_EQ(r->OmegaDot, -0.8114623721E-008);
+    EXPECT_DOUBLE_EQ(r->sqrtA, 5153.621094);
+    EXPECT_DOUBLE_EQ(r->Omega0, -0.1660719209E+001);
+    EXPECT_DOUBLE_EQ(r->omega, 0.882766995);
+    EXPECT_DOUBLE_EQ(r->M0, 0.3052278345E+001);
+    EXPECT_DOUBLE_EQ(r->af0, 0.4425048828E-003);
+    EXPECT_DOUBLE_EQ(r->af1, -0.1091393642E-010);
+  }
+  EXPECT_EQ(table->rows[0].trueRecords[0].toe, 1234.0);
+  EXPECT_EQ(table->rows[0].trueRecords[0].deltaN, 1e-9);
+  // Health 063: the orbit is stored, the satellite is not usable.
+  EXPECT_DOUBLE_EQ(table->rows[10].trueRecords[0].e, 0.2875328064E-003);
+  EXPECT_DOUBLE_EQ(table->rows[10].broadcastRecords[0].M0, -0.1072473904E+001);
+  // The panel shows its record after the load.
+  EXPECT_DOUBLE_EQ(state.panel.trueSet.keplerian[5], 5153.621094);
+  EXPECT_TRUE(state.panel.healthy);
+}
+
+std::string YumaBlock(int id, const std::string& health, const std::string& sqrtA) {
+  return "******** Week 147 almanac for PRN-" + std::to_string(id) +
+         " ********\n"
+         "ID:                         " +
+         std::to_string(id) +
+         "\n"
+         "Health:                     " +
+         health +
+         "\n"
+         "Eccentricity:               0.5E-002\n"
+         "Time of Applicability(s):  233472.0000\n"
+         "Orbital Inclination(rad):   0.95\n"
+         "Rate of Right Ascen(r/s):  -0.8E-008\n"
+         "SQRT(A)  (m 1/2):           " +
+         sqrtA +
+         "\n"
+         "Right Ascen at Week(rad):  -0.16E+001\n"
+         "Argument of Perigee(rad):   0.88\n"
+         "Mean Anom(rad):             0.30E+001\n"
+         "Af0(s):                     0.44E-003\n"
+         "Af1(s/s):                  -0.10E-010\n"
+         "week:                        147\n\n";
+}
+
+TEST_F(OrbitFilesTest, YumaSuccessIsOneSqrtAStrictlyInsideTheRange) {
+  // All unhealthy, one sqrtA passes: success, and nothing usable.
+  std::string path =
+      Write("yuma-sick.txt", YumaBlock(1, "063", "5153.6") + YumaBlock(2, "001", "5153.6"));
+  EXPECT_EQ(Load_Almanac(*table, state, {0, path}, messages), 1);
+  for (int index = 0; index < 32; ++index) {
+    EXPECT_EQ(table->rows[index].recordCount, 0);
+    EXPECT_EQ(table->rows[index].trueRecords[0].status, 0);
+  }
+
+  // The limits themselves do not pass; the values are stored all the same.
+  state = ConstellationState{};
+  path = Write("yuma-limits.txt", YumaBlock(3, "000", "5100.0") + YumaBlock(4, "000", "5500.0") +
+                                      YumaBlock(5, "000", "26560.0"));
+  EXPECT_EQ(Load_Almanac(*table, state, {0, path}, messages), -1);
+  EXPECT_FALSE(state.OrbitsValid);
+  EXPECT_EQ(table->rows[2].trueRecords[0].sqrtA, 5100.0);
+  EXPECT_EQ(table->rows[3].broadcastRecords[0].sqrtA, 5500.0);
+  EXPECT_EQ(table->rows[4].trueRecords[0].status, 7);
+  EXPECT_EQ(table->rows[4].recordCount, 1);
+}
+
+TEST_F(OrbitFilesTest, YumaCancelMissingFileAndEmptyFile) {
+  state.OrbitsValid = true;  // from an earlier load
+  EXPECT_EQ(Load_Almanac(*table, state, {0, ""}, messages), -1);
+  for (int index = 0; index < 32; ++index) {
+    EXPECT_EQ(table->rows[index].trueRecords[0].status, 1);  // the mark is not undone
+    EXPECT_EQ(table->rows[index].broadcastRecords[0].status, 1);
+  }
+  EXPECT_TRUE(state.OrbitsValid);  // indicators stay as they were
+  EXPECT_TRUE(state.orbitFileName.empty());
+
+  EXPECT_EQ(Load_Almanac(*table, state, {0, Write("empty.txt", "")}, messages), -1);
+  EXPECT_EQ(table->rows[0].trueRecords[0].status, 0);  // the reader clears before reading
+  EXPECT_EQ(Load_Almanac(*table, state, {0, (scratch / "absent.txt").string()}, messages), -1);
+  EXPECT_TRUE(AnyContains(warnings, "absent.txt: cannot be opened"));
+
+  // A file type that loads nothing still marks record 0.
+  EXPECT_EQ(Load_Almanac(*table, state, {2, ExamplePath("yuma147.txt")}, messages), 0);
+  EXPECT_EQ(table->rows[5].trueRecords[0].status, 1);
+}
+
+TEST_F(OrbitFilesTest, YumaPrnOutsideTheTableIsSkippedAndReported) {
+  const std::string path = Write(
+      "yuma-bad-id.txt", "header\nSQRT(A)  (m 1/2):  5153.6\n" + YumaBlock(0, "000", "5153.6") +
+                             YumaBlock(69, "000", "5153.6") + YumaBlock(68, "000", "5153.6"));
+  EXPECT_EQ(ReadYumaAlmanac(*std::make_unique<platform::LineReader>(path), *table, messages), 1);
+  EXPECT_TRUE(AnyContains(warnings, path + ":2: value before the first \"ID:\""));
+  EXPECT_TRUE(AnyContains(warnings, path + ":4: PRN 0 lies outside the table"));
+  EXPECT_TRUE(AnyContains(warnings, "PRN 69 lies outside the table"));
+  EXPECT_EQ(warnings.size(), 3u);
+  // PRN 68, the last row, is a row like any other.
+  EXPECT_EQ(table->rows[67].trueRecords[0].status, 7);
+  EXPECT_EQ(table->rows[67].recordCount, 1);
+  EXPECT_EQ(table->rows[67].broadcastRecords[0].sqrtA, 5153.6);
+}
+
+// ---- RINEX ----
+
+TEST_F(OrbitFilesTest, RinexNavigationMatchesAColumnReadingOfTheFile) {
+  const std::string path = ExamplePath("brdc1820.10n");
+  const int result = Load_Almanac(*table, state, {1, path}, messages);
+  EXPECT_EQ(result, 1);
+  EXPECT_TRUE(state.OrbitsValid);
+  EXPECT_EQ(state.orbitFileName, path);
+  EXPECT_TRUE(warnings.empty()) << warnings.front();
+
+  const std::vector<FixedRecord> records = ReadFixedColumns(path);
+  ASSERT_GT(records.size(), 400u);
+  std::map<int, int> count;
+  for (const FixedRecord& f : records) {
+    const int k = count[f.prn]++;
+    const SatelliteOrbits& row = table->rows[f.prn - 1];
+    ASSERT_LT(k, row.recordCount) << f.prn;
+    EXPECT_EQ(row.prn, f.prn);
+    const time_coords::GpsTime expected =
+        CivilToGps(2000 + f.year, f.month, f.day, f.hour, f.minute, f.seconds);
+    for (const OrbitRecord* r : {&row.trueRecords[k], &row.broadcastRecords[k]}) {
+      SCOPED_TRACE(testing::Message() << "PRN " << f.prn << " record " << k);
+      const double* v = f.values;
+      EXPECT_EQ(r->week, expected.week);
+      EXPECT_NEAR(r->toc, expected.secondsOfWeek, 1e-6);
+      EXPECT_EQ(r->af0, v[kAf0]);
+      EXPECT_EQ(r->af1, v[kAf1]);
+      EXPECT_EQ(r->af2, v[kAf2]);
+      EXPECT_EQ(r->iode, static_cast<int>(v[kIode]));
+      EXPECT_EQ(r->Crs, v[kCrs]);
+      EXPECT_EQ(r->deltaN, v[kDeltaN]);
+      EXPECT_EQ(r->M0, v[kM0]);
+      EXPECT_EQ(r->Cuc, v[kCuc]);
+      EXPECT_EQ(r->e, v[kE]);
+      EXPECT_EQ(r->Cus, v[kCus]);
+      EXPECT_EQ(r->sqrtA, v[kSqrtA]);
+      EXPECT_EQ(r->toe, v[kToe]);
+      EXPECT_EQ(r->Cic, v[kCic]);
+      EXPECT_EQ(r->Omega0, v[kOmega0]);
+      EXPECT_EQ(r->Cis, v[kCis]);
+      EXPECT_EQ(r->i0, v[kI0]);
+      EXPECT_EQ(r->Crc, v[kCrc]);
+      EXPECT_EQ(r->omega, v[kOmega]);
+      EXPECT_EQ(r->OmegaDot, v[kOmegaDot]);
+      EXPECT_EQ(r->IDOT, v[kIdot]);
+      EXPECT_EQ(r->status, v[kHealth] == 0.0 ? 7 : 0);
+      EXPECT_EQ(r->tgd, 0.0);
+      EXPECT_EQ(r->iodc, 0);
+    }
+  }
+  for (const auto& [prn, n] : count) EXPECT_EQ(table->rows[prn - 1].recordCount, n) << prn;
+  EXPECT_EQ(count.size(), 32u);
+  EXPECT_EQ(count[1], 14);
+  EXPECT_EQ(count[9], 12);
+
+  // The week the day's records belong to: 1 July 2010 is in GPS week 1590.
+  EXPECT_EQ(table->rows[1].trueRecords[0].week, 1590);
+  EXPECT_EQ(table->rows[1].trueRecords[0].toc, 4 * 86400.0);
+  // A record with health 63 is counted but never selected.
+  EXPECT_EQ(table->rows[24].recordCount, 13);
+  for (double t = 345600.0; t < 432000.0; t += 900.0)
+    EXPECT_EQ(SelectOrbitRecord(t, *table, 24), -1);
+  EXPECT_EQ(SelectOrbitRecord(349200.0, *table, 1), 0);
+}
+
+const char* kHeader =
+    "     2              NAVIGATION DATA                         RINEX VERSION / TYPE\n"
+    "                                                            END OF HEADER\n";
+
+std::string RinexRecord(const std::string& prnAndDate, double sqrtA, double health = 0.0,
+                        double toe = 345600.0) {
+  return fmt::format(
+      "{}  0.0 0.100000000000D-03-0.200000000000D-11 0.000000000000D+00\n"
+      "    0.700000000000D+02 0.100000000000D+02 0.400000000000D-08 0.100000000000D+01\n"
+      "    0.100000000000D-05 0.100000000000D-01 0.200000000000D-05 {:19.12E}\n"
+      "    {:19.12E} 0.100000000000D-07 0.200000000000D+01 0.100000000000D-06\n"
+      "    0.960000000000D+00 0.200000000000D+03 0.800000000000D+00-0.800000000000D-08\n"
+      "    0.100000000000D-09 0.100000000000D+01 0.159000000000D+04 0.000000000000D+00\n"
+      "    0.200000000000D+01 {:19.12E} 0.000000000000D+00 0.700000000000D+02\n"
+      "    0.340000000000D+06 0.400000000000D+01\n",
+      prnAndDate, sqrtA, toe, health);
+}
+
+TEST_F(OrbitFilesTest, RinexYearsBelow99GetTwoThousandAdded) {
+  const std::string path =
+      Write("years.12n", std::string(kHeader) + RinexRecord(" 1 12  3  4  5  6", 5153.0) +
+                             RinexRecord(" 2 98  3  4  5  6", 5153.0) +
+                             RinexRecord(" 3 2012  3  4  5  6", 5153.0));
+  EXPECT_EQ(ReadRinexNavigation(*table, path, messages), 1);
+  const time_coords::GpsTime y2012 = CivilToGps(2012, 3, 4, 5, 6, 0.0);
+  const time_coords::GpsTime y2098 = CivilToGps(2098, 3, 4, 5, 6, 0.0);
+  EXPECT_EQ(table->rows[0].trueRecords[0].week, y2012.week);
+  EXPECT_EQ(table->rows[0].broadcastRecords[0].toc, y2012.secondsOfWeek);
+  EXPECT_EQ(table->rows[1].trueRecords[0].week, y2098.week);
+  EXPECT_EQ(table->rows[1].trueRecords[0].toc, y2098.secondsOfWeek);
+  EXPECT_EQ(table->rows[2].trueRecords[0].week, y2012.week);
+  EXPECT_EQ(table->rows[0].trueRecords[0].iode, 70);
+}
+
+TEST_F(OrbitFilesTest, RinexSecondLoadKeepsOldRecordsAndFieldsBeyondTheNewCount) {
+  std::string first = kHeader;
+  for (int k = 0; k < 3; ++k) first += RinexRecord(" 7 10  7  1  0  0", 5153.0 + k);
+  first += RinexRecord(" 9 10  7  1  0  0", 5153.0);
+  ReadRinexNavigation(*table, Write("first.10n", first), messages);
+  table->rows[6].trueRecords[2].status = 7;
+  ASSERT_EQ(table->rows[6].recordCount, 3);
+
+  const std::string second = std::string(kHeader) + RinexRecord(" 7 10  7  1  0  0", 5200.0, 1.0) +
+                             RinexRecord(" 7 10  7  1  0  0", 5201.0, 1.0);
+  EXPECT_EQ(ReadRinexNavigation(*table, Write("second.10n", second), messages), 1);
+  const SatelliteOrbits& row = table->rows[6];
+  EXPECT_EQ(row.recordCount, 2);
+  EXPECT_EQ(row.trueRecords[0].sqrtA, 5200.0);
+  EXPECT_EQ(row.trueRecords[0].status, 0);      // cleared by the load, health 1 does not raise it
+  EXPECT_EQ(row.trueRecords[1].status, 7);      // health 1 keeps what record 1 held
+  EXPECT_EQ(row.trueRecords[2].sqrtA, 5155.0);  // beyond the new count, untouched
+  // PRN 9 is absent from the second file: its fields stay, unusable, not counted.
+  EXPECT_EQ(table->rows[8].recordCount, 0);
+  EXPECT_EQ(table->rows[8].trueRecords[0].status, 0);
+  EXPECT_EQ(table->rows[8].trueRecords[0].sqrtA, 5153.0);
+}
+
+TEST_F(OrbitFilesTest, RinexBoundsOfTheTable) {
+  std::string text = kHeader;
+  for (int k = 0; k < 31; ++k) text += RinexRecord(" 3 10  7  1  0  0", 5000.0 + k);
+  text += RinexRecord(" 0 10  7  1  0  0", 5300.0);
+  text += RinexRecord("69 10  7  1  0  0", 5300.0);
+  const std::string path = Write("many.10n", text);
+  // No stored sqrtA passes; the 5300 of the two skipped records still counts, because
+  // skipping suppresses the storing only.
+  EXPECT_EQ(ReadRinexNavigation(*table, path, messages), 1);
+  const SatelliteOrbits& row = table->rows[2];
+  EXPECT_EQ(row.recordCount, 28);
+  for (int k = 0; k < 28; ++k) EXPECT_EQ(row.broadcastRecords[k].sqrtA, 5000.0 + k);
+  // One report for the PRN, at the 29th record's first line (2 header lines + 28 x 8).
+  EXPECT_TRUE(AnyContains(warnings, path + ":227: PRN 3 has more than 28 records"));
+  EXPECT_TRUE(AnyContains(warnings, path + ":251: PRN 0 lies outside the table"));
+  EXPECT_TRUE(AnyContains(warnings, path + ":259: PRN 69 lies outside the table"));
+  EXPECT_EQ(warnings.size(), 3u);
+  for (int index = 3; index < kTableRows; ++index) EXPECT_EQ(table->rows[index].recordCount, 0);
+}
+
+TEST_F(OrbitFilesTest, RinexLinesThatFailKeepEarlierValues) {
+  std::string second = RinexRecord(" 5 10  7  1  2  0", 5300.0, 0.0, 352800.0);
+  // Line 3 of the second record does not scan: its values are those of the first.
+  const size_t line3 = second.find('\n', second.find('\n') + 1) + 1;
+  second.replace(line3, second.find('\n', line3) - line3, "    garbled");
+  // Line 4 is empty: passed over, the field stays as it was.
+  const size_t line4 = second.find('\n', line3) + 1;
+  second.replace(line4, second.find('\n', line4) - line4, "");
+  const std::string path = Write(
+      "garbled.10n", std::string(kHeader) + RinexRecord(" 5 10  7  1  0  0", 5153.0) + second);
+  EXPECT_EQ(ReadRinexNavigation(*table, path, messages), 1);
+  const SatelliteOrbits& row = table->rows[4];
+  EXPECT_EQ(row.recordCount, 2);
+  EXPECT_EQ(row.trueRecords[1].sqrtA, 5153.0);
+  EXPECT_EQ(row.broadcastRecords[1].e, 0.01);
+  EXPECT_EQ(row.trueRecords[1].toe, 0.0);  // never written
+  EXPECT_EQ(row.trueRecords[1].toc, 4 * 86400.0 + 7200.0);
+  EXPECT_TRUE(AnyContains(warnings, path + ":13: record line 3 scanned 0 of 4 values"));
+  EXPECT_TRUE(AnyContains(warnings, path + ":14: empty record line 4 passed over"));
+}
+
+TEST_F(OrbitFilesTest, RinexWithoutHeaderEndOrChoiceFails) {
+  const std::string path = Write("noheader.10n", RinexRecord(" 1 10  7  1  0  0", 5153.0));
+  EXPECT_EQ(ReadRinexNavigation(*table, path, messages), -1);
+  EXPECT_TRUE(AnyContains(warnings, "end of file before \"END OF HEADER\""));
+  EXPECT_EQ(table->rows[0].recordCount, 0);
+  EXPECT_EQ(Load_Almanac(*table, state, {1, ""}, messages), -1);
+  EXPECT_EQ(table->rows[0].trueRecords[0].status, 0);  // the reader cleared the mark
+  EXPECT_EQ(Load_Almanac(*table, state, {1, path}, messages), -1);
+  EXPECT_EQ(state.orbitFileName, path);
+  EXPECT_FALSE(state.OrbitsValid);
+}
+
+// ---- Position from a loaded record against precise orbits ----
+
+// Precise positions (km, GPS time) of one epoch of an SP3 file.
+std::map<int, std::array<double, 3>> ReadSp3Epoch(const std::string& path, int hour, int minute) {
+  const std::vector<std::string> lines = test::SplitLines(test::ReadFile(path));
+  std::map<int, std::array<double, 3>> positions;
+  bool inEpoch = false;
+  for (const std::string& line : lines) {
+    if (line.rfind("*  ", 0) == 0) {
+      int y, mo, d, h, mi;
+      inEpoch = std::sscanf(line.c_str(), "* %d %d %d %d %d", &y, &mo, &d, &h, &mi) == 5 &&
+                h == hour && mi == minute;
+    } else if (inEpoch && line.rfind("PG", 0) == 0) {
+      int prn;
+      double x, y, z;
+      if (std::sscanf(line.c_str(), "PG%d %lf %lf %lf", &prn, &x, &y, &z) == 4)
+        positions[prn] = {x, y, z};
+    }
+  }
+  return positions;
+}
+
+TEST_F(OrbitFilesTest, BroadcastPositionAgreesWithPreciseOrbit) {
+  VOREL_REQUIRE_SHARED();
+  ASSERT_EQ(ReadRinexNavigation(*table, ExamplePath("brdc1820.10n"), messages), 1);
+  const std::string sp3 = (test::SharedDir() / "data" / "sp3" / "igs15904.sp3").string();
+  int compared = 0;
+  double worst = 0.0;
+  for (const auto& [hour, minute] : {std::pair{1, 0}, std::pair{9, 45}, std::pair{17, 30}}) {
+    const auto precise = ReadSp3Epoch(sp3, hour, minute);
+    ASSERT_GT(precise.size(), 25u);
+    const double t = 4 * 86400.0 + hour * 3600.0 + minute * 60.0;  // Thursday of week 1590
+    for (const auto& [prn, km] : precise) {
+      if (SelectOrbitRecord(t, *table, prn - 1) != 0) continue;
+      Vec3 position{};
+      double relativistic = 0.0;
+      SatellitePosition(*table, t, prn - 1, position, relativistic);
+      const double dx = position[0] - km[0] * 1000.0;
+      const double dy = position[1] - km[1] * 1000.0;
+      const double dz = position[2] - km[2] * 1000.0;
+      const double distance = std::sqrt(dx * dx + dy * dy + dz * dz);
+      worst = std::max(worst, distance);
+      EXPECT_LT(distance, 10.0) << "PRN " << prn << " at " << hour << ":" << minute;
+      ++compared;
+    }
+  }
+  EXPECT_GT(compared, 75);
+  RecordProperty("worst_metres", std::to_string(worst));
+}
+
+}  // namespace
+}  // namespace vorel::orbits
