@@ -7,6 +7,7 @@ packages=(
   build-essential cmake ninja-build pkg-config
   libfmt-dev libcli11-dev libtomlplusplus-dev libeigen3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  rtklib python3
 )
 
 missing=()

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "app/session.h"
+#include "app/time_coords/time_coords.h"
 
 namespace vorel::app {
 

@@ -344,14 +344,6 @@ bool ApplyTomlTable(Settings& settings, const toml::table& table, const std::str
 
 }  // namespace
 
-int32_t SatelliteCountFor(int32_t choice) {
-  if (choice < 3) return 32;
-  if (choice <= 5) return 24;
-  if (choice == 6) return 3;
-  if (choice == 7) return 36;
-  return 0;
-}
-
 const std::vector<SettingDef>& SettingRegistry() {
   static const std::vector<SettingDef> registry = BuildRegistry();
   return registry;

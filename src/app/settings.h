@@ -113,9 +113,6 @@ struct Settings {
   std::string SettingsFile;  // informational: the file read at start-up
 };
 
-// Rows of the constellation table a run looks at, from the signal-system selector.
-int32_t SatelliteCountFor(int32_t constellationChoice);
-
 // One known setting: its name, unit, meaning, and how to read and show it.
 struct SettingDef {
   std::string name;
