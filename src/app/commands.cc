@@ -8,6 +8,7 @@
 
 #include "app/scenario_runs.h"
 #include "atmosphere/atmosphere_text.h"
+#include "navmsg/nav_message.h"
 #include "orbits/constellation_ops.h"
 #include "orbits/orbit_files.h"
 
@@ -148,6 +149,52 @@ Action AutoRun(CLI::App&) {
   };
 }
 
+navmsg::NavMessageSettings NavSettings(const Session& s) {
+  navmsg::NavMessageSettings n;
+  const Settings& st = s.settings;
+  n.navPrn = st.nav.navPrn;
+  n.IodcFollowsIode = st.nav.IodcFollowsIode;
+  for (int i = 0; i < 4; ++i) {
+    n.ionoAlpha[i] = st.atmosphere.ionoBroadcastTable.cells[0][i];
+    n.ionoBeta[i] = st.atmosphere.ionoBroadcastTable.cells[1][i];
+  }
+  n.OrbitsValid = s.orbitState.OrbitsValid ? 1 : 0;
+  n.KeepOrbitEpochs = st.scenario.KeepOrbitEpochs;
+  n.ScenarioYear = st.scenario.ScenarioYear;
+  n.ScenarioMonth = st.scenario.ScenarioMonth;
+  n.ScenarioDay = st.scenario.ScenarioDay;
+  n.ScenarioHour = st.scenario.ScenarioHour;
+  n.ScenarioMinute = st.scenario.ScenarioMinute;
+  n.ScenarioSecond = st.scenario.ScenarioSecond;
+  n.LeapSeconds = st.scenario.LeapSeconds;
+  n.ScenarioDuration = st.scenario.ScenarioDuration;
+  return n;
+}
+
+Action Nav(CLI::App& p, bool all) {
+  auto prn = std::make_shared<int>(0);
+  if (!all) p.add_option("--prn", *prn, "satellite (default: the navPrn setting)");
+  return [prn, all](CommandContext& c) {
+    Session& s = c.session;
+    if (!Confirm(c, fmt::format("{}:{}", navmsg::kConfirmationTitle,
+                                all ? navmsg::kGenNavMultiConfirmation
+                                    : navmsg::kGenNavConfirmation))) {
+      fmt::print(stderr, "{}: not confirmed, nothing written\n", all ? "nav-all" : "nav");
+      return 1;
+    }
+    navmsg::NavMessageSettings settings = NavSettings(s);
+    if (*prn != 0) settings.navPrn = *prn;
+    auto redate = [&s](double secondsOfWeek, int32_t week) {
+      RedateOrbits(s.constellation, secondsOfWeek, week);
+    };
+    const int r = all ? navmsg::GEN_NAV_MULTI(settings, s.constellation, s.dataDir.root(),
+                                              s.navMessage, s.messages, redate)
+                      : navmsg::GEN_NAV(settings, s.constellation, s.dataDir.root(),
+                                        s.navMessage, s.messages, redate);
+    return r == 0 ? 0 : 1;
+  };
+}
+
 Action About(CLI::App&) {
   return [](CommandContext&) {
     fmt::print("About\n{}\nversion {}\n", kProductName, kVersion);
@@ -191,6 +238,10 @@ std::vector<CommandSpec> BuildTable() {
       {"events", "", "write the stations' event-file skeletons", false, Events},
       {"sim", "", "the run the DifEnabled / ObservationEnabled switches select", true, Sim},
       {"autorun", "", "the unattended chain: observation run, then DIF run", true, AutoRun},
+      {"nav", "[--prn N]", "navigation message of one satellite (simulated.nvb, .nva)", false,
+       [](CLI::App& p) { return Nav(p, false); }},
+      {"nav-all", "", "navigation messages of PRN 1 to 32 (NAV/navbin<prn>, navascii<prn>)", false,
+       [](CLI::App& p) { return Nav(p, true); }},
       {"about", "", "product name and version", false, About},
       {"convert-flux", "VALUE", "sunspot number from a 10.7 cm solar flux", false,
        [](CLI::App& p) { return Convert(p, true); }},

@@ -259,6 +259,9 @@ std::vector<SettingDef> BuildRegistry() {
   r.push_back(S_TXT(bubbleRecordPath, bubble.bubbleRecordPath, "path", "bubble record file"));
   r.push_back(S_DBL(bubbleDepth, bubble.bubbleDepth, "", "carried, not used"));
   r.push_back(S_INT(bubbleMode, bubble.bubbleMode, "", "carried, not used"));
+  // Navigation message.
+  r.push_back(S_INT(navPrn, nav.navPrn, "", "satellite of `nav` (1 to 32)"));
+  r.push_back(S_INT(IodcFollowsIode, nav.IodcFollowsIode, "", "1: the navigation message's IODC carries the record's IODE, for receivers that insist they match; 0: IODC 562 in every frame", 0, 1));
   // DIF panel values that start-up reads.
   r.push_back(S_DBL(Duration, dif.Duration, "min", "length of a DIF run"));
   r.push_back(Choice("OutputPacked", [](Settings& s) -> std::string& { return s.dif.OutputPacked; }, {"Direct", "Packed"}, "sample file layout: Direct (one sample a byte) or Packed"));

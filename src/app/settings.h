@@ -104,12 +104,19 @@ struct DifPanel {
   int32_t DifFileType = 1;    // 1 .bin, other .dat
 };
 
+// What the navigation message commands read.
+struct NavPanel {
+  int32_t navPrn = 1;
+  int32_t IodcFollowsIode = 0;
+};
+
 struct Settings {
   ScenarioSettings scenario;
   StationSettings stations;
   atmosphere::AtmosphereSettings atmosphere;
   BubblePanel bubble;
   DifPanel dif;
+  NavPanel nav;
   std::string SettingsFile;  // informational: the file read at start-up
 };
 
