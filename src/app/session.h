@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "density_model/model_state.h"
 #include "orbits/orbit_record.h"
 #include "platform/messages.h"
 #include "platform/random.h"
@@ -22,6 +23,8 @@ struct Session {
   // The C run-time rand of the worker that runs simulations; it carries on from one
   // run to the next within a program start, as a reused pool thread would.
   platform::RandState workerRand;
+
+  density_model::ModelState densityModel;
 
   platform::Messages messages = platform::Messages::Stderr();
 
