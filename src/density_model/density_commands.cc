@@ -107,6 +107,12 @@ int RunTec(ModelState& state, const TecArgs& args, std::string& out, std::string
     error = state.error;
     return -1;
   }
+  if (!std::isfinite(tec)) {
+    // Only a ray whose nearest point to the centre lies exactly on a pole gets here:
+    // the direction of the ray has no longitude there.
+    error = "tec: the ray passes exactly over a pole, where its content is not defined";
+    return -1;
+  }
   fmt::format_to(std::back_inserter(out), "{:.6f} {:.6f}\n", tec, tec * kL1DelayPerTecUnit);
   return 0;
 }
