@@ -176,15 +176,7 @@ double BottomsideDensity(ModelState& st, double h) {
   return st.N100 * ClippedExp(1.0 - st.BF * z - ClippedExp(-z));
 }
 
-double TopsideDensity(const ModelState& st, double h) {
-  const double H = st.B[5];
-  const double dh = h - st.HM[0];
-  const double g = 0.125 * dh;
-  const double z = dh / (H * (1.0 + 100.0 * g / (100.0 * H + g)));
-  const double e = std::exp(z);
-  const double ep = e <= 100000000000.0 ? 4.0 * e / ((e + 1.0) * (e + 1.0)) : 4.0 / e;
-  return st.NmF2 * ep;
-}
+double TopsideDensity(const ModelState& st, double h) { return Topside(st).At(h); }
 
 double ElectronDensityHeight(ModelState& st, double h) {
   if (!st.error.empty()) return 0.0;

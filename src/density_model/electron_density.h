@@ -11,6 +11,8 @@
 // The last two rely on the state that the previous full request left in `state`.
 // A data file failure sets state.error; every entry then returns 0.
 
+#include <cmath>
+
 #include "density_model/model_state.h"
 
 namespace vorel::density_model {
@@ -33,5 +35,20 @@ double PeakHeightF2(double foE, double foF2, double m3000);
 // Density below and above hmF2 for the layers of the last request.
 double BottomsideDensity(ModelState& state, double h);
 double TopsideDensity(const ModelState& state, double h);
+
+// The topside of one place, copied out of the state so that a column integral keeps
+// it in registers. TopsideDensity is this same formula.
+struct Topside {
+  double hmF2, H, NmF2;
+  explicit Topside(const ModelState& st) : hmF2(st.HM[0]), H(st.B[5]), NmF2(st.NmF2) {}
+  double At(double h) const {
+    const double dh = h - hmF2;
+    const double g = 0.125 * dh;
+    const double z = dh / (H * (1.0 + 100.0 * g / (100.0 * H + g)));
+    const double e = std::exp(z);
+    const double ep = e <= 100000000000.0 ? 4.0 * e / ((e + 1.0) * (e + 1.0)) : 4.0 / e;
+    return NmF2 * ep;
+  }
+};
 
 }  // namespace vorel::density_model

@@ -285,11 +285,80 @@ double MapValue(double modip, double lat, double lon, double ut, int harmonics, 
   return sum;
 }
 
+namespace {
+
+// Step 3 of the series for every row: the Fourier sum in the hour. It depends on the
+// hour and the mix only, so one hour's rows serve every place.
+void FourierRows(const double* coefficients, int rows, int stride, int harmonics, const double* S,
+                 const double* C, double* out) {
+  for (int i = 1; i <= rows; ++i) {
+    const int b = (i - 1) * stride;
+    double sum = coefficients[b];
+    for (int k = 1; k <= harmonics; ++k) {
+      sum = sum + coefficients[b + 2 * k - 1] * S[k] + coefficients[b + 2 * k] * C[k];
+    }
+    out[i - 1] = sum;
+  }
+}
+
+void MakeRows(ModelState& state, double ut) {
+  double S[7], C[7];
+  const double T = (ut * 15.0 - 180.0) * kDeg;
+  S[1] = std::sin(T);
+  C[1] = std::cos(T);
+  for (int i = 2; i <= 6; ++i) {
+    C[i] = C[1] * C[i - 1] - S[1] * S[i - 1];
+    S[i] = C[1] * S[i - 1] + S[1] * C[i - 1];
+  }
+  // The M(3000)F2 series has 4 harmonics: the same recurrence, cut shorter.
+  FourierRows(state.CF2, kF2Rows, kF2Stride, 6, S, C, state.rowsF2);
+  FourierRows(state.CM3, kFm3Rows, kFm3Stride, 4, S, C, state.rowsFm3);
+  state.rowsUt = ut;
+  state.rowsValid = true;
+}
+
+// Steps 4 to 9 of the series at one place, from the hour's rows (COEF[0] is row 1) and
+// the place's sines and cosines, which both maps share.
+double SeriesAtPlace(const double* COEF, const int* nq, int orders, double sm, double clat,
+                     const double* ca, const double* sa) {
+  double XSINX[16];
+  double sum = COEF[0];
+  XSINX[1] = 1.0;
+  double s = sm;
+  bool lastHeld = true;
+  for (int i = 1; i <= nq[0]; ++i) {
+    lastHeld = std::fabs(s) >= 1e-30;
+    if (lastHeld) {
+      sum = sum + COEF[i] * s;
+      XSINX[i + 1] = s;
+      s = s * sm;
+    } else {
+      XSINX[i + 1] = 0.0;
+    }
+  }
+  XSINX[nq[0] + 2] = lastHeld ? s : 0.0;
+
+  int np = nq[0] + 1;
+  s = clat;
+  for (int i = 2; i <= orders; ++i) {
+    const double c = ca[i], sn = sa[i];
+    for (int j = 1; j <= nq[i - 1] + 1; ++j) {
+      sum = sum + COEF[np] * XSINX[j] * s * c + COEF[np + 1] * XSINX[j] * s * sn;
+      np = np + 2;
+    }
+    s = s * clat;
+  }
+  return sum;
+}
+
+}  // namespace
+
 int CcirMaps(ModelState& state, double modip, int month, double ut, double r12, double lat,
              double lon, double& foF2Out, double& m3000Out) {
   if (month != state.loadedMonth) {
     // Only one month's maps are held; a failed read leaves no month loaded.
     state.loadedMonth = 13;
+    state.rowsValid = false;
     if (LoadCcirMonth(state, month) != 0) return -1;
     state.loadedMonth = month;
   }
@@ -310,10 +379,21 @@ int CcirMaps(ModelState& state, double modip, int month, double ut, double r12, 
     }
     state.mixedR12 = r12;
     state.mixedMonth = month;
+    state.rowsValid = false;
   }
-  foF2Out = MapValue(modip, lat, lon, ut, 6, kNqF2, 9, kF2Rows, kF2Stride, kCf2Size, state.CF2);
-  m3000Out =
-      MapValue(modip, lat, lon, ut, 4, kNqFm3, 7, kFm3Rows, kFm3Stride, kCm3Size, state.CM3);
+  // The series as MapValue works it, with the hour's rows kept and the place's sines
+  // and cosines worked once for both maps; every product and sum is the same.
+  if (!state.rowsValid || state.rowsUt != ut) MakeRows(state, ut);
+  double ca[10], sa[10];
+  for (int i = 2; i <= 9; ++i) {
+    const double a = lon * (i - 1) * kDeg;
+    ca[i] = std::cos(a);
+    sa[i] = std::sin(a);
+  }
+  const double sm = std::sin(modip * kDeg);
+  const double clat = std::cos(lat * kDeg);
+  foF2Out = SeriesAtPlace(state.rowsF2, kNqF2, 9, sm, clat, ca, sa);
+  m3000Out = SeriesAtPlace(state.rowsFm3, kNqFm3, 7, sm, clat, ca, sa);
   return 0;
 }
 

@@ -129,6 +129,23 @@ TEST(CcirMaps, AgreeWithADirectEvaluationOfTheSeries) {
       }
 }
 
+TEST(CcirMaps, KeptHourRowsGiveMapValueBitForBit) {
+  auto state = StateOnShippedData();
+  double foF2 = 0.0, m3000 = 0.0;
+  for (double r12 : {10.0, 150.0})
+    for (double ut : {0.0, 13.25})
+      for (double modip = -85.0; modip <= 85.0; modip += 17.0)
+        for (double lon = -180.0; lon <= 540.0; lon += 37.0) {
+          const double lat = 0.8 * modip;
+          ASSERT_EQ(CcirMaps(*state, modip, 9, ut, r12, lat, lon, foF2, m3000), 0);
+          EXPECT_EQ(foF2, MapValue(modip, lat, lon, ut, 6, kNqF2, 9, 76, 13, 988, state->CF2));
+          EXPECT_EQ(m3000, MapValue(modip, lat, lon, ut, 4, kNqFm3, 7, 49, 9, 441, state->CM3));
+        }
+  // sin(modip) = 0 exactly: the powers stop at the first test.
+  ASSERT_EQ(CcirMaps(*state, 0.0, 9, 5.0, 10.0, 0.0, 20.0, foF2, m3000), 0);
+  EXPECT_EQ(foF2, MapValue(0.0, 0.0, 20.0, 5.0, 6, kNqF2, 9, 76, 13, 988, state->CF2));
+}
+
 TEST(CcirMaps, MixIsLinearInR12WithoutClip) {
   auto state = StateOnShippedData();
   const std::vector<double> file = AllNumbers(test::DataDir() / "nequick" / "CCIR17.ASC");
