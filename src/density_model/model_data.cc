@@ -35,21 +35,17 @@ void SetUnreadable(ModelState& state, const std::filesystem::path& path, std::st
 bool ParseE16Field(std::string_view field, double& value) {
   char text[17];
   size_t n = 0;
-  bool hasPoint = false, hasExponent = false;
+  bool hasPoint = false;
   for (char c : field) {
     if (c == ' ' || c == '\t') continue;
     if (c == '.') hasPoint = true;
-    if (c == 'E' || c == 'e' || c == 'D' || c == 'd') hasExponent = true;
     text[n++] = c;
   }
   if (n == 0) return false;
   std::string_view compact(text, n);
   size_t used = platform::ParseDouble(compact, value);
   if (used != n) return false;
-  if (!hasPoint) {
-    (void)hasExponent;
-    value *= 1e-8;
-  }
+  if (!hasPoint) value *= 1e-8;
   return true;
 }
 
