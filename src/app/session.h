@@ -11,6 +11,7 @@
 
 #include "app/settings.h"
 #include "atmosphere/atmosphere_state.h"
+#include "density_model/model_state.h"
 #include "navmsg/nav_message.h"
 #include "observation/epoch.h"
 #include "orbits/constellation_ops.h"
@@ -45,6 +46,9 @@ struct Session {
 
   // Klobuchar coefficients in force and the troposphere's last-value record.
   atmosphere::AtmosphereState atmosphere;
+
+  // The electron density model: its maps, caches and the one-way N100, loaded once.
+  density_model::ModelState densityModel;
 
   // The navigation message generator's frame buffer, reused from message to message.
   navmsg::NavMessageState navMessage;

@@ -1,0 +1,114 @@
+#include "density_model/density_commands.h"
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "density_model/electron_density.h"
+#include "density_model/slant_tec.h"
+#include "test_support.h"
+
+namespace vorel::density_model {
+namespace {
+
+std::unique_ptr<ModelState> FreshState() {
+  auto state = std::make_unique<ModelState>();
+  state->searchDirs = {test::DataDir() / "nequick"};
+  return state;
+}
+
+TEST(ProfileCommand, DefaultsGiveThePlotsThousandHeights) {
+  auto st = FreshState();
+  ProfileArgs args;
+  args.lat = 45.0, args.lon = 10.0, args.month = 4, args.ut = 12.0, args.flux = 150.0;
+  std::string out, error;
+  ASSERT_EQ(RunProfile(*st, args, out, error), 0) << error;
+  const auto lines = test::SplitLines(out);
+  ASSERT_EQ(lines.size(), 1000u);
+  // Each line: height, density; the density is the model's at that height.
+  auto ref = FreshState();
+  double lon = 10.0, flux = 150.0, ut = 12.0;
+  ElectronDensity(*ref, 0.0, 45.0, lon, 4, flux, ut);
+  for (int h : {0, 99, 100, 350, 999}) {
+    char expected[64];
+    std::snprintf(expected, sizeof expected, "%.3f %.6e", double(h),
+                  ElectronDensityHeight(*ref, h));
+    EXPECT_EQ(lines[h], expected);
+  }
+  EXPECT_EQ(lines.front().substr(0, 6), "0.000 ");
+  EXPECT_EQ(lines.back().substr(0, 8), "999.000 ");
+
+  // A range of our own, by halves.
+  out.clear();
+  args.hmin = 200.0, args.hmax = 202.0, args.step = 0.5;
+  ASSERT_EQ(RunProfile(*st, args, out, error), 0);
+  ASSERT_EQ(test::SplitLines(out).size(), 4u);
+  EXPECT_EQ(test::SplitLines(out)[3].substr(0, 8), "201.500 ");
+}
+
+TEST(ProfileCommand, BadArgumentsAndMissingDataWriteNothing) {
+  auto st = FreshState();
+  std::string out, error;
+  ProfileArgs args;
+  args.flux = 100.0;
+  args.month = 13;
+  EXPECT_EQ(RunProfile(*st, args, out, error), -1);
+  EXPECT_NE(error.find("--month"), std::string::npos);
+  args.month = 3, args.step = 0.0;
+  EXPECT_EQ(RunProfile(*st, args, out, error), -1);
+  EXPECT_NE(error.find("--step"), std::string::npos);
+  args.step = 1.0, args.lat = 91.0;
+  EXPECT_EQ(RunProfile(*st, args, out, error), -1);
+  EXPECT_NE(error.find("--lat"), std::string::npos);
+  args.lat = 0.0, args.hmax = -5.0;
+  EXPECT_EQ(RunProfile(*st, args, out, error), -1);
+  EXPECT_NE(error.find("--hmax"), std::string::npos);
+  EXPECT_TRUE(out.empty());
+
+  test::ScratchDir empty("profile-nodata");
+  auto bare = std::make_unique<ModelState>();
+  bare->searchDirs = {empty.path()};
+  args.hmax = 1000.0;
+  EXPECT_EQ(RunProfile(*bare, args, out, error), -1);
+  EXPECT_NE(error.find("DIPLATS.ASC"), std::string::npos);
+  EXPECT_NE(error.find(empty.path().string()), std::string::npos);
+  EXPECT_TRUE(out.empty());
+}
+
+TEST(TecCommand, PrintsContentAndL1Delay) {
+  auto st = FreshState();
+  TecArgs args;
+  args.lat1 = 45.0, args.lon1 = 10.0, args.h1 = 0.0;
+  args.lat2 = 20.0, args.lon2 = 15.0, args.h2 = 20200.0;
+  args.month = 4, args.ut = 12.0, args.flux = 150.0;
+  std::string out, error;
+  ASSERT_EQ(RunTec(*st, args, out, error), 0) << error;
+  double tec = 0.0, delay = 0.0;
+  ASSERT_EQ(std::sscanf(out.c_str(), "%lf %lf", &tec, &delay), 2) << out;
+  EXPECT_EQ(out.back(), '\n');
+  EXPECT_NEAR(delay, tec * 0.0162, 1e-6);
+  auto ref = FreshState();
+  double lon1 = 10.0, flux = 150.0, ut = 12.0;
+  EXPECT_NEAR(tec, SlantTec(*ref, 45.0, lon1, 0.0, 20.0, 15.0, 20200.0, 4, flux, ut), 5e-7);
+
+  // The points may come in either order: the lower one starts the ray.
+  std::string swapped;
+  TecArgs reversed = args;
+  std::swap(reversed.lat1, reversed.lat2);
+  std::swap(reversed.lon1, reversed.lon2);
+  std::swap(reversed.h1, reversed.h2);
+  auto st2 = FreshState();
+  ASSERT_EQ(RunTec(*st2, reversed, swapped, error), 0);
+  EXPECT_EQ(swapped, out);
+
+  args.flux = -5.0;
+  std::string none;
+  EXPECT_EQ(RunTec(*st, args, none, error), -1);
+  EXPECT_NE(error.find("--flux"), std::string::npos);
+  EXPECT_TRUE(none.empty());
+}
+
+}  // namespace
+}  // namespace vorel::density_model
