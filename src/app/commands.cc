@@ -8,6 +8,7 @@
 
 #include "app/scenario_runs.h"
 #include "atmosphere/atmosphere_text.h"
+#include "density_model/density_commands.h"
 #include "navmsg/nav_message.h"
 #include "orbits/constellation_ops.h"
 #include "orbits/orbit_files.h"
@@ -195,6 +196,49 @@ Action Nav(CLI::App& p, bool all) {
   };
 }
 
+Action Profile(CLI::App& p) {
+  auto a = std::make_shared<density_model::ProfileArgs>();
+  p.add_option("--lat", a->lat, "latitude, degrees")->required();
+  p.add_option("--lon", a->lon, "longitude, degrees")->required();
+  p.add_option("--month", a->month, "month 1 to 12")->required();
+  p.add_option("--ut", a->ut, "universal time, hours")->required();
+  p.add_option("--flux", a->flux, "10.7 cm solar flux")->required();
+  p.add_option("--hmin", a->hmin, "lowest height, km")->capture_default_str();
+  p.add_option("--hmax", a->hmax, "height limit (not included), km")->capture_default_str();
+  p.add_option("--step", a->step, "height step, km")->capture_default_str();
+  return [a](CommandContext& c) {
+    std::string out, error;
+    if (density_model::RunProfile(c.session.densityModel, *a, out, error) != 0) {
+      c.session.messages.Popup("Error message", error);
+      return 1;
+    }
+    fmt::print("{}", out);
+    return 0;
+  };
+}
+
+Action Tec(CLI::App& p) {
+  auto a = std::make_shared<density_model::TecArgs>();
+  p.add_option("--lat1", a->lat1, "first point: latitude, degrees")->required();
+  p.add_option("--lon1", a->lon1, "first point: longitude, degrees")->required();
+  p.add_option("--h1", a->h1, "first point: height, km")->required();
+  p.add_option("--lat2", a->lat2, "second point: latitude, degrees")->required();
+  p.add_option("--lon2", a->lon2, "second point: longitude, degrees")->required();
+  p.add_option("--h2", a->h2, "second point: height, km")->required();
+  p.add_option("--month", a->month, "month 1 to 12")->required();
+  p.add_option("--ut", a->ut, "universal time, hours")->required();
+  p.add_option("--flux", a->flux, "10.7 cm solar flux")->required();
+  return [a](CommandContext& c) {
+    std::string out, error;
+    if (density_model::RunTec(c.session.densityModel, *a, out, error) != 0) {
+      c.session.messages.Popup("Error message", error);
+      return 1;
+    }
+    fmt::print("{}", out);
+    return 0;
+  };
+}
+
 Action About(CLI::App&) {
   return [](CommandContext&) {
     fmt::print("About\n{}\nversion {}\n", kProductName, kVersion);
@@ -242,6 +286,10 @@ std::vector<CommandSpec> BuildTable() {
        [](CLI::App& p) { return Nav(p, false); }},
       {"nav-all", "", "navigation messages of PRN 1 to 32 (NAV/navbin<prn>, navascii<prn>)", false,
        [](CLI::App& p) { return Nav(p, true); }},
+      {"profile", "--lat D --lon D --month M --ut H --flux F [--hmin --hmax --step]",
+       "electron density profile: height (km) and density (el/m3) per line", false, Profile},
+      {"tec", "--lat1 --lon1 --h1 --lat2 --lon2 --h2 --month --ut --flux",
+       "slant TEC (1e15 el/m2) and L1 delay (m) between two points", false, Tec},
       {"about", "", "product name and version", false, About},
       {"convert-flux", "VALUE", "sunspot number from a 10.7 cm solar flux", false,
        [](CLI::App& p) { return Convert(p, true); }},

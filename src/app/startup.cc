@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "app/scenario_runs.h"
+#include "density_model/model_data.h"
 #include "orbits/orbit_files.h"
 
 namespace vorel::app {
@@ -31,6 +32,7 @@ int LoadStartupOrbits(Session& session) {
 int StartUp(Session& session, const GlobalOptions& options, std::string& error) {
   session.dataDir = platform::DataDirectory(options.dataDir);
   if (!session.dataDir.Create(error)) return 2;
+  session.densityModel.searchDirs = density_model::ModelSearchDirs(session.dataDir.root());
 
   Settings& settings = session.settings;
   std::filesystem::path settingsFile = options.settingsFile;

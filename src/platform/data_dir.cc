@@ -40,9 +40,4 @@ bool DataDirectory::Create(std::string& error) const {
   return true;
 }
 
-std::vector<std::filesystem::path> DataDirectory::ModelSearchPath() const {
-  return {root_ / "NEQUICK", std::filesystem::path(VOREL_INSTALL_DATA_DIR) / "nequick",
-          std::filesystem::path(VOREL_SOURCE_DATA_DIR) / "nequick"};
-}
-
 }  // namespace vorel::platform

@@ -26,10 +26,6 @@ class DataDirectory {
   // Creates the directory with its NAV, LAAS and NEQUICK folders. False with `error`.
   bool Create(std::string& error) const;
 
-  // Where the electron density model's files are looked for, in order: NEQUICK here,
-  // then where the program is installed, then the source tree's copy.
-  std::vector<std::filesystem::path> ModelSearchPath() const;
-
  private:
   std::filesystem::path root_;
 };
