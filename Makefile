@@ -3,7 +3,7 @@ PRESET ?= default
 JOBS ?= $(shell nproc)
 BUILD_DIR := build/$(PRESET)
 
-.PHONY: all deps configure build test check bench asan clean
+.PHONY: all deps configure build test check bench asan demo docs clean
 
 all: build
 
@@ -21,6 +21,9 @@ test: build
 
 check: build
 	ctest --preset $(PRESET) -j $(JOBS) -L unit
+
+demo: build
+	scripts/demo.sh
 
 bench:
 	$(MAKE) build PRESET=release

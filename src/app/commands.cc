@@ -192,7 +192,14 @@ Action Nav(CLI::App& p, bool all) {
                                               s.navMessage, s.messages, redate)
                       : navmsg::GEN_NAV(settings, s.constellation, s.dataDir.root(),
                                         s.navMessage, s.messages, redate);
-    return r == 0 ? 0 : 1;
+    if (r != 0) return 1;
+    if (all)
+      Summary(c, fmt::format("wrote {} navigation bit files (navbin1..32, navascii1..32) in {}",
+                             2 * navmsg::kMessagePrnCount, (s.dataDir / "NAV").string()));
+    else
+      Summary(c, fmt::format("wrote {} and {} (PRN {})", (s.dataDir / "simulated.nvb").string(),
+                             (s.dataDir / "simulated.nva").string(), settings.navPrn));
+    return 0;
   };
 }
 
