@@ -25,6 +25,9 @@ check: build
 demo: build
 	scripts/demo.sh
 
+docs: build
+	build/$(PRESET)/vorel --data-dir build/docs-data show-settings --reference > docs/settings.md 2>/dev/null
+
 bench:
 	$(MAKE) build PRESET=release
 	build/release/vorel_bench

@@ -270,8 +270,14 @@ Action Convert(CLI::App& p, bool flux) {
   };
 }
 
-Action ShowSettings(CLI::App&) {
-  return [](CommandContext& c) {
+Action ShowSettings(CLI::App& p) {
+  auto reference = std::make_shared<bool>(false);
+  p.add_flag("--reference", *reference, "the settings reference (docs/settings.md) instead");
+  return [reference](CommandContext& c) {
+    if (*reference) {
+      fmt::print("{}", SettingsReference());
+      return 0;
+    }
     for (const SettingDef& d : SettingRegistry())
       fmt::print("{} = {}\n", d.name, d.show(c.session.settings));
     return 0;

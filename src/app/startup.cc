@@ -31,9 +31,6 @@ int LoadStartupOrbits(Session& session) {
 
 int StartUp(Session& session, const GlobalOptions& options, std::string& error) {
   session.dataDir = platform::DataDirectory(options.dataDir);
-  if (!session.dataDir.Create(error)) return 2;
-  session.densityModel.searchDirs = density_model::ModelSearchDirs(session.dataDir.root());
-
   Settings& settings = session.settings;
   std::filesystem::path settingsFile = options.settingsFile;
   if (settingsFile.empty() && std::filesystem::exists(session.dataDir / "settings.txt"))
@@ -44,6 +41,10 @@ int StartUp(Session& session, const GlobalOptions& options, std::string& error) 
     return 2;
   for (const std::string& assignment : options.assignments)
     if (!ApplySetAssignment(settings, assignment, "--set", error)) return 2;
+
+  // Settings are settled before anything is made on disk.
+  if (!session.dataDir.Create(error)) return 2;
+  session.densityModel.searchDirs = density_model::ModelSearchDirs(session.dataDir.root());
 
   orbits::SET_CONST(settings.scenario.ConstellationChoice, session.orbitState);
   LoadStartupOrbits(session);

@@ -1,0 +1,141 @@
+// The `vorel` command line end to end, on the bundled example files.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "cli_runner.h"
+#include "test_support.h"
+
+namespace vorel::test {
+namespace {
+
+class Cli : public ::testing::Test {
+ protected:
+  Cli() : dir("cli") {}
+  CliResult Run(std::vector<std::string> args) {
+    args.insert(args.begin(), {"--data-dir", (dir / "VLD").string()});
+    return RunVorel(args, dir.path().string());
+  }
+  std::string Brdc() const { return (DataDir() / "examples" / "brdc1820.10n").string(); }
+  std::vector<std::string> Scenario(std::vector<std::string> extra = {}) const {
+    std::vector<std::string> a = {"--set", "KeepOrbitEpochs=1",    "--set", "ScenarioHour=5",
+                                  "--set", "ReceiverLatitude=-30.25", "--set",
+                                  "ReceiverLongitude=149.75", "--set", "ReceiverAltitude=250",
+                                  "--set", "ObservationInterval=1000", "--set",
+                                  "ScenarioDuration=2"};
+    a.insert(a.end(), extra.begin(), extra.end());
+    return a;
+  }
+  ScratchDir dir;
+};
+
+TEST_F(Cli, UsageAndSettingsErrorsStopBeforeAnythingRuns) {
+  CliResult r = Run({"frobnicate"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("usage: vorel"), std::string::npos);
+  r = Run({"obs", "--bogus"});
+  EXPECT_EQ(r.status, 2);
+  r = Run({"--set", "ObservatonInterval=5", "obs"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("--set: unknown setting \"ObservatonInterval\" (nearest known name: "
+                       "ObservationInterval)"),
+            std::string::npos)
+      << r.err;
+  WriteFile(dir / "s.toml", "# scenario\n[scenario]\nRecordType = \"five\"\n");
+  r = Run({"--scenario", (dir / "s.toml").string(), "obs"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("s.toml, line 3: RecordType"), std::string::npos) << r.err;
+  EXPECT_FALSE(std::filesystem::exists(dir / "VLD" / "LAAS"));  // nothing ran, not even start-up
+  r = Run({"--version"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "vorel 5.1\n");
+}
+
+TEST_F(Cli, MissingOrbitsAndSettingsFileAreReported) {
+  CliResult r = Run({"--settings", "nowhere.txt", "obs"});
+  EXPECT_NE(r.status, 0);
+  EXPECT_NE(r.err.find("settings file nowhere.txt cannot be read"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("OrbitFile"), std::string::npos);
+  EXPECT_NE(r.err.find("\nInvalid orbits\n"), std::string::npos) << r.err;
+  r = Run({"load-orbits", "--type", "rinex", "no-such.10n"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("no-such.10n"), std::string::npos);
+}
+
+TEST_F(Cli, ChainedCommandsShareOneProgramStart) {
+  auto args = [&](const std::string& name) {
+    return Scenario({"--set", "ObservationOutputFile=C:/VLD/" + name, "load-orbits", "--type",
+                     "rinex", Brdc(), "show-orbit", "3", "obs"});
+  };
+  CliResult r = Run(args("a.10o"));
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("loaded"), std::string::npos);
+  EXPECT_NE(r.out.find("wrote " + (dir / "VLD" / "a.10o").string()), std::string::npos) << r.out;
+  const auto lines = SplitLines(ReadFile(dir / "VLD" / "a.10o"));
+  ASSERT_GT(lines.size(), 15u);
+  EXPECT_EQ(lines[14].substr(60), "END OF HEADER       ");
+  int epochs = 0;
+  for (const auto& l : lines)
+    if (l.rfind(" 10 07 01 05 ", 0) == 0) ++epochs;
+  EXPECT_EQ(epochs, 120);  // two minutes at 1 s; the first epoch is not written
+  // Identical inputs give identical bytes.
+  ASSERT_EQ(Run(args("b.10o")).status, 0);
+  EXPECT_TRUE(ReadFile(dir / "VLD" / "a.10o") == ReadFile(dir / "VLD" / "b.10o"));
+}
+
+TEST_F(Cli, ErrorPopupsBecomeMessagesAndAFailingStatus) {
+  CliResult r = Run(Scenario({"--set", "ObservationInterval=0", "load-orbits", "--type", "rinex",
+                              Brdc(), "obs", "about"}));
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("Error message: ObservationInterval must be a positive number"),
+            std::string::npos)
+      << r.err;
+  EXPECT_EQ(r.out.find("version 5.1"), std::string::npos);  // the chain stops at the failure
+  r = Run(Scenario({"--set", "ObservationOutputFile=/nonexistent-dir/x.10o", "load-orbits",
+                    "--type", "rinex", Brdc(), "obs"}));
+  EXPECT_NE(r.err.find("/nonexistent-dir/x.10o cannot be created"), std::string::npos) << r.err;
+}
+
+TEST_F(Cli, NavigationFilesNeedConfirmation) {
+  CliResult r = Run({"--set", "KeepOrbitEpochs=1", "load-orbits", "--type", "rinex", Brdc(),
+                     "nav", "--prn", "3"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_FALSE(std::filesystem::exists(dir / "VLD" / "simulated.nvb"));
+  r = Run({"--yes", "--set", "KeepOrbitEpochs=1", "--set", "ScenarioHour=5", "load-orbits",
+           "--type", "rinex", Brdc(), "nav", "--prn", "3", "nav-all"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(std::filesystem::file_size(dir / "VLD" / "simulated.nvb"), 354000u);
+  EXPECT_EQ(std::filesystem::file_size(dir / "VLD" / "simulated.nva"), 88500u);
+  EXPECT_EQ(std::filesystem::file_size(dir / "VLD" / "NAV" / "navbin32"), 354000u);
+  EXPECT_TRUE(ReadFile(dir / "VLD" / "simulated.nvb") == ReadFile(dir / "VLD" / "NAV" / "navbin3"));
+}
+
+TEST_F(Cli, FirstInterruptStopsTheRunAndClosesItsFileWhole) {
+  const std::string scn = (dir / "VLD" / "long.scn").string();
+  std::string line = "cd '" + dir.path().string() + "' && '" + VorelPath() + "' --data-dir VLD";
+  for (const auto& a : Scenario({"--set", "ObservationInterval=1", "--set", "ScenarioDuration=60",
+                                 "--set", "RecordType=5", "--set",
+                                 "ObservationOutputFile=C:/VLD/long.scn", "load-orbits", "--type",
+                                 "rinex", Brdc(), "obs"}))
+    line += " '" + a + "'";
+  line += " >/dev/null 2>&1 & pid=$!; sleep 1.5; kill -INT $pid; wait $pid; echo status=$?";
+  CliResult r = RunShell(line);
+  EXPECT_NE(r.out.find("status=0"), std::string::npos) << r.out;
+  const auto lines = SplitLines(ReadFile(scn));
+  ASSERT_GT(lines.size(), 100u);
+  EXPECT_LT(lines.size(), 60u * 60000u);  // stopped long before its hour
+  // Walk the epochs: every epoch is whole (time, count, that many satellite lines).
+  size_t i = 0;
+  int epochs = 0;
+  while (i < lines.size()) {
+    ASSERT_LT(i + 1, lines.size());
+    const int n = std::stoi(lines[i + 1]);
+    ASSERT_LE(i + 2 + n, lines.size());
+    i += 2 + n;
+    ++epochs;
+  }
+  EXPECT_GT(epochs, 10);
+}
+
+}  // namespace
+}  // namespace vorel::test

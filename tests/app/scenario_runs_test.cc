@@ -1,0 +1,204 @@
+#include "app/scenario_runs.h"
+
+#include <cmath>
+
+#include <gtest/gtest.h>
+
+#include "atmosphere/klobuchar.h"
+#include "orbits/orbit_files.h"
+#include "test_support.h"
+
+namespace vorel::app {
+namespace {
+
+std::unique_ptr<orbits::ConstellationTable> TableWithToes(std::vector<std::vector<double>> toes) {
+  auto t = std::make_unique<orbits::ConstellationTable>();
+  for (size_t row = 0; row < toes.size(); ++row) {
+    auto& sat = t->rows[row];
+    sat.recordCount = static_cast<int32_t>(toes[row].size());
+    for (size_t k = 0; k < toes[row].size(); ++k) {
+      sat.trueRecords[k].toe = toes[row][k];
+      sat.trueRecords[k].week = 5;
+      sat.trueRecords[k].status = k == 0 && row == 0 ? 0 : orbits::kStatusUsable;
+    }
+  }
+  t->rows[1].trueRecords[0].status = orbits::kStatusUsable;
+  return t;
+}
+
+TEST(RedateOrbits, MovesFromTheFirstHealthyRowWithARunningWeek) {
+  // Row 0 is unhealthy and stays; row 1 is the first healthy one.
+  auto t = TableWithToes({{100.0}, {3600.0, 10800.0}, {604000.0, 2000.0}});
+  RedateOrbits(*t, 600000.0, 1500);  // next two-hour mark: 604800 -> 0 of week 1501
+  EXPECT_EQ(t->rows[0].trueRecords[0].toe, 100.0);
+  EXPECT_EQ(t->rows[0].trueRecords[0].week, 5);
+  const double shift = 0.0 - 3600.0;
+  EXPECT_EQ(t->rows[1].trueRecords[0].toe, 0.0);
+  EXPECT_EQ(t->rows[1].trueRecords[0].week, 1501);
+  EXPECT_EQ(t->rows[1].trueRecords[1].toe, 10800.0 + shift);
+  EXPECT_EQ(t->rows[1].broadcastRecords[1].toc, 10800.0 + shift);
+  // 604000 - 3600 stays in the week; then 2000 - 3600 < 0 steps the running week back.
+  EXPECT_EQ(t->rows[2].trueRecords[0].toe, 604000.0 + shift);
+  EXPECT_EQ(t->rows[2].trueRecords[0].week, 1501);
+  EXPECT_EQ(t->rows[2].trueRecords[1].toe, 2000.0 + shift + 604800.0);
+  EXPECT_EQ(t->rows[2].trueRecords[1].week, 1500);
+  // A scenario exactly on a two-hour mark keeps that mark; a second pass shifts by 0.
+  auto u = TableWithToes({{0.0}, {5000.0}});
+  RedateOrbits(*u, 7200.0, 10);
+  EXPECT_EQ(u->rows[1].trueRecords[0].toe, 7200.0);
+  RedateOrbits(*u, 7200.0, 10);
+  EXPECT_EQ(u->rows[1].trueRecords[0].toe, 7200.0);
+}
+
+TEST(FileNames, RulesOfTheRunTimeClockAndTheScenarioDate) {
+  std::tm now{};
+  now.tm_year = 126;
+  now.tm_mon = 10;
+  now.tm_mday = 21;
+  now.tm_hour = 9;
+  now.tm_min = 5;
+  ScenarioSettings s;
+  s.ScenarioYear = 2010;
+  s.ScenarioMonth = 7;
+  s.ScenarioDay = 1;
+  EXPECT_EQ(prepareSimGPS(0, now, s), "C:/VLD/11-21-20260905.log");
+  EXPECT_EQ(prepareSimGPS(2, now, s), "C:/VLD/simu2110.10O");  // 30 * 7 + 1
+  EXPECT_EQ(prepareSimGPS(3, now, s), "");
+  EXPECT_EQ(prepareSimGPS(5, now, s), "C:/VLD/11-21-20260905.scn");
+  EXPECT_EQ(prepareSimDIF(1, now), "C:/VLD/11-21-20260905.bin");
+  EXPECT_EQ(prepareSimDIF(0, now), "C:/VLD/11-21-20260905.dat");
+  EXPECT_EQ(prepareSimRS(2, 3, s), "C:/VLD/LAAS/rs3_2110.10O");
+  EXPECT_EQ(prepareSimRS(4, 1, s), "C:/VLD/LAAS/rs1.srv");
+  EXPECT_EQ(prepareSimRS(5, 4, s), "C:/VLD/LAAS/rs4.scn");
+}
+
+// A Session with the broadcast orbits of 1 July 2010 loaded as they are.
+class RunTest : public ::testing::Test {
+ protected:
+  RunTest() : dir("runs") {}
+  void SetUp() override {
+    VOREL_REQUIRE_SHARED();
+    session = Session::Create();
+    session->dataDir = platform::DataDirectory(dir.path());
+    std::string error;
+    ASSERT_TRUE(session->dataDir.Create(error));
+    session->messages = platform::Messages::Silent();
+    orbits::LoadAlmanacArgs load{1, (test::DataDir() / "examples" / "brdc1820.10n").string()};
+    ASSERT_EQ(orbits::Load_Almanac(session->constellation, session->orbitState, load,
+                                   session->messages), 1);
+    auto& sc = session->settings.scenario;
+    sc.KeepOrbitEpochs = 1;
+    sc.ScenarioHour = 5;
+    sc.ScenarioDuration = 1;
+    sc.ObservationInterval = 1000;
+    sc.ReceiverLatitude = -30.25;
+    sc.ReceiverLongitude = 149.75;
+    sc.ReceiverAltitude = 250.0;
+    sc.RecordType = 4;
+    sc.ObservationOutputFile = "C:/VLD/run.srv";
+  }
+  struct Line {
+    int prn;
+    double code, carrier, azimuth, elevation, geometric;
+  };
+  // The .srv record by epoch: time (s) and its lines.
+  std::vector<std::pair<double, std::vector<Line>>> ReadSrv() {
+    std::vector<std::pair<double, std::vector<Line>>> epochs;
+    auto lines = test::SplitLines(test::ReadFile(dir / "run.srv"));
+    for (size_t i = 0; i + 1 < lines.size();) {
+      const double t = std::stod(lines[i]);
+      const int n = std::stoi(lines[i + 1]);
+      std::vector<Line> sats;
+      for (int k = 0; k < n; ++k) {
+        Line l{};
+        double doppler, level;
+        std::sscanf(lines[i + 2 + k].c_str(), "%d %lf %lf %lf %lf %lf %lf %lf", &l.prn, &l.code,
+                    &l.carrier, &doppler, &level, &l.geometric, &l.azimuth, &l.elevation);
+        sats.push_back(l);
+      }
+      epochs.emplace_back(t, sats);
+      i += 2 + n;
+    }
+    return epochs;
+  }
+  test::ScratchDir dir;
+  std::unique_ptr<Session> session;
+};
+
+TEST_F(RunTest, InvalidOrbitsRefuseTheRun) {
+  std::vector<std::string> popups;
+  session->messages.popup = [&](std::string_view title, std::string_view text) {
+    popups.push_back(std::string(title) + "|" + std::string(text));
+  };
+  session->orbitState.OrbitsValid = false;
+  EXPECT_EQ(RunObservationSim(*session), -1);
+  EXPECT_EQ(popups, (std::vector<std::string>{"|Invalid orbits"}));
+}
+
+TEST_F(RunTest, BroadcastIonosphereSeparatesCodeAndCarrierOnceAndHoldsIt) {
+  auto& a = session->settings.atmosphere;
+  a.atmosphereEnabled = 1;
+  a.klobucharSelected = 1;
+  // The coefficients of brdc1820.10n's header.
+  a.ionoTruthTable.cells[0][0] = 0.4657e-08;
+  a.ionoTruthTable.cells[0][1] = 0.1490e-07;
+  a.ionoTruthTable.cells[0][2] = -0.5960e-07;
+  a.ionoTruthTable.cells[0][3] = -0.1192e-06;
+  a.ionoTruthTable.cells[1][0] = 0.8192e+05;
+  a.ionoTruthTable.cells[1][1] = 0.8192e+05;
+  a.ionoTruthTable.cells[1][2] = -0.6554e+05;
+  a.ionoTruthTable.cells[1][3] = -0.5243e+06;
+  session->settings.scenario.ElevationMask = 10.0;
+  ASSERT_EQ(RunObservationSim(*session), 0);
+  const auto epochs = ReadSrv();
+  ASSERT_EQ(epochs.size(), 60u);
+  const double lat = -30.25 * 0.017453292519943, lon = 149.75 * 0.017453292519943;
+  // Satellites of the first written epoch (all were above the mask one second before):
+  // the difference is twice the broadcast delay at that geometry, and it is held.
+  for (const Line& l : epochs.front().second) {
+    double delay = 0.0;
+    const double t = epochs.front().first - l.geometric / 299792458.0;
+    atmosphere::KlobucharDelay(session->atmosphere, lat, lon, l.azimuth, l.elevation, t, delay);
+    EXPECT_GT(delay, 0.5);
+    EXPECT_NEAR((l.code - l.carrier) / 2, delay, 0.01) << "PRN " << l.prn;
+    for (const auto& [time, sats] : epochs) {
+      for (const Line& m : sats) {
+        if (m.prn != l.prn) continue;
+        EXPECT_NEAR(m.code - l.code - (m.carrier - l.carrier), 0.0, 0.002);
+      }
+    }
+  }
+  // A second run in the same program start has no delay at all.
+  ASSERT_EQ(RunObservationSim(*session), 0);
+  for (const auto& [time, sats] : ReadSrv())
+    for (const Line& l : sats) EXPECT_NEAR(l.code, l.carrier, 0.0015);
+}
+
+TEST_F(RunTest, AStopDuringStationOneLeavesTheOtherStationFilesEmpty) {
+  auto& st = session->settings.stations;
+  st.StationRecordType = 4;
+  st.StationCoordinatesAbsolute = 0;
+  st.StationLatitude = {-30.25, 0, 0, 0};
+  st.StationLongitude = {149.75, 0, 0, 0};
+  st.StationOffsetNorth = {0, 1111.2, 2222.4, 0};
+  st.StationOffsetEast = {0, 5000, 5000, 5000};
+  // Above 10 s the tick comes at the first epoch only: the stop lands there.
+  session->settings.scenario.ObservationInterval = 60000;
+  int stationsSeen = 0;
+  session->messages.progress = [&](double p) {
+    if (p > 0)
+      session->RunActive = 0;
+    else
+      ++stationsSeen;
+  };
+  EXPECT_EQ(RunRawGeneration(*session), 0);
+  EXPECT_EQ(stationsSeen, 4);
+  for (int s = 1; s <= 4; ++s)
+    EXPECT_TRUE(std::filesystem::exists(dir / "LAAS" / fmt::format("rs{}.srv", s))) << s;
+  EXPECT_EQ(session->originLatitude, -30.25);
+  EXPECT_EQ(session->originLongitude, 149.75);
+  EXPECT_EQ(test::ReadFile(dir / "LAAS" / "rs2.srv"), "");
+}
+
+}  // namespace
+}  // namespace vorel::app
