@@ -115,6 +115,18 @@ void CloseRecord(Session& session, platform::OutputFile& file) {
     session.messages.Warn(fmt::format("writing {} failed: the file is incomplete", path));
 }
 
+// Carries one receiver through its run and closes its record file.
+void FlyReceiver(Session& session, const observation::TrajectoryRunArgs& args,
+                 platform::OutputFile& output) {
+  observation::ModelAtmosphere models(session.atmosphere);
+  observation::EpochEnvironment env{session.constellation, session.epochState, session.workerRand,
+                                    &models, session.display};
+  observation::EpochResult result;
+  observation::SimulateTrajectory(env, args, result, session.RunActive, session.messages);
+  CloseRecord(session, output);
+  session.lastOutputs.push_back(output.path());
+}
+
 }  // namespace
 
 void RedateOrbits(orbits::ConstellationTable& table, double secondsOfWeek, int32_t week) {
@@ -245,13 +257,7 @@ int RunObservationSim(Session& session) {
     RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
   args.carrierFrequency = sc.ConstellationChoice == 0 ? 1575420000.0 : 0.0;
 
-  observation::ModelAtmosphere models(session.atmosphere);
-  observation::EpochEnvironment env{session.constellation, session.epochState, session.workerRand,
-                                    &models, session.display};
-  observation::EpochResult result;
-  observation::SimulateTrajectory(env, args, result, session.RunActive, session.messages);
-  CloseRecord(session, output);
-  session.lastOutputs.push_back(output.path());
+  FlyReceiver(session, args, output);
   session.RunActive.store(0, std::memory_order_relaxed);
   return 0;
 }
@@ -328,13 +334,7 @@ int RunRawGeneration(Session& session) {
     args.carrierFrequency = sc.ConstellationChoice == 0 ? 1575420000.0 : 0.0;
     args.staticReceiver = 1;
 
-    observation::ModelAtmosphere models(session.atmosphere);
-    observation::EpochEnvironment env{session.constellation, session.epochState,
-                                      session.workerRand, &models, session.display};
-    observation::EpochResult result;
-    observation::SimulateTrajectory(env, args, result, session.RunActive, session.messages);
-    CloseRecord(session, output);
-    session.lastOutputs.push_back(output.path());
+    FlyReceiver(session, args, output);
   }
   session.RunActive.store(0, std::memory_order_relaxed);
   return 0;
