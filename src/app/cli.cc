@@ -94,7 +94,7 @@ int RunWorker(const std::function<int()>& work) {
 }
 
 struct Invocation {
-  const CommandSpec* spec;
+  const CommandSpec* command;
   std::unique_ptr<CLI::App> parser;
   std::function<int(CommandContext&)> action;
 };
@@ -154,10 +154,10 @@ int RunCli(const std::vector<std::string>& arguments) {
     size_t end = i + 1;
     while (end < arguments.size() && !FindCommand(arguments[end])) ++end;
     Invocation inv;
-    inv.spec = FindCommand(arguments[i]);
-    inv.parser = std::make_unique<CLI::App>(inv.spec->summary, "vorel " + inv.spec->name);
+    inv.command = FindCommand(arguments[i]);
+    inv.parser = std::make_unique<CLI::App>(inv.command->summary, "vorel " + inv.command->name);
     inv.parser->set_help_flag("--help,-h", "show this help");
-    inv.action = inv.spec->setup(*inv.parser);
+    inv.action = inv.command->setup(*inv.parser);
     std::vector<std::string> segment(arguments.begin() + i + 1, arguments.begin() + end);
     std::reverse(segment.begin(), segment.end());
     try {
@@ -166,7 +166,7 @@ int RunCli(const std::vector<std::string>& arguments) {
       fmt::print("{}", inv.parser->help());
       return 0;
     } catch (const CLI::ParseError& e) {
-      fmt::print(stderr, "vorel {}: {}\n{}", inv.spec->name, e.what(), inv.parser->help());
+      fmt::print(stderr, "vorel {}: {}\n{}", inv.command->name, e.what(), inv.parser->help());
       return 2;
     }
     invocations.push_back(std::move(inv));
@@ -203,14 +203,14 @@ int RunCli(const std::vector<std::string>& arguments) {
   int exitStatus = 0;
   for (Invocation& inv : invocations) {
     CommandContext context{*session, global};
-    currentLabel = inv.spec->name;
+    currentLabel = inv.command->name;
     const int before = errorPopups;
     session->lastOutputs.clear();
-    int status = inv.spec->worker ? RunWorker([&] { return inv.action(context); })
+    int status = inv.command->worker ? RunWorker([&] { return inv.action(context); })
                                   : inv.action(context);
     if (errorPopups != before && status == 0) status = 1;
-    if (gInterrupts.load() > 0 && inv.spec->worker && !global.quiet)
-      fmt::print(stderr, "vorel {}: stopped by the user; files are closed whole\n", inv.spec->name);
+    if (gInterrupts.load() > 0 && inv.command->worker && !global.quiet)
+      fmt::print(stderr, "vorel {}: stopped by the user; files are closed whole\n", inv.command->name);
     if (status != 0) {
       exitStatus = status;
       break;
