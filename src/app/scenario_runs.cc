@@ -222,6 +222,12 @@ int RunObservationSim(Session& session) {
     session.messages.Popup("", "Invalid orbits");
     return -1;
   }
+  // A model this build lacks refuses the run before its record file is touched.
+  observation::ModelAtmosphere models(session.atmosphere);
+  if (observation::RefuseUnavailableModels(&models, args, session.messages)) {
+    session.RunActive.store(0, std::memory_order_relaxed);
+    return -1;
+  }
 
   platform::OutputFile output;
   std::string outputName = sc.ObservationOutputFile;

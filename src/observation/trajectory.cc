@@ -52,15 +52,20 @@ class OnceWarner {
   bool reported_ = false;
 };
 
-bool RefuseUnavailableModels(const EpochEnvironment& env, const TrajectoryRunArgs& args,
-                             const platform::Messages& messages) {
-  const AtmosphereModels* a = env.atmosphere;
-  const char* missing = nullptr;
-  if (args.tropoEnabled == 1 && !(a && a->HasTroposphere())) missing = "troposphere model";
+}  // namespace
+
+const char* MissingAtmosphereModel(const AtmosphereModels* a, const TrajectoryRunArgs& args) {
+  if (args.tropoEnabled == 1 && !(a && a->HasTroposphere())) return "troposphere model";
   if (args.ionoEnabled == 1 && args.ionoModel == 1 && !(a && a->HasKlobuchar()))
-    missing = "broadcast (Klobuchar) ionosphere model";
+    return "broadcast (Klobuchar) ionosphere model";
   if (args.ionoEnabled == 1 && args.ionoModel != 1 && !(a && a->HasSlantIonosphere()))
-    missing = "slant (electron density) ionosphere model";
+    return "slant (electron density) ionosphere model";
+  return nullptr;
+}
+
+bool RefuseUnavailableModels(const AtmosphereModels* models, const TrajectoryRunArgs& args,
+                             const platform::Messages& messages) {
+  const char* missing = MissingAtmosphereModel(models, args);
   if (!missing) return false;
   messages.Popup("Error message",
                  fmt::format("The atmosphere is switched on but this build has no {}; switch "
@@ -68,8 +73,6 @@ bool RefuseUnavailableModels(const EpochEnvironment& env, const TrajectoryRunArg
                              missing));
   return true;
 }
-
-}  // namespace
 
 int ScanEventLine(const std::string& line, ChannelEvent& e) {
   auto& s = e.steps;
@@ -95,7 +98,7 @@ int SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunArgs& args, Epo
                                                 args.satelliteCount, orbits::kTableRows));
     return -1;
   }
-  if (RefuseUnavailableModels(env, args, messages)) return -1;
+  if (RefuseUnavailableModels(env.atmosphere, args, messages)) return -1;
   platform::LineReader* trajectory = args.staticReceiver ? nullptr : args.trajectoryFile;
   if (!args.staticReceiver && !(trajectory && trajectory->IsOpen())) {
     messages.Warn(fmt::format("trajectory file {} cannot be read; the run ends at once",

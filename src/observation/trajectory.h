@@ -24,6 +24,15 @@ inline constexpr char kEventFormat[] =
 // Scans one event line into `event`; returns the number of fields read (21 when whole).
 int ScanEventLine(const std::string& line, ChannelEvent& event);
 
+// The atmosphere model a run with these arguments needs and `models` does not carry, or
+// null when nothing is missing.
+const char* MissingAtmosphereModel(const AtmosphereModels* models, const TrajectoryRunArgs& args);
+
+// The refusal of a run that needs a missing model: an "Error message" popup. True when
+// the run must not start.
+bool RefuseUnavailableModels(const AtmosphereModels* models, const TrajectoryRunArgs& args,
+                             const platform::Messages& messages);
+
 // Runs the loop. Returns 1 at a normal end (also after a stop), -1 when a limit was
 // exceeded or the run was refused at its start (the reason goes out as a popup).
 int SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunArgs& args, EpochResult& result,

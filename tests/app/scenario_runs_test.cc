@@ -77,7 +77,6 @@ class RunTest : public ::testing::Test {
  protected:
   RunTest() : dir("runs") {}
   void SetUp() override {
-    VOREL_REQUIRE_SHARED();
     session = Session::Create();
     session->dataDir = platform::DataDirectory(dir.path());
     std::string error;
