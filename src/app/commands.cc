@@ -177,11 +177,13 @@ Action Nav(CLI::App& p, bool all) {
   if (!all) p.add_option("--prn", *prn, "satellite (default: the navPrn setting)");
   return [prn, all](CommandContext& c) {
     Session& s = c.session;
-    if (!Confirm(c, fmt::format("{}:{}", navmsg::kConfirmationTitle,
+    // Without orbits the generator refuses at once, before any question.
+    if (s.orbitState.OrbitsValid &&
+        !Confirm(c, fmt::format("{}:{}", navmsg::kConfirmationTitle,
                                 all ? navmsg::kGenNavMultiConfirmation
                                     : navmsg::kGenNavConfirmation))) {
       fmt::print(stderr, "{}: not confirmed, nothing written\n", all ? "nav-all" : "nav");
-      return 1;
+      return 0;
     }
     navmsg::NavMessageSettings settings = NavSettings(s);
     if (*prn != 0) settings.navPrn = *prn;

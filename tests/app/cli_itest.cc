@@ -99,8 +99,14 @@ TEST_F(Cli, ErrorPopupsBecomeMessagesAndAFailingStatus) {
 TEST_F(Cli, NavigationFilesNeedConfirmation) {
   CliResult r = Run({"--set", "KeepOrbitEpochs=1", "load-orbits", "--type", "rinex", Brdc(),
                      "nav", "--prn", "3"});
-  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.status, 0);  // a "no" (here: closed input) is an answer, not a failure
+  EXPECT_NE(r.err.find("not confirmed"), std::string::npos);
   EXPECT_FALSE(std::filesystem::exists(dir / "VLD" / "simulated.nvb"));
+  r = Run({"--yes", "galileo", "nav"});  // no orbit file loaded: refused without a question
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("Error message: Please introduce orbits before generating nav message"),
+            std::string::npos)
+      << r.err;
   r = Run({"--yes", "--set", "KeepOrbitEpochs=1", "--set", "ScenarioHour=5", "load-orbits",
            "--type", "rinex", Brdc(), "nav", "--prn", "3", "nav-all"});
   ASSERT_EQ(r.status, 0) << r.err;
