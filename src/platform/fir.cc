@@ -12,15 +12,18 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 
+// The windows are written in the offset from the centre tap, x = (k - c) / c in -1..1, so
+// that the taps come out exactly symmetric.
 double WindowValue(FirWindow window, int k, int count) {
   if (count == 1) return 1.0;
-  const double r = static_cast<double>(k) / static_cast<double>(count - 1);  // 0..1
+  const double c = 0.5 * static_cast<double>(count - 1);
+  const double x = (static_cast<double>(k) - c) / c;
   switch (window) {
-    case FirWindow::kBartlett: return 1.0 - std::fabs(2.0 * r - 1.0);
+    case FirWindow::kBartlett: return 1.0 - std::fabs(x);
     case FirWindow::kBlackman:
-      return 0.42 - 0.5 * std::cos(2.0 * kPi * r) + 0.08 * std::cos(4.0 * kPi * r);
-    case FirWindow::kHamming: return 0.54 - 0.46 * std::cos(2.0 * kPi * r);
-    case FirWindow::kHann: return 0.5 - 0.5 * std::cos(2.0 * kPi * r);
+      return 0.42 + 0.5 * std::cos(kPi * x) + 0.08 * std::cos(2.0 * kPi * x);
+    case FirWindow::kHamming: return 0.54 + 0.46 * std::cos(kPi * x);
+    case FirWindow::kHann: return 0.5 + 0.5 * std::cos(kPi * x);
     case FirWindow::kRectangular: return 1.0;
   }
   return 1.0;

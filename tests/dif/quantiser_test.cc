@@ -1,0 +1,102 @@
+#include "dif/quantiser.h"
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace vorel::dif {
+namespace {
+
+std::vector<uint8_t> Quantise(std::vector<float> x, int bits) {
+  const int32_t L = LevelCount(bits);
+  const std::vector<uint8_t> levels = LevelTable(L);
+  std::vector<uint8_t> out(x.size());
+  QuantiseFloatBlock(bits, x.data(), out.data(), levels.data(), static_cast<int32_t>(x.size()), L);
+  return out;
+}
+
+TEST(Quantiser, LevelsSpanTheBlocksOwnRange) {
+  EXPECT_EQ(LevelCount(1), 2);
+  EXPECT_EQ(LevelCount(2), 4);
+  EXPECT_EQ(LevelCount(3), 8);
+  EXPECT_EQ(LevelCount(9), 512);
+  // 2 bits over 0..4: cells of 1; the maximum lands on 4 and is folded to 3.
+  EXPECT_EQ(Quantise({0, 1, 2, 3, 4, 0.999f, 2.5f}, 2), (std::vector<uint8_t>{0, 1, 2, 3, 3, 0, 2}));
+  // 1 bit: the threshold is the block's mid-range (1.0 here), not zero.
+  EXPECT_EQ(Quantise({-1.0f, 0.9f, 1.1f, 3.0f, 0.5f}, 1), (std::vector<uint8_t>{0, 0, 1, 1, 0}));
+  // Offsets do not matter: the same block shifted quantises the same.
+  EXPECT_EQ(Quantise({100, 101, 102, 103, 104}, 2), (std::vector<uint8_t>{0, 1, 2, 3, 3}));
+  // A flat block gives level 0 throughout.
+  EXPECT_EQ(Quantise({2.5f, 2.5f, 2.5f}, 2), (std::vector<uint8_t>{0, 0, 0}));
+}
+
+TEST(Quantiser, NineBitsKeepTheLowEightBitsOfTheLevel) {
+  std::vector<float> ramp(513);
+  for (int i = 0; i < 513; ++i) ramp[i] = static_cast<float>(i);
+  const std::vector<uint8_t> out = Quantise(ramp, 9);  // L = 512, cells of exactly 1
+  for (int i = 0; i < 512; ++i) ASSERT_EQ(out[i], i & 0xFF) << i;
+  EXPECT_EQ(out[512], 511 & 0xFF);  // folded maximum
+}
+
+TEST(Quantiser, DoubleFormWorksWithoutNarrowing) {
+  // Steps of 2^-30 vanish in float but not in double.
+  const double u = std::ldexp(1.0, -30);
+  std::vector<double> x = {1.0, 1.0 + u, 1.0 + 2 * u, 1.0 + 4 * u};
+  std::vector<uint8_t> out(4);
+  const std::vector<uint8_t> levels = LevelTable(4);
+  QuantiseDoubleBlock(2, x.data(), out.data(), levels.data(), 4, 4);
+  EXPECT_EQ(out, (std::vector<uint8_t>{0, 1, 2, 3}));
+}
+
+TEST(Quantiser, PackingPutsTheEarliestSampleInTheLowestBits) {
+  std::vector<uint8_t> q = {0, 1, 2, 3, 3, 2, 1, 0};
+  EXPECT_EQ(PackBlock(q.data(), 8, 2, 0, 1), 2);
+  EXPECT_EQ(q[0], 0xE4);  // 0 | 1<<2 | 2<<4 | 3<<6
+  EXPECT_EQ(q[1], 0x1B);  // 3 | 2<<2 | 1<<4 | 0<<6
+  std::vector<uint8_t> b = {1, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 1, 1, 1, 1, 0};
+  EXPECT_EQ(PackBlock(b.data(), 16, 1, 0, 1), 2);
+  EXPECT_EQ(b[0], 0x89);  // samples 0, 3 and 7
+  EXPECT_EQ(b[1], 0x7E);
+  // Direct keeps one sample a byte; decimation drops the samples between and the tail.
+  std::vector<uint8_t> d = {0, 1, 2, 3, 0, 1, 2, 3, 0};
+  EXPECT_EQ(PackBlock(d.data(), 9, 2, 2, 0), 4);
+  EXPECT_EQ(std::vector<uint8_t>(d.begin(), d.begin() + 4), (std::vector<uint8_t>{0, 2, 0, 2}));
+  std::vector<uint8_t> e = {3, 0, 2, 0, 1, 0, 0, 0, 3, 3, 3, 3, 3, 3, 3, 3, 1};
+  EXPECT_EQ(PackBlock(e.data(), 17, 2, 2, 1), 2);  // (17 / 4) / 2
+  EXPECT_EQ(e[0], 3 | 2 << 2 | 1 << 4 | 0 << 6);
+  EXPECT_EQ(e[1], 0xFF);
+  std::vector<uint8_t> f = {0, 1, 2, 3, 0, 1, 2, 3};
+  EXPECT_EQ(PackBlock(f.data(), 8, 2, 3, 1), 0);  // (8 / 4) / 3
+  EXPECT_EQ(PackBlock(f.data(), 8, 3, 0, 1), 0);  // no packing exists for 3 bits
+}
+
+TEST(Quantiser, VectorFormsGiveTheBytesOfThePlainLoops) {
+  std::mt19937 rng(11);
+  std::normal_distribution<float> noise(0.0f, 9.0f);
+  for (int bits : {1, 2, 3, 8, 10}) {
+    const int32_t L = LevelCount(bits);
+    const std::vector<uint8_t> levels = LevelTable(L);
+    for (int32_t n : {1, 7, 16368, 40920, 54561}) {
+      std::vector<float> x(n);
+      for (float& v : x) v = noise(rng);
+      if (n > 100) {
+        x[3] = std::numeric_limits<float>::quiet_NaN();
+        x[50] = -0.0f;
+      }
+      std::vector<double> xd(x.begin(), x.end());
+      std::vector<uint8_t> a(n), b(n), c(n), d(n);
+      QuantiseFloatBlockPlain(bits, x.data(), a.data(), levels.data(), n, L);
+      QuantiseFloatBlock(bits, x.data(), b.data(), levels.data(), n, L);
+      QuantiseDoubleBlockPlain(bits, xd.data(), c.data(), levels.data(), n, L);
+      QuantiseDoubleBlock(bits, xd.data(), d.data(), levels.data(), n, L);
+      ASSERT_EQ(a, b) << bits << " bits, n " << n;
+      ASSERT_EQ(c, d) << bits << " bits, n " << n;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace vorel::dif
