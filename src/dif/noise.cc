@@ -1,5 +1,6 @@
 #include "dif/noise.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -122,14 +123,17 @@ VOREL_AVX2 inline void SinCosV(__m256i octant, __m256 fraction, __m256& s, __m25
   c = _mm256_blendv_ps(_mm256_blendv_ps(_mm256_blendv_ps(ca, nsa, q1), nca, q2), sa, q3);
 }
 
-VOREL_AVX2 void GaussianBlockAvx2(float mean, float sigma, float* block, int32_t n, uint32_t seed) {
+// Groups firstGroup..endGroup-1 of 16 samples; a last group cut short by n goes through
+// the plain pair computation.
+VOREL_AVX2 void GaussianGroupsAvx2(float mean, float sigma, float* block, int32_t n, uint32_t seed,
+                                   int32_t firstGroup, int32_t endGroup) {
   const uint32_t key = Key(seed);
-  const int32_t groups = n / 16;
+  const int32_t groups = std::min(n / 16, endGroup);
   const __m256i keyV = _mm256_set1_epi32(static_cast<int32_t>(key));
   const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
   const __m256 meanV = _mm256_set1_ps(mean);
   const __m256 sigmaV = _mm256_set1_ps(sigma);
-  for (int32_t g = 0; g < groups; ++g) {
+  for (int32_t g = firstGroup; g < groups; ++g) {
     const __m256i pair = _mm256_add_epi32(_mm256_set1_epi32(8 * g), lane);
     const __m256i twoP = _mm256_add_epi32(pair, pair);
     const __m256i h1 = HashV(_mm256_add_epi32(keyV, twoP));
@@ -149,10 +153,11 @@ VOREL_AVX2 void GaussianBlockAvx2(float mean, float sigma, float* block, int32_t
     _mm256_storeu_ps(block + 16 * g + 8, b);
   }
   // The tail of a block whose length is not a multiple of 16.
-  for (int32_t i = 16 * groups; i < n; ++i) {
+  const int32_t tailEnd = std::min(n, 16 * endGroup);
+  for (int32_t i = std::max(16 * groups, 16 * firstGroup); i < tailEnd; ++i) {
     const int32_t l = i % 16;
     float a, b;
-    PairValues(key, static_cast<uint32_t>(8 * groups + (l & 7)), a, b);
+    PairValues(key, static_cast<uint32_t>(8 * (i / 16) + (l & 7)), a, b);
     block[i] = mean + sigma * (l < 8 ? a : b);
   }
 }
@@ -227,11 +232,30 @@ void GaussianBlockPlain(float mean, float sigma, float* block, int32_t n, uint32
 void GaussianBlockFromSeed(float mean, float sigma, float* block, int32_t n, uint32_t seed) {
 #if defined(__x86_64__)
   if (__builtin_cpu_supports("avx2")) {
-    GaussianBlockAvx2(mean, sigma, block, n, seed);
+    GaussianGroupsAvx2(mean, sigma, block, n, seed, 0, (n + 15) / 16);
     return;
   }
 #endif
   GaussianBlockPlain(mean, sigma, block, n, seed);
+}
+
+void GaussianBlockGroups(float mean, float sigma, float* block, int32_t n, uint32_t seed,
+                         int32_t firstGroup, int32_t endGroup) {
+#if defined(__x86_64__)
+  if (__builtin_cpu_supports("avx2")) {
+    GaussianGroupsAvx2(mean, sigma, block, n, seed, firstGroup, endGroup);
+    return;
+  }
+#endif
+  const uint32_t key = Key(seed);
+  for (int32_t g = firstGroup; g < endGroup && 16 * g < n; ++g) {
+    for (int32_t l = 0; l < 8; ++l) {
+      float a, b;
+      PairValues(key, static_cast<uint32_t>(8 * g + l), a, b);
+      if (16 * g + l < n) block[16 * g + l] = mean + sigma * a;
+      if (16 * g + 8 + l < n) block[16 * g + 8 + l] = mean + sigma * b;
+    }
+  }
 }
 
 void GaussianBlock(float mean, float sigma, float* block, int32_t n, platform::RandState& rand) {

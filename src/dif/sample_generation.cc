@@ -11,6 +11,10 @@
 #include "dif/quantiser.h"
 #include "platform/scan.h"
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 namespace vorel::dif {
 namespace {
 
@@ -30,49 +34,6 @@ int32_t SaturatingInt(double v) {
   return static_cast<int32_t>(v);
 }
 
-// The tail of every block: noise already in the sum; filter, quantise, pack, write.
-class BlockWriter {
- public:
-  BlockWriter(const DifSettings& s, RunBuffers& b, std::FILE* output)
-      : s_(s), b_(b), output_(output), levelCount_(LevelCount(s.BitsPerSample)),
-        levels_(LevelTable(levelCount_)) {}
-
-  int32_t Write(bool vectorised) {
-    const int32_t n = s_.SamplesPerMs;
-    if (s_.FilterOn == 1) {
-      double* f = b_.filterBuffer.data();
-      const float* sum = b_.sum.data();
-      for (int32_t i = 0; i < n; ++i) f[i] = static_cast<double>(sum[i]);
-      if (vectorised)
-        platform::FirFilterInPlace(f, n, b_.filter);
-      else
-        platform::FirFilterInPlacePlain(f, n, b_.filter);
-      if (vectorised)
-        QuantiseDoubleBlock(s_.BitsPerSample, f, b_.bytes.data(), levels_.data(), n, levelCount_);
-      else
-        QuantiseDoubleBlockPlain(s_.BitsPerSample, f, b_.bytes.data(), levels_.data(), n, levelCount_);
-    } else if (vectorised) {
-      QuantiseFloatBlock(s_.BitsPerSample, b_.sum.data(), b_.bytes.data(), levels_.data(), n, levelCount_);
-    } else {
-      QuantiseFloatBlockPlain(s_.BitsPerSample, b_.sum.data(), b_.bytes.data(), levels_.data(), n, levelCount_);
-    }
-    const int32_t count = PackBlock(b_.bytes.data(), n, s_.BitsPerSample, s_.Decimation, s_.OutputPacked);
-    if (output_ && count > 0) std::fwrite(b_.bytes.data(), 1, static_cast<size_t>(count), output_);
-    return count;
-  }
-
- private:
-  const DifSettings& s_;
-  RunBuffers& b_;
-  std::FILE* output_;
-  int32_t levelCount_;
-  std::vector<uint8_t> levels_;
-};
-
-void AddNoise(float* sum, const float* noise, int32_t n) {
-  for (int32_t i = 0; i < n; ++i) sum[i] = sum[i] + noise[i];
-}
-
 void StepScintCounter(int32_t scintMode, ScintillationState& scint) {
   if (scintMode <= 0) return;
   if (scint.scintCounter >= scint.scintPeriod) {
@@ -88,58 +49,281 @@ void FillScintillation(ScintillationState& scint) {
   scint.phase.fill(0.0f);
 }
 
-// One path ready to run: its arguments, and the channel and bit feed it moves on.
+// One path ready to run: its arguments, and the channel whose state it moves on.
 struct PlannedPath {
   PathArgs args;
-  int32_t channel;  // index into the block's channel plan
+  int32_t channel;  // index into the block's channel list
 };
 
-void RunPlannedPath(const PlannedPath& p, ChannelNco& nco, BitFeed& feed, float* dst, bool vectorised,
-                    bool store) {
-  if (store) {
-    if (vectorised)
-      RunPathFastStore(p.args, nco, feed, dst);
-    else
-      RunPathPlainStore(p.args, nco, feed, dst);
-  } else if (vectorised) {
-    RunPathFast(p.args, nco, feed, dst);
-  } else {
-    RunPathPlain(p.args, nco, feed, dst);
+#if defined(__x86_64__)
+// sum[i] = ((0 + p0[i]) + p1[i] + ...) + noise[i], eight samples at a time.
+__attribute__((target("avx2"))) void ReduceAvx2(const std::vector<const float*>& parts,
+                                                 const float* noise, float* sum, int32_t first,
+                                                 int32_t end) {
+  int32_t i = first;
+  const size_t count = parts.size();
+  for (; i + 8 <= end; i += 8) {
+    __m256 acc = _mm256_setzero_ps();
+    for (size_t j = 0; j < count; ++j) acc = _mm256_add_ps(acc, _mm256_loadu_ps(parts[j] + i));
+    _mm256_storeu_ps(sum + i, _mm256_add_ps(acc, _mm256_loadu_ps(noise + i)));
+  }
+  for (; i < end; ++i) {
+    float acc = 0.0f;
+    for (size_t j = 0; j < count; ++j) acc = acc + parts[j][i];
+    sum[i] = acc + noise[i];
+  }
+}
+#endif
+
+void Reduce(const std::vector<const float*>& parts, const float* noise, float* sum, int32_t first,
+            int32_t end) {
+#if defined(__x86_64__)
+  if (__builtin_cpu_supports("avx2")) {
+    ReduceAvx2(parts, noise, sum, first, end);
+    return;
+  }
+#endif
+  for (int32_t i = first; i < end; ++i) {
+    float acc = 0.0f;
+    for (const float* p : parts) acc = acc + p[i];
+    sum[i] = acc + noise[i];
   }
 }
 
-// Runs the block's paths in order into the sum (one thread), or channel by channel on
-// several threads into a buffer per path, summed afterwards in the plain order.
-void RunPaths(const std::vector<PlannedPath>& paths, const std::vector<ChannelNco*>& ncos,
-              const std::vector<BitFeed*>& feeds, RunBuffers& b,
-              std::vector<platform::AlignedBuffer<float>>& pathBuffers, const GeneratorSpeed& speed,
-              int32_t n) {
-  float* sum = b.sum.data();
-  const int threads = std::max(1, speed.threads);
-  if (threads == 1 || paths.size() < 2) {
-    for (const PlannedPath& p : paths) RunPlannedPath(p, *ncos[p.channel], *feeds[p.channel], sum, speed.vectorised, false);
-    return;
+// Makes one block from its planned paths: noise, the paths in order, the noise added, the
+// filter, the quantiser, the packing and the write. The plain form follows the description
+// step by step; the fast forms give its bytes (vector loops, channels on threads with a
+// buffer per path summed in the plain order, the quantiser fused with the packing).
+class BlockEngine {
+ public:
+  BlockEngine(const DifSettings& s, RunBuffers& b, std::FILE* output, const GeneratorSpeed& speed)
+      : s_(s), b_(b), output_(output), speed_(speed), n_(s.SamplesPerMs),
+        levelCount_(LevelCount(s.BitsPerSample)), levels_(LevelTable(levelCount_)),
+        count_(PackedCount(n_, s.BitsPerSample, s.Decimation, s.OutputPacked)) {
+    threads_ = std::max(1, speed.threads);
+    packed_.Allocate(static_cast<size_t>(std::max(count_, 1)));
   }
-  // Paths of one channel stay together and in order on one thread.
-  const int32_t channels = static_cast<int32_t>(ncos.size());
-  std::vector<int32_t> firstPath(static_cast<size_t>(channels) + 1, static_cast<int32_t>(paths.size()));
-  for (int32_t j = static_cast<int32_t>(paths.size()) - 1; j >= 0; --j) firstPath[paths[j].channel] = j;
-  for (int32_t c = channels - 1; c >= 0; --c) firstPath[c] = std::min(firstPath[c], firstPath[c + 1]);
-#pragma omp parallel for schedule(static) num_threads(threads)
-  for (int32_t c = 0; c < channels; ++c) {
-    for (int32_t j = firstPath[c]; j < firstPath[c + 1]; ++j)
-      RunPlannedPath(paths[j], *ncos[c], *feeds[c], pathBuffers[j].data(), speed.vectorised, true);
+
+  // Room for `paths` per-path buffers when channels go to threads.
+  void Reserve(size_t paths) {
+    if (threads_ == 1) return;
+    pathBuffers_.resize(paths);
+    for (auto& buffer : pathBuffers_) buffer.Allocate(n_);
   }
-  const int32_t count = static_cast<int32_t>(paths.size());
-#pragma omp parallel for schedule(static) num_threads(threads)
-  for (int32_t chunk = 0; chunk < (n + 1023) / 1024; ++chunk) {
-    const int32_t lo = chunk * 1024, hi = std::min(n, lo + 1024);
-    for (int32_t j = 0; j < count; ++j) {
-      const float* src = pathBuffers[j].data();
-      for (int32_t i = lo; i < hi; ++i) sum[i] = sum[i] + src[i];
+
+  // Returns the bytes written.
+  int32_t Make(const std::vector<PlannedPath>& paths, const std::vector<ChannelNco*>& ncos,
+               const std::vector<BitFeed*>& feeds, uint32_t seed) {
+    if (!speed_.vectorised && threads_ == 1) return MakePlain(paths, ncos, feeds, seed);
+    if (threads_ > 1 && paths.size() <= pathBuffers_.size() && !paths.empty())
+      return MakeThreaded(paths, ncos, feeds, seed);
+    return MakeFast(paths, ncos, feeds, seed);
+  }
+
+ private:
+  void RunPath(const PlannedPath& p, ChannelNco& nco, BitFeed& feed, float* dst, bool store) const {
+    if (store) {
+      if (speed_.vectorised)
+        RunPathFastStore(p.args, nco, feed, dst);
+      else
+        RunPathPlainStore(p.args, nco, feed, dst);
+    } else if (speed_.vectorised) {
+      RunPathFast(p.args, nco, feed, dst);
+    } else {
+      RunPathPlain(p.args, nco, feed, dst);
     }
   }
-}
+
+  int32_t Write(const uint8_t* bytes, int32_t count) {
+    if (output_ && count > 0) std::fwrite(bytes, 1, static_cast<size_t>(count), output_);
+    return count;
+  }
+
+  // The reference: every step as the run is described.
+  int32_t MakePlain(const std::vector<PlannedPath>& paths, const std::vector<ChannelNco*>& ncos,
+                    const std::vector<BitFeed*>& feeds, uint32_t seed) {
+    float* sum = b_.sum.data();
+    b_.sum.Zero();
+    GaussianBlockPlain(0.0f, s_.NoiseSigma, b_.noise.data(), n_, seed);
+    for (const PlannedPath& p : paths) RunPathPlain(p.args, *ncos[p.channel], *feeds[p.channel], sum);
+    const float* noise = b_.noise.data();
+    for (int32_t i = 0; i < n_; ++i) sum[i] = sum[i] + noise[i];
+    uint8_t* bytes = b_.bytes.data();
+    if (s_.FilterOn == 1) {
+      double* f = b_.filterBuffer.data();
+      for (int32_t i = 0; i < n_; ++i) f[i] = static_cast<double>(sum[i]);
+      platform::FirFilterInPlacePlain(f, n_, b_.filter);
+      QuantiseDoubleBlockPlain(s_.BitsPerSample, f, bytes, levels_.data(), n_, levelCount_);
+    } else {
+      QuantiseFloatBlockPlain(s_.BitsPerSample, sum, bytes, levels_.data(), n_, levelCount_);
+    }
+    return Write(bytes, PackBlock(bytes, n_, s_.BitsPerSample, s_.Decimation, s_.OutputPacked));
+  }
+
+  // One thread, vector loops: the first path stores 0 + s g instead of adding to a cleared sum.
+  int32_t MakeFast(const std::vector<PlannedPath>& paths, const std::vector<ChannelNco*>& ncos,
+                   const std::vector<BitFeed*>& feeds, uint32_t seed) {
+    float* sum = b_.sum.data();
+    GaussianBlockFromSeed(0.0f, s_.NoiseSigma, b_.noise.data(), n_, seed);
+    if (paths.empty()) b_.sum.Zero();
+    bool first = true;
+    for (const PlannedPath& p : paths) {
+      RunPath(p, *ncos[p.channel], *feeds[p.channel], sum, first);
+      first = false;
+    }
+    AddNoise(0, n_);
+    return Finish();
+  }
+
+  void AddNoise(int32_t first, int32_t end) {
+    float* sum = b_.sum.data();
+    const float* noise = b_.noise.data();
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx2")) {
+      AddAvx2(sum, noise, first, end);
+      return;
+    }
+#endif
+    for (int32_t i = first; i < end; ++i) sum[i] = sum[i] + noise[i];
+  }
+
+#if defined(__x86_64__)
+  __attribute__((target("avx2"))) static void AddAvx2(float* sum, const float* noise, int32_t first,
+                                                        int32_t end) {
+    int32_t i = first;
+    for (; i + 8 <= end; i += 8)
+      _mm256_storeu_ps(sum + i, _mm256_add_ps(_mm256_loadu_ps(sum + i), _mm256_loadu_ps(noise + i)));
+    for (; i < end; ++i) sum[i] = sum[i] + noise[i];
+  }
+#endif
+
+  // Filter, limits, quantiser and packing of a finished sum, on this thread.
+  int32_t Finish() {
+    if (s_.FilterOn == 1) {
+      double* ext = platform::FirBegin(b_.filter, n_);
+      const int past = platform::FirPast(b_.filter);
+      const float* sum = b_.sum.data();
+      for (int32_t i = 0; i < n_; ++i) ext[past + i] = static_cast<double>(sum[i]);
+      double* f = b_.filterBuffer.data();
+      platform::FirRange(b_.filter, ext, f, 0, n_);
+      platform::FirEnd(b_.filter);
+      const BlockLimits<double> limits = MinMaxRange(f, 0, n_);
+      QuantisePackRange(f, limits, s_.BitsPerSample, levels_.data(), levelCount_, s_.Decimation,
+                        s_.OutputPacked, 0, count_, packed_.data());
+    } else {
+      const BlockLimits<float> limits = MinMaxRange(b_.sum.data(), 0, n_);
+      QuantisePackRange(b_.sum.data(), limits, s_.BitsPerSample, levels_.data(), levelCount_,
+                        s_.Decimation, s_.OutputPacked, 0, count_, packed_.data());
+    }
+    return Write(packed_.data(), count_);
+  }
+
+  // Channels on threads: each path into its own buffer (the noise in pieces beside them),
+  // then the sum sample by sample in the plain order, the filter, limits and bytes in
+  // pieces. Nothing a thread computes depends on which thread computes it.
+  int32_t MakeThreaded(const std::vector<PlannedPath>& paths, const std::vector<ChannelNco*>& ncos,
+                       const std::vector<BitFeed*>& feeds, uint32_t seed) {
+    const int32_t channels = static_cast<int32_t>(ncos.size());
+    firstPath_.assign(static_cast<size_t>(channels) + 1, static_cast<int32_t>(paths.size()));
+    for (int32_t j = static_cast<int32_t>(paths.size()) - 1; j >= 0; --j) firstPath_[paths[j].channel] = j;
+    for (int32_t c = channels - 1; c >= 0; --c) firstPath_[c] = std::min(firstPath_[c], firstPath_[c + 1]);
+    parts_.clear();
+    for (size_t j = 0; j < paths.size(); ++j) parts_.push_back(pathBuffers_[j].data());
+
+    const int32_t groups = (n_ + 15) / 16;
+    const int32_t noisePieces = 2 * threads_;
+    const int32_t chunk = 2048;
+    const int32_t chunks = (n_ + chunk - 1) / chunk;
+    const bool filter = s_.FilterOn == 1;
+    floatLimits_.resize(static_cast<size_t>(chunks));
+    doubleLimits_.resize(static_cast<size_t>(chunks));
+    double* ext = filter ? platform::FirBegin(b_.filter, n_) : nullptr;
+    const int past = platform::FirPast(b_.filter);
+    float* sum = b_.sum.data();
+    double* f = b_.filterBuffer.data();
+    const int32_t byteChunk = 1024;
+    const int32_t byteChunks = (count_ + byteChunk - 1) / byteChunk;
+    BlockLimits<float> fl{};
+    BlockLimits<double> dl{};
+
+#pragma omp parallel num_threads(threads_)
+    {
+#pragma omp for schedule(dynamic, 1)
+      for (int32_t item = 0; item < channels + noisePieces; ++item) {
+        if (item < channels) {
+          for (int32_t j = firstPath_[item]; j < firstPath_[item + 1]; ++j)
+            RunPath(paths[j], *ncos[item], *feeds[item], pathBuffers_[j].data(), true);
+        } else {
+          const int32_t piece = item - channels;
+          const int32_t g0 = static_cast<int32_t>(static_cast<int64_t>(groups) * piece / noisePieces);
+          const int32_t g1 = static_cast<int32_t>(static_cast<int64_t>(groups) * (piece + 1) / noisePieces);
+          GaussianBlockGroups(0.0f, s_.NoiseSigma, b_.noise.data(), n_, seed, g0, g1);
+        }
+      }
+#pragma omp for schedule(static)
+      for (int32_t c = 0; c < chunks; ++c) {
+        const int32_t lo = c * chunk, hi = std::min(n_, lo + chunk);
+        Reduce(parts_, b_.noise.data(), sum, lo, hi);
+        if (filter) {
+          for (int32_t i = lo; i < hi; ++i) ext[past + i] = static_cast<double>(sum[i]);
+        }
+      }
+      if (filter) {
+#pragma omp for schedule(static)
+        for (int32_t c = 0; c < chunks; ++c) {
+          const int32_t lo = c * chunk, hi = std::min(n_, lo + chunk);
+          platform::FirRange(b_.filter, ext, f, lo, hi);
+          doubleLimits_[c] = MinMaxRange(f, lo, hi);
+        }
+      } else {
+#pragma omp for schedule(static)
+        for (int32_t c = 0; c < chunks; ++c) {
+          const int32_t lo = c * chunk, hi = std::min(n_, lo + chunk);
+          floatLimits_[c] = MinMaxRange(sum, lo, hi);
+        }
+      }
+#pragma omp single
+      {
+        if (filter) {
+          platform::FirEnd(b_.filter);
+          // Every piece started from the block's first output, as the whole loop does.
+          dl = doubleLimits_[0];
+          for (int32_t c = 1; c < chunks; ++c) CombineLimits(dl, doubleLimits_[c]);
+        } else {
+          fl = floatLimits_[0];
+          for (int32_t c = 1; c < chunks; ++c) CombineLimits(fl, floatLimits_[c]);
+        }
+      }
+#pragma omp for schedule(static)
+      for (int32_t c = 0; c < byteChunks; ++c) {
+        const int32_t j0 = c * byteChunk, j1 = std::min(count_, j0 + byteChunk);
+        if (filter)
+          QuantisePackRange(f, dl, s_.BitsPerSample, levels_.data(), levelCount_, s_.Decimation,
+                            s_.OutputPacked, j0, j1, packed_.data());
+        else
+          QuantisePackRange(sum, fl, s_.BitsPerSample, levels_.data(), levelCount_, s_.Decimation,
+                            s_.OutputPacked, j0, j1, packed_.data());
+      }
+    }
+    return Write(packed_.data(), count_);
+  }
+
+  const DifSettings& s_;
+  RunBuffers& b_;
+  std::FILE* output_;
+  GeneratorSpeed speed_;
+  int32_t n_;
+  int32_t levelCount_;
+  std::vector<uint8_t> levels_;
+  int32_t count_;
+  int threads_ = 1;
+  platform::AlignedBuffer<uint8_t> packed_;
+  std::vector<platform::AlignedBuffer<float>> pathBuffers_;
+  std::vector<int32_t> firstPath_;
+  std::vector<const float*> parts_;
+  std::vector<BlockLimits<float>> floatLimits_;
+  std::vector<BlockLimits<double>> doubleLimits_;
+};
 
 }  // namespace
 
@@ -269,7 +453,7 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
   const float intermediate = static_cast<float>(s.IfFrequency);
   const float metreToSample = static_cast<float>(0.001 * n / kSpeedOfLight);
   const float radPerHz = kTwoPiFloat / fs;
-  BlockWriter writer(s, b, files.output);
+  BlockEngine engine(s, b, files.output, ctx.speed);
   const int32_t rate = s.ScintRate == 0 ? 1 : s.ScintRate;
   scint.scintPeriod = 1000 / rate;
   if (s.ScintMode > 0) FillScintillation(scint);
@@ -311,13 +495,9 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
   }
   int32_t maxPaths = 1;
   for (const MultipathRecord& m : multipath) maxPaths = std::max(maxPaths, 1 + m.count);
-  std::vector<platform::AlignedBuffer<float>> pathBuffers;
-  if (ctx.speed.threads > 1) {
-    pathBuffers.resize(static_cast<size_t>(channelLimit) * maxPaths);
-    for (auto& buffer : pathBuffers) buffer.Allocate(n);
-  }
+  engine.Reserve(static_cast<size_t>(channelLimit) * maxPaths);
   std::vector<PlannedPath> paths;
-  paths.reserve(pathBuffers.size() + static_cast<size_t>(32 * maxPaths));
+  paths.reserve(static_cast<size_t>(32 * maxPaths));
   std::vector<ChannelNco*> channelNcos;
   std::vector<BitFeed*> channelFeeds;
   bool warnedBefore = false;
@@ -344,8 +524,7 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
         if (c.syncAge == 100001) c.syncAge = 0;
       }
     }
-    b.sum.Zero();
-    GaussianBlock(0.0f, s.NoiseSigma, b.noise.data(), n, ctx.rand);
+    const uint32_t seed = static_cast<uint32_t>(platform::CrtRand(ctx.rand));
 
     paths.clear();
     channelNcos.clear();
@@ -400,17 +579,8 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
         paths.push_back(planned);
       }
     }
-    if (ctx.speed.threads > 1 && paths.size() > pathBuffers.size()) {
-      // More paths than planned for (a PRN listed twice): this block runs on one thread.
-      GeneratorSpeed single = ctx.speed;
-      single.threads = 1;
-      RunPaths(paths, channelNcos, channelFeeds, b, pathBuffers, single, n);
-    } else {
-      RunPaths(paths, channelNcos, channelFeeds, b, pathBuffers, ctx.speed, n);
-    }
-    AddNoise(b.sum.data(), b.noise.data(), n);
+    report.bytes += engine.Make(paths, channelNcos, channelFeeds, seed);
     StepScintCounter(s.ScintMode, scint);
-    report.bytes += writer.Write(ctx.speed.vectorised);
     report.blocks += 1;
 
     bool rowEnded = false;
@@ -457,7 +627,11 @@ int GenerateTestSamples(const DifSettings& s, RunBuffers& b, ScintillationState&
   else
     std::fill(code.data(), code.data() + n, 1);
   for (int32_t i = 0; i < n; ++i) codeFloat[i] = static_cast<float>(code[i]);
-  BlockWriter writer(s, b, files.output);
+  BlockEngine engine(s, b, files.output, ctx.speed);
+  engine.Reserve(static_cast<size_t>(1 + multipath[prnIndex].count));
+  std::vector<PlannedPath> paths;
+  std::vector<ChannelNco*> ncos;
+  std::vector<BitFeed*> feeds;
 
   const double fd = s.TestDopplerOn != 0 ? s.TestDoppler : 0.0;
   const float rho = static_cast<float>(fd / s.CarrierFrequency);
@@ -494,12 +668,14 @@ int GenerateTestSamples(const DifSettings& s, RunBuffers& b, ScintillationState&
       msCounter = 0;
     }
     msCounter += 1;
-    b.sum.Zero();
-    GaussianBlock(0.0f, s.NoiseSigma, b.noise.data(), n, ctx.rand);
+    const uint32_t seed = static_cast<uint32_t>(platform::CrtRand(ctx.rand));
     float g = 1.0f, thetaOff = 0.0f;
     if (s.ScintMode > 0)
       UpdateScintillation(s.TestPrn, 0, 2, s.TestPrn, s.ScintStart, seconds, files.scint, scint, g, thetaOff);
     float d = 0.0f;
+    paths.clear();
+    ncos.assign(1, &c);
+    feeds.assign(1, &feed);
     for (int32_t path = 0; path <= mp.count; ++path) {
       if (path > 0) {
         if (static_cast<float>(seconds) >= mp.startTime[path - 1]) {
@@ -521,14 +697,10 @@ int GenerateTestSamples(const DifSettings& s, RunBuffers& b, ScintillationState&
       a.carrierOn = s.TestCarrierOn != 0;
       a.code = code.data();
       a.codeFloat = codeFloat.data();
-      if (ctx.speed.vectorised)
-        RunPathFast(a, c, feed, b.sum.data());
-      else
-        RunPathPlain(a, c, feed, b.sum.data());
+      paths.push_back(PlannedPath{a, 0});
     }
-    AddNoise(b.sum.data(), b.noise.data(), n);
+    report.bytes += engine.Make(paths, ncos, feeds, seed);
     StepScintCounter(s.ScintMode, scint);
-    report.bytes += writer.Write(ctx.speed.vectorised);
     report.blocks += 1;
     if (feed.pastRow) {
       ctx.messages.Warn(fmt::format("the navigation bits of the test signal ran out after {} ms: "

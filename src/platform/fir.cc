@@ -73,6 +73,35 @@ __attribute__((target("avx2"))) void FilterAvx2(const double* ext, const double*
 
 }  // namespace
 
+double* FirBegin(FirState& state, int count) {
+  const int past = static_cast<int>(state.history.size());
+  state.scratch.resize(static_cast<size_t>(past + count));
+  for (int j = 0; j < past; ++j) state.scratch[j] = state.history[past - 1 - j];
+  return state.scratch.data();
+}
+
+int FirPast(const FirState& state) { return static_cast<int>(state.history.size()); }
+
+void FirRange(const FirState& state, const double* ext, double* out, int first, int end) {
+  const int tapCount = static_cast<int>(state.taps.size());
+  if (tapCount == 0 || end <= first) return;
+#if defined(__x86_64__)
+  if (__builtin_cpu_supports("avx2")) {
+    FilterAvx2(ext + first, state.taps.data(), tapCount, out + first, end - first);
+    return;
+  }
+#endif
+  const int past = tapCount - 1;
+  for (int i = first; i < end; ++i) {
+    const double* base = ext + past + i;
+    double acc = state.taps[0] * base[0];
+    for (int k = 1; k < tapCount; ++k) acc = acc + state.taps[k] * base[-k];
+    out[i] = acc;
+  }
+}
+
+void FirEnd(FirState& state) { KeepHistory(state.scratch, state); }
+
 int FirGenBandpass(double low, double high, double* taps, int tapCount, FirWindow window,
                    bool normalise) {
   const int w = static_cast<int>(window);

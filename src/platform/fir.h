@@ -40,6 +40,15 @@ struct FirState {
 FirState FirInit(const double* taps, int tapCount);
 
 void FirFilterInPlace(double* samples, int count, FirState& state);
+
+// The same filtering in three steps, for callers that fill the input and compute the
+// outputs in pieces (on several threads): FirBegin returns the run of past inputs and room
+// for `count` new ones, which the caller fills from index FirPast(state) on; FirRange
+// computes outputs first..end-1 into `out`; FirEnd keeps the last inputs for the next call.
+double* FirBegin(FirState& state, int count);
+int FirPast(const FirState& state);
+void FirRange(const FirState& state, const double* ext, double* out, int first, int end);
+void FirEnd(FirState& state);
 // The plain loop, kept as the reference of the faster form.
 void FirFilterInPlacePlain(double* samples, int count, FirState& state);
 
