@@ -42,10 +42,11 @@ bool Tame(const PathArgs& a, const ChannelNco& c) {
 enum class Out { kAdd, kStore };
 
 inline void Emit(float* dst, int32_t i, float s, float g, Out mode) {
+  // A fresh buffer takes 0 + s g, which is what adding to a cleared sum gives.
   if (mode == Out::kAdd)
     dst[i] = dst[i] + s * g;
   else
-    dst[i] = s * g;
+    dst[i] = 0.0f + s * g;
 }
 
 // The state a path carries from sample to sample.
@@ -118,9 +119,14 @@ void Plain(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode
 #if defined(__x86_64__)
 #define VOREL_AVX2 __attribute__((target("avx2")))
 
-// Eight samples at a time wherever no code wrap, no code epoch (k of 0 or 1) and no end of
-// the code table falls among them; those groups go through the plain step.
+#define VOREL_AVX512 __attribute__((target("avx512f")))
+
+// W samples at a time wherever no code wrap, no code epoch (k of 0 or 1) and no end of the
+// code table falls among them; those groups go through the plain step. kStart, the code
+// index of the group's first sample, moves on by W after a vector group and is taken anew
+// after a plain one.
 VOREL_AVX2 void FastLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode) {
+  constexpr int32_t W = 8;
   const int32_t n = a.n;
   PathCursor p{c.codeIndex, a.d + c.codeFraction, a.thetaOff + c.carrierPhase};
   const __m256 rhoV = _mm256_set1_ps(a.rho);
@@ -132,6 +138,7 @@ VOREL_AVX2 void FastLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float*
   const __m256 absMask = _mm256_castsi256_ps(_mm256_set1_epi32(0x7fffffff));
   const __m256i lanes = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
   const __m256i fifteen = _mm256_set1_epi32(15);
+  const __m256i seven = _mm256_set1_epi32(7);
 
   // The carrier table times the bit in force: the same product the plain loop forms.
   alignas(32) float table[16];
@@ -139,15 +146,16 @@ VOREL_AVX2 void FastLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float*
   for (int m = 0; m < 16; ++m) table[m] = static_cast<float>(c.navBit) * kCarrierTable[m];
   __m256 lowT = _mm256_load_ps(table), highT = _mm256_load_ps(table + 8);
 
+  int32_t kStart = FloorMod(static_cast<int64_t>(1) + p.K, n);
   int32_t i = 0;
-  for (; i + 8 <= n; i += 8) {
+  for (; i + W <= n; i += W) {
     const __m256i iv = _mm256_add_epi32(_mm256_set1_epi32(i), lanes);
     const __m256 fi1 = _mm256_cvtepi32_ps(_mm256_add_epi32(iv, _mm256_set1_epi32(1)));
     const __m256 x = _mm256_add_ps(_mm256_set1_ps(p.dcf), _mm256_mul_ps(fi1, rhoV));
     const bool wrap = _mm256_movemask_ps(_mm256_cmp_ps(_mm256_and_ps(x, absMask), oneV, _CMP_GE_OQ)) != 0;
-    const int32_t kStart = FloorMod(static_cast<int64_t>(i) + 1 + p.K, n);
-    if (wrap || !a.carrierOn || kStart <= 1 || kStart + 7 >= n) {
-      for (int32_t j = i; j < i + 8; ++j) Step<false>(a, c, feed, p, j, dst, mode);
+    if (wrap || !a.carrierOn || kStart <= 1 || kStart + W - 1 >= n) {
+      for (int32_t j = i; j < i + W; ++j) Step<false>(a, c, feed, p, j, dst, mode);
+      kStart = FloorMod(static_cast<int64_t>(i) + W + 1 + p.K, n);
       continue;
     }
     if (tableBit != c.navBit) {
@@ -160,29 +168,95 @@ VOREL_AVX2 void FastLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float*
     const __m256i q = _mm256_and_si256(_mm256_cvttps_epi32(_mm256_mul_ps(phi, scaleV)), fifteen);
     const __m256 lo = _mm256_permutevar8x32_ps(lowT, q);
     const __m256 hi = _mm256_permutevar8x32_ps(highT, q);
-    const __m256 useHigh = _mm256_castsi256_ps(_mm256_cmpgt_epi32(q, _mm256_set1_epi32(7)));
-    const __m256 carrier = _mm256_blendv_ps(lo, hi, useHigh);
+    const __m256 carrier = _mm256_blendv_ps(lo, hi, _mm256_castsi256_ps(_mm256_cmpgt_epi32(q, seven)));
     const __m256 s = _mm256_mul_ps(carrier, _mm256_loadu_ps(a.codeFloat + kStart));
     const __m256 contribution = _mm256_mul_ps(s, gV);
     if (mode == Out::kAdd)
       _mm256_storeu_ps(dst + i, _mm256_add_ps(_mm256_loadu_ps(dst + i), contribution));
     else
-      _mm256_storeu_ps(dst + i, contribution);
+      _mm256_storeu_ps(dst + i, _mm256_add_ps(_mm256_setzero_ps(), contribution));
     // What the last sample of the group leaves behind.
-    p.k = kStart + 7;
-    p.x = p.dcf + static_cast<float>(i + 8) * a.rho;
-    p.phi = p.base + static_cast<float>(i + 7) * a.omega;
+    p.k = kStart + W - 1;
+    p.x = p.dcf + static_cast<float>(i + W) * a.rho;
+    p.phi = p.base + static_cast<float>(i + W - 1) * a.omega;
+    kStart += W;
+    if (kStart >= n) kStart -= n;
   }
   for (; i < n; ++i) Step<false>(a, c, feed, p, i, dst, mode);
   Finish(a, c, p);
 }
+
+// The same with sixteen lanes; the sixteen-entry table is one register. (GCC 12's
+// AVX-512 headers start some conversions from an undefined register and warn about it.)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+VOREL_AVX512 void FastLoop512(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode) {
+  constexpr int32_t W = 16;
+  const int32_t n = a.n;
+  PathCursor p{c.codeIndex, a.d + c.codeFraction, a.thetaOff + c.carrierPhase};
+  const __m512 rhoV = _mm512_set1_ps(a.rho);
+  const __m512 omegaV = _mm512_set1_ps(a.omega);
+  const __m512 baseV = _mm512_set1_ps(p.base);
+  const __m512 gV = _mm512_set1_ps(a.g);
+  const __m512 scaleV = _mm512_set1_ps(kRadiansToIndex);
+  const __m512 oneV = _mm512_set1_ps(1.0f);
+  const __m512i lanes = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+  const __m512i fifteen = _mm512_set1_epi32(15);
+
+  alignas(64) float table[16];
+  int32_t tableBit = c.navBit;
+  for (int m = 0; m < 16; ++m) table[m] = static_cast<float>(c.navBit) * kCarrierTable[m];
+  __m512 tableV = _mm512_load_ps(table);
+
+  int32_t kStart = FloorMod(static_cast<int64_t>(1) + p.K, n);
+  int32_t i = 0;
+  for (; i + W <= n; i += W) {
+    const __m512i iv = _mm512_add_epi32(_mm512_set1_epi32(i), lanes);
+    const __m512 fi1 = _mm512_cvtepi32_ps(_mm512_add_epi32(iv, _mm512_set1_epi32(1)));
+    const __m512 x = _mm512_add_ps(_mm512_set1_ps(p.dcf), _mm512_mul_ps(fi1, rhoV));
+    const bool wrap = _mm512_cmp_ps_mask(_mm512_abs_ps(x), oneV, _CMP_GE_OQ) != 0;
+    if (wrap || !a.carrierOn || kStart <= 1 || kStart + W - 1 >= n) {
+      for (int32_t j = i; j < i + W; ++j) Step<false>(a, c, feed, p, j, dst, mode);
+      kStart = FloorMod(static_cast<int64_t>(i) + W + 1 + p.K, n);
+      continue;
+    }
+    if (tableBit != c.navBit) {
+      for (int m = 0; m < 16; ++m) table[m] = static_cast<float>(c.navBit) * kCarrierTable[m];
+      tableV = _mm512_load_ps(table);
+      tableBit = c.navBit;
+    }
+    const __m512 phi = _mm512_add_ps(baseV, _mm512_mul_ps(_mm512_cvtepi32_ps(iv), omegaV));
+    const __m512i q = _mm512_and_si512(_mm512_cvttps_epi32(_mm512_mul_ps(phi, scaleV)), fifteen);
+    const __m512 carrier = _mm512_permutexvar_ps(q, tableV);
+    const __m512 s = _mm512_mul_ps(carrier, _mm512_loadu_ps(a.codeFloat + kStart));
+    const __m512 contribution = _mm512_mul_ps(s, gV);
+    if (mode == Out::kAdd)
+      _mm512_storeu_ps(dst + i, _mm512_add_ps(_mm512_loadu_ps(dst + i), contribution));
+    else
+      _mm512_storeu_ps(dst + i, _mm512_add_ps(_mm512_setzero_ps(), contribution));
+    p.k = kStart + W - 1;
+    p.x = p.dcf + static_cast<float>(i + W) * a.rho;
+    p.phi = p.base + static_cast<float>(i + W - 1) * a.omega;
+    kStart += W;
+    if (kStart >= n) kStart -= n;
+  }
+  for (; i < n; ++i) Step<false>(a, c, feed, p, i, dst, mode);
+  Finish(a, c, p);
+}
+#pragma GCC diagnostic pop
 #endif
 
 void Fast(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode) {
 #if defined(__x86_64__)
-  if (a.codeFloat && Tame(a, c) && __builtin_cpu_supports("avx2")) {
-    FastLoop(a, c, feed, dst, mode);
-    return;
+  if (a.codeFloat && Tame(a, c)) {
+    if (a.wide && __builtin_cpu_supports("avx512f")) {
+      FastLoop512(a, c, feed, dst, mode);
+      return;
+    }
+    if (__builtin_cpu_supports("avx2")) {
+      FastLoop(a, c, feed, dst, mode);
+      return;
+    }
   }
 #endif
   Plain(a, c, feed, dst, mode);

@@ -64,6 +64,7 @@ struct PathArgs {
   bool carrierOn = true;  // off (test signal): s = float(code[k] x navBit)
   const int32_t* code = nullptr;
   const float* codeFloat = nullptr;  // float(code[k]), for the vector form
+  bool wide = true;                  // the vector form may use 16 lanes where the machine has them
 };
 
 // Runs one path over the block and adds s x g into sum[0..n-1]. When `channelOut` is given,

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <functional>
+
+#include <omp.h>
 
 #include <fmt/format.h>
 
@@ -56,39 +59,25 @@ struct PlannedPath {
 };
 
 #if defined(__x86_64__)
-// sum[i] = ((0 + p0[i]) + p1[i] + ...) + noise[i], eight samples at a time.
-__attribute__((target("avx2"))) void ReduceAvx2(const std::vector<const float*>& parts,
-                                                 const float* noise, float* sum, int32_t first,
-                                                 int32_t end) {
-  int32_t i = first;
+// sum[i] = ((start + p[first][i]) + p[first + 1][i] + ...) + noise[i], eight samples at a
+// time; start is sum[i] itself or 0.
+__attribute__((target("avx2"))) void ReduceAvx2(const std::vector<const float*>& parts, size_t first,
+                                                 bool fromSum, const float* noise, float* sum,
+                                                 int32_t lo, int32_t hi) {
+  int32_t i = lo;
   const size_t count = parts.size();
-  for (; i + 8 <= end; i += 8) {
-    __m256 acc = _mm256_setzero_ps();
-    for (size_t j = 0; j < count; ++j) acc = _mm256_add_ps(acc, _mm256_loadu_ps(parts[j] + i));
+  for (; i + 8 <= hi; i += 8) {
+    __m256 acc = fromSum ? _mm256_loadu_ps(sum + i) : _mm256_setzero_ps();
+    for (size_t j = first; j < count; ++j) acc = _mm256_add_ps(acc, _mm256_loadu_ps(parts[j] + i));
     _mm256_storeu_ps(sum + i, _mm256_add_ps(acc, _mm256_loadu_ps(noise + i)));
   }
-  for (; i < end; ++i) {
-    float acc = 0.0f;
-    for (size_t j = 0; j < count; ++j) acc = acc + parts[j][i];
+  for (; i < hi; ++i) {
+    float acc = fromSum ? sum[i] : 0.0f;
+    for (size_t j = first; j < count; ++j) acc = acc + parts[j][i];
     sum[i] = acc + noise[i];
   }
 }
 #endif
-
-void Reduce(const std::vector<const float*>& parts, const float* noise, float* sum, int32_t first,
-            int32_t end) {
-#if defined(__x86_64__)
-  if (__builtin_cpu_supports("avx2")) {
-    ReduceAvx2(parts, noise, sum, first, end);
-    return;
-  }
-#endif
-  for (int32_t i = first; i < end; ++i) {
-    float acc = 0.0f;
-    for (const float* p : parts) acc = acc + p[i];
-    sum[i] = acc + noise[i];
-  }
-}
 
 // Makes one block from its planned paths: noise, the paths in order, the noise added, the
 // filter, the quantiser, the packing and the write. The plain form follows the description
@@ -111,13 +100,21 @@ class BlockEngine {
     for (auto& buffer : pathBuffers_) buffer.Allocate(n_);
   }
 
-  // Returns the bytes written.
+  // Returns the bytes written. `sideWork`, when given, is independent work of the caller
+  // (reading the next epoch) that runs beside the block on another thread, or after it.
   int32_t Make(const std::vector<PlannedPath>& paths, const std::vector<ChannelNco*>& ncos,
-               const std::vector<BitFeed*>& feeds, uint32_t seed) {
-    if (!speed_.vectorised && threads_ == 1) return MakePlain(paths, ncos, feeds, seed);
-    if (threads_ > 1 && paths.size() <= pathBuffers_.size() && !paths.empty())
-      return MakeThreaded(paths, ncos, feeds, seed);
-    return MakeFast(paths, ncos, feeds, seed);
+               const std::vector<BitFeed*>& feeds, uint32_t seed,
+               const std::function<void()>& sideWork = {}) {
+    int32_t bytes;
+    if (!speed_.vectorised && threads_ == 1) {
+      bytes = MakePlain(paths, ncos, feeds, seed);
+    } else if (threads_ > 1 && paths.size() <= pathBuffers_.size() && !paths.empty()) {
+      return MakeThreaded(paths, ncos, feeds, seed, sideWork);
+    } else {
+      bytes = MakeFast(paths, ncos, feeds, seed);
+    }
+    if (sideWork) sideWork();
+    return bytes;
   }
 
  private:
@@ -218,20 +215,20 @@ class BlockEngine {
     return Write(packed_.data(), count_);
   }
 
-  // Channels on threads: each path into its own buffer (the noise in pieces beside them),
-  // then the sum sample by sample in the plain order, the filter, limits and bytes in
-  // pieces. Nothing a thread computes depends on which thread computes it.
+  // Channels on threads. Thread 0 adds its channels straight into the sum, in order, as the
+  // one-thread loop does; the other threads put each path of theirs into a buffer of its
+  // own and the last one also makes the noise and the side work. The buffers are then added
+  // sample by sample in path order and the noise last, the plain order; filter, limits and
+  // bytes go in pieces. Which thread computes what changes no number.
   int32_t MakeThreaded(const std::vector<PlannedPath>& paths, const std::vector<ChannelNco*>& ncos,
-                       const std::vector<BitFeed*>& feeds, uint32_t seed) {
+                       const std::vector<BitFeed*>& feeds, uint32_t seed,
+                       const std::function<void()>& sideWork) {
     const int32_t channels = static_cast<int32_t>(ncos.size());
     firstPath_.assign(static_cast<size_t>(channels) + 1, static_cast<int32_t>(paths.size()));
     for (int32_t j = static_cast<int32_t>(paths.size()) - 1; j >= 0; --j) firstPath_[paths[j].channel] = j;
     for (int32_t c = channels - 1; c >= 0; --c) firstPath_[c] = std::min(firstPath_[c], firstPath_[c + 1]);
-    parts_.clear();
-    for (size_t j = 0; j < paths.size(); ++j) parts_.push_back(pathBuffers_[j].data());
 
     const int32_t groups = (n_ + 15) / 16;
-    const int32_t noisePieces = 2 * threads_;
     const int32_t chunk = 2048;
     const int32_t chunks = (n_ + chunk - 1) / chunk;
     const bool filter = s_.FilterOn == 1;
@@ -245,27 +242,70 @@ class BlockEngine {
     const int32_t byteChunks = (count_ + byteChunk - 1) / byteChunk;
     BlockLimits<float> fl{};
     BlockLimits<double> dl{};
+    int32_t direct = 0;  // channels 0..direct-1 go straight into the sum
 
 #pragma omp parallel num_threads(threads_)
     {
-#pragma omp for schedule(dynamic, 1)
-      for (int32_t item = 0; item < channels + noisePieces; ++item) {
-        if (item < channels) {
-          for (int32_t j = firstPath_[item]; j < firstPath_[item + 1]; ++j)
-            RunPath(paths[j], *ncos[item], *feeds[item], pathBuffers_[j].data(), true);
-        } else {
-          const int32_t piece = item - channels;
-          const int32_t g0 = static_cast<int32_t>(static_cast<int64_t>(groups) * piece / noisePieces);
-          const int32_t g1 = static_cast<int32_t>(static_cast<int64_t>(groups) * (piece + 1) / noisePieces);
-          GaussianBlockGroups(0.0f, s_.NoiseSigma, b_.noise.data(), n_, seed, g0, g1);
+      const int team = omp_get_num_threads();
+      const int me = omp_get_thread_num();
+#pragma omp single
+      {
+        // Work in path units; the noise costs about 2.4 paths and the side work one.
+        const double total = static_cast<double>(paths.size()) + 2.4 + (sideWork ? 1.0 : 0.0);
+        const double share = total / team;
+        direct = 0;
+        while (direct < channels && firstPath_[direct + 1] <= share + 0.5) ++direct;
+        if (team == 1) direct = channels;
+        owner_.assign(static_cast<size_t>(channels), 0);
+        // The rest, front to back, over threads 1..team-1; the last thread's share is what
+        // remains beside the noise and the side work.
+        int t = 1;
+        double load = 0.0;
+        for (int32_t c = direct; c < channels; ++c) {
+          const double cost = firstPath_[c + 1] - firstPath_[c];
+          if (t < team - 1 && load + cost / 2 > share) {
+            ++t;
+            load = 0.0;
+          }
+          owner_[c] = t;
+          load += cost;
+        }
+        parts_.clear();
+        if (direct > 0) parts_.push_back(nullptr);  // the sum itself, see below
+        for (int32_t j = firstPath_[direct]; j < static_cast<int32_t>(paths.size()); ++j)
+          parts_.push_back(pathBuffers_[j].data());
+      }
+      if (me == 0) {
+        bool first = true;
+        for (int32_t c = 0; c < direct; ++c)
+          for (int32_t j = firstPath_[c]; j < firstPath_[c + 1]; ++j) {
+            RunPath(paths[j], *ncos[c], *feeds[c], sum, first);
+            first = false;
+          }
+      } else {
+        for (int32_t c = direct; c < channels; ++c) {
+          if (owner_[c] != me) continue;
+          for (int32_t j = firstPath_[c]; j < firstPath_[c + 1]; ++j)
+            RunPath(paths[j], *ncos[c], *feeds[c], pathBuffers_[j].data(), true);
+        }
+        if (me == team - 1) {
+          GaussianBlockGroups(0.0f, s_.NoiseSigma, b_.noise.data(), n_, seed, 0, groups);
+          if (sideWork) sideWork();
         }
       }
+      if (team == 1) {
+        GaussianBlockGroups(0.0f, s_.NoiseSigma, b_.noise.data(), n_, seed, 0, groups);
+        if (sideWork) sideWork();
+      }
+#pragma omp barrier
 #pragma omp for schedule(static)
       for (int32_t c = 0; c < chunks; ++c) {
         const int32_t lo = c * chunk, hi = std::min(n_, lo + chunk);
-        Reduce(parts_, b_.noise.data(), sum, lo, hi);
+        ReduceOnto(direct > 0, lo, hi);
         if (filter) {
           for (int32_t i = lo; i < hi; ++i) ext[past + i] = static_cast<double>(sum[i]);
+        } else {
+          floatLimits_[c] = MinMaxRange(sum, lo, hi);
         }
       }
       if (filter) {
@@ -274,12 +314,6 @@ class BlockEngine {
           const int32_t lo = c * chunk, hi = std::min(n_, lo + chunk);
           platform::FirRange(b_.filter, ext, f, lo, hi);
           doubleLimits_[c] = MinMaxRange(f, lo, hi);
-        }
-      } else {
-#pragma omp for schedule(static)
-        for (int32_t c = 0; c < chunks; ++c) {
-          const int32_t lo = c * chunk, hi = std::min(n_, lo + chunk);
-          floatLimits_[c] = MinMaxRange(sum, lo, hi);
         }
       }
 #pragma omp single
@@ -308,6 +342,25 @@ class BlockEngine {
     return Write(packed_.data(), count_);
   }
 
+  // sum[i] = ((start + p_1[i]) + p_2[i] + ...) + noise[i] over lo..hi-1, start being the
+  // sum thread 0 made (or 0 when it made none): the plain order of additions.
+  void ReduceOnto(bool fromSum, int32_t lo, int32_t hi) {
+    float* sum = b_.sum.data();
+    const float* noise = b_.noise.data();
+    const size_t first = fromSum ? 1 : 0;
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx2")) {
+      ReduceAvx2(parts_, first, fromSum, noise, sum, lo, hi);
+      return;
+    }
+#endif
+    for (int32_t i = lo; i < hi; ++i) {
+      float acc = fromSum ? sum[i] : 0.0f;
+      for (size_t j = first; j < parts_.size(); ++j) acc = acc + parts_[j][i];
+      sum[i] = acc + noise[i];
+    }
+  }
+
   const DifSettings& s_;
   RunBuffers& b_;
   std::FILE* output_;
@@ -320,6 +373,7 @@ class BlockEngine {
   platform::AlignedBuffer<uint8_t> packed_;
   std::vector<platform::AlignedBuffer<float>> pathBuffers_;
   std::vector<int32_t> firstPath_;
+  std::vector<int> owner_;
   std::vector<const float*> parts_;
   std::vector<BlockLimits<float>> floatLimits_;
   std::vector<BlockLimits<double>> doubleLimits_;
@@ -505,9 +559,27 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
   int32_t msCounter = 0, seconds = 0;
   int64_t msDone = 0;
   scint.scintCounter = 0;
+  // With channels on threads the next epoch is read while the block is being made: the
+  // block's paths are planned by then and read nothing of the record.
+  bool readAhead = false, aheadOk = false;
+  int32_t aheadTime = 0, aheadCount = 0;
+  const std::function<void()> readNext = [&] {
+    aheadOk = ReadScnEpoch(*files.record, ctx.state.scnReader, record, aheadTime, aheadCount, issues);
+    readAhead = true;
+  };
+  const std::function<void()> nothing;
   for (;;) {
     msCounter += 1;
-    if (!ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues)) {
+    bool epochRead;
+    if (readAhead) {
+      epochRead = aheadOk;
+      timeMs = aheadTime;
+      count = aheadCount;
+      readAhead = false;
+    } else {
+      epochRead = ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues);
+    }
+    if (!epochRead) {
       ctx.messages.Warn(fmt::format("record {} ended after {} ms of the {} asked for: the run ends "
                                     "with the record",
                                     files.record->path(), msDone, totalMs));
@@ -579,7 +651,8 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
         paths.push_back(planned);
       }
     }
-    report.bytes += engine.Make(paths, channelNcos, channelFeeds, seed);
+    const bool ahead = ctx.speed.threads > 1 && msDone + 1 < totalMs;
+    report.bytes += engine.Make(paths, channelNcos, channelFeeds, seed, ahead ? readNext : nothing);
     StepScintCounter(s.ScintMode, scint);
     report.blocks += 1;
 

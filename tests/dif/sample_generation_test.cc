@@ -177,6 +177,8 @@ TEST(SampleGeneration, FastPathKernelMatchesThePlainLoop) {
       BitFeed f2 = f;
       std::vector<float> s1(n), s2(n);
       for (int32_t i = 0; i < n; ++i) s1[i] = s2[i] = uni(rng);
+      // Sixteen lanes where the machine has them, eight otherwise and on every other trial.
+      a.wide = trial % 2 == 1;
       RunPathPlain(a, c, f, s1.data());
       RunPathFast(a, c2, f2, s2.data());
       ASSERT_EQ(std::memcmp(s1.data(), s2.data(), sizeof(float) * n), 0) << "n " << n << " trial " << trial;
