@@ -63,6 +63,36 @@ VOREL_AVX2 void MinMaxFloatAvx2(const float* x, int32_t n, float& lo, float& hi,
   hi = h;
 }
 
+VOREL_AVX2 void MinMaxDoubleAvx2(const double* x, int32_t n, double& lo, double& hi, double start) {
+  int32_t i = 0;
+  double l = start, h = start;
+  if (n >= 4) {
+    // As the float form: every lane starts from the block's first sample; a NaN (first
+    // operand) never replaces a lane's value.
+    __m256d vl = _mm256_set1_pd(start), vh = vl;
+    for (i = 0; i + 4 <= n; i += 4) {
+      const __m256d v = _mm256_loadu_pd(x + i);
+      vl = _mm256_min_pd(v, vl);
+      vh = _mm256_max_pd(v, vh);
+    }
+    alignas(32) double a[4], b[4];
+    _mm256_store_pd(a, vl);
+    _mm256_store_pd(b, vh);
+    l = a[0];
+    h = b[0];
+    for (int k = 1; k < 4; ++k) {
+      if (a[k] < l) l = a[k];
+      if (b[k] > h) h = b[k];
+    }
+  }
+  for (; i < n; ++i) {
+    if (x[i] > h) h = x[i];
+    if (x[i] < l) l = x[i];
+  }
+  lo = l;
+  hi = h;
+}
+
 // floor(v / step), folded into 0..L-1, for four doubles; levelCount up to 2^16 keeps the
 // cell in an int32.
 VOREL_AVX2 inline __m128i CellsAvx2(__m256d ratio, __m256d top) {
@@ -244,6 +274,13 @@ BlockLimits<float> MinMaxRange(const float* x, int32_t first, int32_t end) {
   return MinMaxRangeT(x, first, end);
 }
 BlockLimits<double> MinMaxRange(const double* x, int32_t first, int32_t end) {
+#if defined(__x86_64__)
+  if (end - first >= 4 && __builtin_cpu_supports("avx2")) {
+    BlockLimits<double> r;
+    MinMaxDoubleAvx2(x + first, end - first, r.lo, r.hi, x[0]);
+    return r;
+  }
+#endif
   return MinMaxRangeT(x, first, end);
 }
 

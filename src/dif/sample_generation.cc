@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <chrono>
 #include <cstring>
 #include <functional>
 
@@ -250,8 +251,8 @@ class BlockEngine {
       const int me = omp_get_thread_num();
 #pragma omp single
       {
-        // Work in path units; the noise costs about 2.4 paths and the side work one.
-        const double total = static_cast<double>(paths.size()) + 2.4 + (sideWork ? 1.0 : 0.0);
+        // Work in path units; the noise and the side work cost what the last blocks measured.
+        const double total = static_cast<double>(paths.size()) + extraCost_;
         const double share = total / team;
         direct = 0;
         while (direct < channels && firstPath_[direct + 1] <= share + 0.5) ++direct;
@@ -276,12 +277,16 @@ class BlockEngine {
           parts_.push_back(pathBuffers_[j].data());
       }
       if (me == 0) {
+        const auto start = std::chrono::steady_clock::now();
         bool first = true;
         for (int32_t c = 0; c < direct; ++c)
           for (int32_t j = firstPath_[c]; j < firstPath_[c + 1]; ++j) {
             RunPath(paths[j], *ncos[c], *feeds[c], sum, first);
             first = false;
           }
+        if (direct > 0)
+          pathSeconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() /
+                         firstPath_[direct];
       } else {
         for (int32_t c = direct; c < channels; ++c) {
           if (owner_[c] != me) continue;
@@ -289,8 +294,10 @@ class BlockEngine {
             RunPath(paths[j], *ncos[c], *feeds[c], pathBuffers_[j].data(), true);
         }
         if (me == team - 1) {
+          const auto start = std::chrono::steady_clock::now();
           GaussianBlockGroups(0.0f, s_.NoiseSigma, b_.noise.data(), n_, seed, 0, groups);
           if (sideWork) sideWork();
+          extraSeconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         }
       }
       if (team == 1) {
@@ -298,6 +305,12 @@ class BlockEngine {
         if (sideWork) sideWork();
       }
 #pragma omp barrier
+#pragma omp single nowait
+      {
+        // The measured cost of the noise and side work, in paths, for the next split.
+        if (pathSeconds_ > 0.0 && extraSeconds_ > 0.0)
+          extraCost_ = 0.8 * extraCost_ + 0.2 * std::min(64.0, extraSeconds_ / pathSeconds_);
+      }
 #pragma omp for schedule(static)
       for (int32_t c = 0; c < chunks; ++c) {
         const int32_t lo = c * chunk, hi = std::min(n_, lo + chunk);
@@ -374,6 +387,11 @@ class BlockEngine {
   std::vector<platform::AlignedBuffer<float>> pathBuffers_;
   std::vector<int32_t> firstPath_;
   std::vector<int> owner_;
+  // Timing that only steers which thread does what: seconds per path on thread 0, seconds
+  // of noise and side work, and their ratio smoothed over the blocks.
+  double pathSeconds_ = 0.0;
+  double extraSeconds_ = 0.0;
+  double extraCost_ = 4.0;
   std::vector<const float*> parts_;
   std::vector<BlockLimits<float>> floatLimits_;
   std::vector<BlockLimits<double>> doubleLimits_;

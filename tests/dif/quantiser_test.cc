@@ -3,6 +3,7 @@
 #include <cmath>
 #include <limits>
 #include <random>
+#include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -96,6 +97,57 @@ TEST(Quantiser, VectorFormsGiveTheBytesOfThePlainLoops) {
       ASSERT_EQ(c, d) << bits << " bits, n " << n;
     }
   }
+}
+
+// The fused form, whole or in pieces, against the plain quantiser followed by the packer.
+template <typename T>
+void ExpectFusedMatchesPlain(const std::vector<T>& x, int bits, int decimation, uint8_t packed) {
+  const int32_t n = static_cast<int32_t>(x.size());
+  const int32_t L = LevelCount(bits);
+  const std::vector<uint8_t> levels = LevelTable(L);
+  std::vector<uint8_t> plain(n);
+  if constexpr (std::is_same_v<T, float>)
+    QuantiseFloatBlockPlain(bits, x.data(), plain.data(), levels.data(), n, L);
+  else
+    QuantiseDoubleBlockPlain(bits, x.data(), plain.data(), levels.data(), n, L);
+  const int32_t count = PackBlock(plain.data(), n, bits, decimation, packed);
+  ASSERT_EQ(count, PackedCount(n, bits, decimation, packed));
+  // Limits in pieces of 1000 samples, bytes in pieces of 333.
+  BlockLimits<T> limits = MinMaxRange(x.data(), 0, std::min(n, 1000));
+  for (int32_t lo = 1000; lo < n; lo += 1000) CombineLimits(limits, MinMaxRange(x.data(), lo, std::min(n, lo + 1000)));
+  std::vector<uint8_t> fused(count + 1, 0xAB);
+  for (int32_t j = 0; j < count; j += 333)
+    QuantisePackRange(x.data(), limits, bits, levels.data(), L, decimation, packed, j, std::min(count, j + 333), fused.data());
+  EXPECT_EQ(fused[count], 0xAB);  // nothing written past the block's bytes
+  fused.resize(count);
+  plain.resize(count);
+  EXPECT_EQ(fused, plain) << bits << " bits, D " << decimation << ", packed " << int(packed) << ", n " << n;
+}
+
+TEST(Quantiser, FusedQuantiserAndPackerGiveThePlainBytes) {
+  std::mt19937 rng(23);
+  std::normal_distribution<float> noise(0.0f, 9.0f);
+  for (int32_t n : {16368, 4093, 40920}) {
+    std::vector<float> x(n);
+    for (float& v : x) v = noise(rng);
+    x[17] = std::numeric_limits<float>::quiet_NaN();
+    std::vector<double> xd(x.begin(), x.end());
+    for (int bits : {1, 2, 3, 9}) {
+      for (int d : {0, 2, 3}) {
+        for (uint8_t packed : {uint8_t{0}, uint8_t{1}}) {
+          if (packed && bits > 2) continue;
+          ExpectFusedMatchesPlain(x, bits, d, packed);
+          ExpectFusedMatchesPlain(xd, bits, d, packed);
+        }
+      }
+    }
+  }
+  // A flat block and one whose first sample is NaN.
+  ExpectFusedMatchesPlain(std::vector<float>(64, 1.5f), 2, 0, 1);
+  std::vector<float> nanFirst(64, 1.0f);
+  nanFirst[0] = std::numeric_limits<float>::quiet_NaN();
+  nanFirst[9] = 4.0f;
+  ExpectFusedMatchesPlain(nanFirst, 2, 0, 1);
 }
 
 }  // namespace

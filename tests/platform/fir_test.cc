@@ -1,5 +1,6 @@
 #include "platform/fir.h"
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 #include <vector>
@@ -56,18 +57,24 @@ TEST(Fir, MemoryCarriesAcrossBlocksAndTheFastFormMatchesBitForBit) {
       if (i >= static_cast<size_t>(k)) acc += taps[k] * x[i - k];
     expected[i] = acc;
   }
-  FirState plain = FirInit(taps, 27), fast = FirInit(taps, 27);
-  std::vector<double> a = x, b = x;
+  FirState plain = FirInit(taps, 27), fast = FirInit(taps, 27), pieces = FirInit(taps, 27);
+  std::vector<double> a = x, b = x, c(x.size());
   size_t pos = 0;
   for (int size : {1, 5, 26, 27, 100, 1023, 3818}) {
     FirFilterInPlacePlain(a.data() + pos, size, plain);
     FirFilterInPlace(b.data() + pos, size, fast);
+    // The three-step form, outputs computed in uneven pieces.
+    double* ext = FirBegin(pieces, size);
+    for (int i = 0; i < size; ++i) ext[FirPast(pieces) + i] = x[pos + i];
+    for (int first = 0; first < size; first += 13) FirRange(pieces, ext, c.data() + pos, first, std::min(size, first + 13));
+    FirEnd(pieces);
     pos += size;
   }
   ASSERT_EQ(pos, x.size());
   for (size_t i = 0; i < x.size(); ++i) {
     ASSERT_NEAR(a[i], expected[i], 1e-12) << i;
     ASSERT_EQ(a[i], b[i]) << i;
+    ASSERT_EQ(a[i], c[i]) << i;
   }
 }
 
