@@ -120,7 +120,8 @@ Action Events(CLI::App&) {
 int DifRun(CommandContext& c, const std::string& recordOverride) {
   dif::DifRunOutcome outcome;
   const int status = RunDif(c.session, recordOverride, outcome);
-  if (outcome.refused) return status;
+  // A refusal or a popup has said what went wrong; the empty sample file needs no summary.
+  if (outcome.refused || outcome.popup) return status;
   ReportOutputs(c, "wrote");
   Summary(c, DescribeRecording(outcome.settings, outcome.report));
   return status;
