@@ -36,7 +36,7 @@ bool Tame(const PathArgs& a, const ChannelNco& c) {
                           n * std::fabs(static_cast<double>(a.omega)) + 1.0;
   const double xBound = std::fabs(static_cast<double>(a.d)) + std::fabs(c.codeFraction) +
                         n * std::fabs(static_cast<double>(a.rho)) + 2.0;
-  return phiBound < 4.0e8 && xBound < 1.0e8 && std::abs(c.codeIndex) < 1000000000;
+  return phiBound < 4.0e8 && xBound < 1.0e8 && std::llabs(static_cast<long long>(c.codeIndex)) < 1000000000;
 }
 
 enum class Out { kAdd, kStore };
@@ -267,7 +267,8 @@ void Fast(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode)
 void NextBit(BitFeed& feed, ChannelNco& nco) {
   switch (feed.kind) {
     case BitFeed::Kind::kScenario: {
-      nco.bitNumber += 1;
+      // Wrapping: a bit number saturated from a wild range must not overflow.
+      nco.bitNumber = static_cast<int32_t>(static_cast<uint32_t>(nco.bitNumber) + 1u);
       const int64_t index = static_cast<int64_t>(nco.bitNumber) - feed.base;
       if (index < 0) {
         nco.navBit = 1;

@@ -7,6 +7,7 @@
 #include <random>
 #include <sstream>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "dif/dif_run.h"
@@ -154,6 +155,7 @@ std::string RunVariant(app::Session& s, const std::filesystem::path& out, platfo
   dif::DifRunPaths paths;
   paths.output = out;
   paths.record = s.dataDir.Map(s.settings.scenario.ObservationOutputFile);
+  paths.scintFile = s.settings.dif.ScintFile;
   paths.dataDir = s.dataDir.root();
   dif::DifRunOutcome outcome;
   dif::RunDifGeneration(app::DifPanelFromSettings(s.settings), paths, s.dif, rand, s.RunActive,
@@ -180,8 +182,22 @@ TEST(DifScenario, EveryFormOfTheLoopWritesThePlainLoopsBytes) {
   };
   const Config configs[] = {{"plain settings", 0, 2, "Packed", "none", false},
                             {"filter, 1 bit, multipath", 1, 1, "Packed", "none", true},
-                            {"direct 3 bits, decimation 3", 0, 3, "Direct", "3", true}};
+                            {"direct 3 bits, decimation 3", 0, 3, "Direct", "3", true},
+                            {"scintillation", 0, 2, "Packed", "none", false}};
+  // Ten columns a line; the halves of the doubles make wild amplitudes and phases.
+  std::string scint;
+  for (int line = 0; line < 400; ++line)
+    scint += fmt::format("{} {} 0.5 0.25 {} {} 0.125 1.0 0.0 0.75\n", 0.001 * line, 1.0 - 0.001 * line,
+                         0.3 * line, 0.9);
+  WriteFile(dir / "scint.txt", scint);
   for (const Config& c : configs) {
+    const bool scintOn = std::string(c.name) == "scintillation";
+    s.settings.dif.ScintEnabled = scintOn ? 1 : 0;
+    s.settings.dif.ScintType = 1;  // PRN 2 from the start: phase and power columns
+    s.settings.dif.ScintPrn = 2;
+    s.settings.dif.ScintStart = 0;
+    s.settings.dif.ScintRate = 50;
+    s.settings.dif.ScintFile = (dir / "scint.txt").string();
     s.settings.dif.FilterOn = c.filter;
     s.settings.dif.BitsPerSample = c.bits;
     s.settings.dif.OutputPacked = c.packed;
@@ -238,6 +254,35 @@ TEST(DifScenario, RecordShorterThanTheRunEndsItWithAWarning) {
   EXPECT_EQ(std::filesystem::file_size(dir / "short.bin"), 10u * 4092u);
   ASSERT_FALSE(warnings.empty());
   EXPECT_NE(warnings.back().find("ended after 10 ms"), std::string::npos) << warnings.back();
+}
+
+TEST(DifScenario, AbsurdRecordValuesMakeNoCrash) {
+  ScratchDir dir("absurd");
+  DifScenario sc = MakeDifScenario(dir.path(), {}, false);
+  // Ranges of light-years, NaN, negative and huge counts, PRNs that do not exist, and lines
+  // that do not scan: the run goes on, writes whole blocks and says what it skipped.
+  WriteFile(sc.record,
+            "1000\n  3\n5 20000000.0 20000000.0 0\n7 1e300 1e300 1\n99 1.0 1.0 0\n"
+            "1001\n  3\n5 20000500.0 20000500.0 0\n7 -1e300 nan 1\n0 1.0 1.0 0\n"
+            "1002\n  -4\n"
+            "1003\n  40\n5 nan nan 7\n7 20000000.0 2.0 3\nnot a line\n"
+            "1004\n  2\n5 20001000.0 20001000.0 0\n7 3.0e12 3.0e12 0\n"
+            "1005\n  2\n5 20001500.0 20001500.0 0\n7 -3.0e12 -3.0e12 0\n");
+  std::vector<std::string> warnings;
+  sc.session->messages.warning = [&](std::string_view w) { warnings.emplace_back(w); };
+  sc.session->settings.dif.DifOutputFile = (dir / "absurd.bin").string();
+  sc.session->settings.dif.MultipathOn = 1;
+  sc.session->settings.dif.MultipathTable = {{"y", "", 7, 1e30, 1e30, 0.0}};
+  for (int threads : {1, 2}) {
+    sc.session->settings.dif.DifThreads = threads;
+    dif::DifRunOutcome outcome;
+    ASSERT_EQ(app::RunDif(*sc.session, "", outcome), 0);
+    EXPECT_EQ(std::filesystem::file_size(dir / "absurd.bin"), static_cast<uintmax_t>(outcome.report.blocks) * 4092u);
+    EXPECT_TRUE(outcome.report.recordEnded);
+  }
+  bool skipped = false;
+  for (const std::string& w : warnings) skipped = skipped || w.find("outside 1 to 32") != std::string::npos;
+  EXPECT_TRUE(skipped);
 }
 
 }  // namespace
