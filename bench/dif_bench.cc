@@ -7,6 +7,7 @@
 //   build/release/vorel_bench --benchmark_filter=Dif
 
 #include <benchmark/benchmark.h>
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -14,8 +15,6 @@
 #include <filesystem>
 #include <random>
 #include <string>
-
-#include <fmt/format.h>
 
 #include "dif/dif_run.h"
 
@@ -28,7 +27,8 @@ constexpr double kSignalSeconds = 10.0;
 // and navigation files of random bits.
 std::filesystem::path BenchData() {
   static const std::filesystem::path dir = [] {
-    const auto d = std::filesystem::temp_directory_path() / fmt::format("vorel-dif-bench-{}", ::getpid());
+    const auto d =
+        std::filesystem::temp_directory_path() / fmt::format("vorel-dif-bench-{}", ::getpid());
     std::filesystem::create_directories(d / "NAV");
     std::mt19937 rng(1);
     std::vector<int32_t> bits(88500);
@@ -69,21 +69,47 @@ void RunTenSeconds(benchmark::State& st, int filterOn, bool vectorised, int thre
   for (auto _ : st) {
     vorel::platform::RandState rand;
     vorel::dif::DifRunOutcome outcome;
-    vorel::dif::RunDifGeneration(panel, paths, state, rand, active, messages,
-                                 {vectorised, threads}, outcome);
-    if (outcome.report.blocks != static_cast<int64_t>(kSignalSeconds * 1000)) st.SkipWithError("short run");
+    vorel::dif::RunDifGeneration(panel, paths, state, rand, active, messages, {vectorised, threads},
+                                 outcome);
+    if (outcome.report.blocks != static_cast<int64_t>(kSignalSeconds * 1000))
+      st.SkipWithError("short run");
   }
-  st.counters["realtime"] = benchmark::Counter(kSignalSeconds * st.iterations(), benchmark::Counter::kIsRate);
-  st.counters["chsamples"] = benchmark::Counter(kSignalSeconds * 16368000.0 * kChannels * st.iterations(),
-                                                benchmark::Counter::kIsRate);
+  st.counters["realtime"] =
+      benchmark::Counter(kSignalSeconds * st.iterations(), benchmark::Counter::kIsRate);
+  st.counters["chsamples"] = benchmark::Counter(
+      kSignalSeconds * 16368000.0 * kChannels * st.iterations(), benchmark::Counter::kIsRate);
 }
 
-void BM_DifPlain(benchmark::State& st) { RunTenSeconds(st, static_cast<int>(st.range(0)), false, 1); }
-void BM_DifVector(benchmark::State& st) { RunTenSeconds(st, static_cast<int>(st.range(0)), true, 1); }
-void BM_DifVectorTwoThreads(benchmark::State& st) { RunTenSeconds(st, static_cast<int>(st.range(0)), true, 2); }
+void BM_DifPlain(benchmark::State& st) {
+  RunTenSeconds(st, static_cast<int>(st.range(0)), false, 1);
+}
+void BM_DifVector(benchmark::State& st) {
+  RunTenSeconds(st, static_cast<int>(st.range(0)), true, 1);
+}
+void BM_DifVectorTwoThreads(benchmark::State& st) {
+  RunTenSeconds(st, static_cast<int>(st.range(0)), true, 2);
+}
 
-BENCHMARK(BM_DifPlain)->ArgName("filter")->Arg(0)->Arg(1)->Iterations(1)->Unit(benchmark::kSecond)->UseRealTime();
-BENCHMARK(BM_DifVector)->ArgName("filter")->Arg(0)->Arg(1)->Iterations(2)->Unit(benchmark::kSecond)->UseRealTime();
-BENCHMARK(BM_DifVectorTwoThreads)->ArgName("filter")->Arg(0)->Arg(1)->Iterations(2)->Unit(benchmark::kSecond)->UseRealTime();
+BENCHMARK(BM_DifPlain)
+    ->ArgName("filter")
+    ->Arg(0)
+    ->Arg(1)
+    ->Iterations(1)
+    ->Unit(benchmark::kSecond)
+    ->UseRealTime();
+BENCHMARK(BM_DifVector)
+    ->ArgName("filter")
+    ->Arg(0)
+    ->Arg(1)
+    ->Iterations(2)
+    ->Unit(benchmark::kSecond)
+    ->UseRealTime();
+BENCHMARK(BM_DifVectorTwoThreads)
+    ->ArgName("filter")
+    ->Arg(0)
+    ->Arg(1)
+    ->Iterations(2)
+    ->Unit(benchmark::kSecond)
+    ->UseRealTime();
 
 }  // namespace

@@ -1,10 +1,10 @@
 #include "app/dif_command.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <ctime>
 #include <thread>
-
-#include <fmt/format.h>
 
 #include "app/scenario_runs.h"
 #include "dif/quantiser.h"
@@ -58,8 +58,9 @@ int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutco
     output = prepareSimDIF(settings.dif.DifFileType, now);
   }
   paths.output = session.dataDir.Map(output);
-  paths.record = recordOverride.empty() ? session.dataDir.Map(settings.scenario.ObservationOutputFile)
-                                        : std::filesystem::path(recordOverride);
+  paths.record = recordOverride.empty()
+                     ? session.dataDir.Map(settings.scenario.ObservationOutputFile)
+                     : std::filesystem::path(recordOverride);
   paths.scintFile = session.dataDir.Map(settings.dif.ScintFile);
   paths.dataDir = session.dataDir.root();
 

@@ -71,15 +71,16 @@ SignalOptions SignalChoiceOptions(SignalChoice choice) {
       o.optionA = 1;
       o.optionADimmed = false;
       break;
-    default: break;
+    default:
+      break;
   }
   return o;
 }
 
 bool ParseSignalChoice(std::string_view text, SignalChoice& choice) {
   static constexpr std::pair<std::string_view, SignalChoice> kNames[] = {
-      {"CA", SignalChoice::kCa},   {"L1C", SignalChoice::kL1c}, {"L2C", SignalChoice::kL2c},
-      {"L5", SignalChoice::kL5},   {"SP1", SignalChoice::kSp1}, {"SP2", SignalChoice::kSp2},
+      {"CA", SignalChoice::kCa},  {"L1C", SignalChoice::kL1c}, {"L2C", SignalChoice::kL2c},
+      {"L5", SignalChoice::kL5},  {"SP1", SignalChoice::kSp1}, {"SP2", SignalChoice::kSp2},
       {"BOC", SignalChoice::kBoc}};
   for (const auto& [name, value] : kNames) {
     if (name == text) {

@@ -36,7 +36,8 @@ bool Tame(const PathArgs& a, const ChannelNco& c) {
                           n * std::fabs(static_cast<double>(a.omega)) + 1.0;
   const double xBound = std::fabs(static_cast<double>(a.d)) + std::fabs(c.codeFraction) +
                         n * std::fabs(static_cast<double>(a.rho)) + 2.0;
-  return phiBound < 4.0e8 && xBound < 1.0e8 && std::llabs(static_cast<long long>(c.codeIndex)) < 1000000000;
+  return phiBound < 4.0e8 && xBound < 1.0e8 &&
+         std::llabs(static_cast<long long>(c.codeIndex)) < 1000000000;
 }
 
 enum class Out { kAdd, kStore };
@@ -96,8 +97,8 @@ inline void Step(const PathArgs& a, ChannelNco& c, BitFeed& feed, PathCursor& p,
 
 inline void Finish(const PathArgs& a, ChannelNco& c, const PathCursor& p) {
   if (!a.lastPath) return;
-  c.carrierPhase = static_cast<float>(
-      std::fmod(static_cast<double>(a.omega + p.phi), kTwoPiFloatAsDouble));
+  c.carrierPhase =
+      static_cast<float>(std::fmod(static_cast<double>(a.omega + p.phi), kTwoPiFloatAsDouble));
   c.codeIndex = p.k;
   c.codeFraction = p.x;
 }
@@ -152,7 +153,8 @@ VOREL_AVX2 void FastLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float*
     const __m256i iv = _mm256_add_epi32(_mm256_set1_epi32(i), lanes);
     const __m256 fi1 = _mm256_cvtepi32_ps(_mm256_add_epi32(iv, _mm256_set1_epi32(1)));
     const __m256 x = _mm256_add_ps(_mm256_set1_ps(p.dcf), _mm256_mul_ps(fi1, rhoV));
-    const bool wrap = _mm256_movemask_ps(_mm256_cmp_ps(_mm256_and_ps(x, absMask), oneV, _CMP_GE_OQ)) != 0;
+    const bool wrap =
+        _mm256_movemask_ps(_mm256_cmp_ps(_mm256_and_ps(x, absMask), oneV, _CMP_GE_OQ)) != 0;
     if (wrap || !a.carrierOn || kStart <= 1 || kStart + W - 1 >= n) {
       for (int32_t j = i; j < i + W; ++j) Step<false>(a, c, feed, p, j, dst, mode);
       kStart = FloorMod(static_cast<int64_t>(i) + W + 1 + p.K, n);
@@ -168,7 +170,8 @@ VOREL_AVX2 void FastLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float*
     const __m256i q = _mm256_and_si256(_mm256_cvttps_epi32(_mm256_mul_ps(phi, scaleV)), fifteen);
     const __m256 lo = _mm256_permutevar8x32_ps(lowT, q);
     const __m256 hi = _mm256_permutevar8x32_ps(highT, q);
-    const __m256 carrier = _mm256_blendv_ps(lo, hi, _mm256_castsi256_ps(_mm256_cmpgt_epi32(q, seven)));
+    const __m256 carrier =
+        _mm256_blendv_ps(lo, hi, _mm256_castsi256_ps(_mm256_cmpgt_epi32(q, seven)));
     const __m256 s = _mm256_mul_ps(carrier, _mm256_loadu_ps(a.codeFloat + kStart));
     const __m256 contribution = _mm256_mul_ps(s, gV);
     if (mode == Out::kAdd)
@@ -190,7 +193,8 @@ VOREL_AVX2 void FastLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float*
 // AVX-512 headers start some conversions from an undefined register and warn about it.)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-VOREL_AVX512 void FastLoop512(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode) {
+VOREL_AVX512 void FastLoop512(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst,
+                              Out mode) {
   constexpr int32_t W = 16;
   const int32_t n = a.n;
   PathCursor p{c.codeIndex, a.d + c.codeFraction, a.thetaOff + c.carrierPhase};
@@ -280,8 +284,12 @@ void NextBit(BitFeed& feed, ChannelNco& nco) {
       }
       break;
     }
-    case BitFeed::Kind::kAllOnes: nco.navBit = 1; break;
-    case BitFeed::Kind::kAlternate: nco.navBit = -nco.navBit; break;
+    case BitFeed::Kind::kAllOnes:
+      nco.navBit = 1;
+      break;
+    case BitFeed::Kind::kAlternate:
+      nco.navBit = -nco.navBit;
+      break;
     case BitFeed::Kind::kFile:
       if (feed.fileIndex + 1 >= kNavBitsPerRow) {
         feed.pastRow = true;

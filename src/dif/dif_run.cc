@@ -1,8 +1,8 @@
 #include "dif/dif_run.h"
 
-#include <cstdio>
-
 #include <fmt/format.h>
+
+#include <cstdio>
 
 #include "dif/nav_bit_table.h"
 #include "platform/fir.h"
@@ -14,7 +14,8 @@ constexpr int kFilterTaps = 27;
 constexpr char kErrorTitle[] = "Error message";
 
 // Closes the sample file and says so if a write failed (the run itself does not look).
-void CloseOutput(std::FILE*& f, const std::filesystem::path& path, const platform::Messages& messages) {
+void CloseOutput(std::FILE*& f, const std::filesystem::path& path,
+                 const platform::Messages& messages) {
   if (!f) return;
   const bool failed = std::ferror(f) != 0;
   if (std::fclose(f) != 0 || failed)
@@ -55,9 +56,10 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
   if (platform::FirGenBandpass(low, high, taps, kFilterTaps,
                                static_cast<platform::FirWindow>(s.FilterWindow), true) != 0 &&
       s.FilterOn == 1)
-    messages.Warn(fmt::format("the band {} to {} Hz does not fit between 0 and half the sampling "
-                              "frequency: the filter passes nothing",
-                              s.IfFrequency - s.Bandwidth * 0.5, s.IfFrequency + s.Bandwidth * 0.5));
+    messages.Warn(
+        fmt::format("the band {} to {} Hz does not fit between 0 and half the sampling "
+                    "frequency: the filter passes nothing",
+                    s.IfFrequency - s.Bandwidth * 0.5, s.IfFrequency + s.Bandwidth * 0.5));
   buffers.filter = platform::FirInit(taps, kFilterTaps);
 
   MultipathRecords multipath{};
@@ -65,9 +67,10 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
     int32_t skipped = 0;
     LoadMultipathTable(panel.MultipathTable, panel.multipathRowCount, multipath, skipped);
     if (skipped > 0)
-      messages.Warn(fmt::format("MultipathTable: {} switched-on row(s) name a PRN outside 1 to 32 "
-                                "and were skipped",
-                                skipped));
+      messages.Warn(
+          fmt::format("MultipathTable: {} switched-on row(s) name a PRN outside 1 to 32 "
+                      "and were skipped",
+                      skipped));
   }
 
   ScintillationState scint;
@@ -92,9 +95,10 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
       state.navBitTable.EnsureAllocated();
       const auto path = paths.dataDir / "simulated.nvb";
       if (ReadNavBitFile(path, state.navBitTable.Row(0)) < kNavBitsPerRow)
-        messages.Warn(fmt::format("navigation file {} is missing or short: row 0 keeps what it "
-                                  "held and is converted again",
-                                  path.string()));
+        messages.Warn(
+            fmt::format("navigation file {} is missing or short: row 0 keeps what it "
+                        "held and is converted again",
+                        path.string()));
       ConvertNavBits(state.navBitTable.Row(0));
     }
     GenerateTestSamples(s, buffers, scint, multipath, files, context, outcome.report);
@@ -108,10 +112,11 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
       ConvertNavBits(state.navBitTable.Row(prn - 1));
     }
     if (!missing.empty())
-      messages.Warn(fmt::format("navigation files of PRN {} in {} are missing or short: their rows "
-                                "keep what they held and are converted again (write them with "
-                                "nav-all)",
-                                missing, (paths.dataDir / "NAV").string()));
+      messages.Warn(
+          fmt::format("navigation files of PRN {} in {} are missing or short: their rows "
+                      "keep what they held and are converted again (write them with "
+                      "nav-all)",
+                      missing, (paths.dataDir / "NAV").string()));
     if (!recordFile.Open(paths.record)) {
       messages.Popup(kErrorTitle, "Specified scenario file doesn't exist");
       outcome.popup = true;

@@ -16,17 +16,17 @@ namespace vorel::dif {
 
 // Where a run's files are; the front end maps the settings' paths into the data directory.
 struct DifRunPaths {
-  std::filesystem::path output;       // DifOutputFile
-  std::filesystem::path record;       // ObservationOutputFile (the .scn record)
-  std::filesystem::path scintFile;    // ScintFile
-  std::filesystem::path dataDir;      // NAV/navbin<prn> and simulated.nvb lie below it
+  std::filesystem::path output;     // DifOutputFile
+  std::filesystem::path record;     // ObservationOutputFile (the .scn record)
+  std::filesystem::path scintFile;  // ScintFile
+  std::filesystem::path dataDir;    // NAV/navbin<prn> and simulated.nvb lie below it
 };
 
 struct DifRunOutcome {
-  int result = 1;          // what RunDifGeneration returns
-  bool refused = false;    // a setting was refused: nothing ran, no file was touched
-  bool popup = false;      // a popup ended the run at its clean-up
-  DifSettings settings;    // as the run derived them
+  int result = 1;        // what RunDifGeneration returns
+  bool refused = false;  // a setting was refused: nothing ran, no file was touched
+  bool popup = false;    // a popup ended the run at its clean-up
+  DifSettings settings;  // as the run derived them
   GeneratorReport report;
 };
 

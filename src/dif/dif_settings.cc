@@ -1,9 +1,9 @@
 #include "dif/dif_settings.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
-
-#include <fmt/format.h>
 
 namespace vorel::dif {
 
@@ -22,21 +22,30 @@ int SelectCarrier(int32_t constellationChoice, double& frequency) {
 double SamplingFrequencyFromText(const std::string& row2, double row1) {
   if (row2.empty()) return row1;
   switch (row2[0]) {
-    case '1': return 16368.0;
-    case '4': return 40920.0;
-    case '5': return 54560.0;
-    default: return row1;  // the number of row 1 stays in place
+    case '1':
+      return 16368.0;
+    case '4':
+      return 40920.0;
+    case '5':
+      return 54560.0;
+    default:
+      return row1;  // the number of row 1 stays in place
   }
 }
 
 int32_t FilterWindowFromText(const std::string& row5) {
   if (row5.size() < 3) return 0;
   switch (row5[2]) {
-    case 'a': return 1;
-    case 'm': return 2;
-    case 'n': return 3;
-    case 'u': return 4;
-    default: return 0;
+    case 'a':
+      return 1;
+    case 'm':
+      return 2;
+    case 'n':
+      return 3;
+    case 'u':
+      return 4;
+    default:
+      return 0;
   }
 }
 
@@ -47,9 +56,12 @@ uint8_t OutputPackedFromText(const std::string& row6) {
 int32_t DecimationFromText(const std::string& row7) {
   if (row7.empty()) return 0;
   switch (row7[0]) {
-    case '2': return 2;
-    case '3': return 3;
-    default: return 0;
+    case '2':
+      return 2;
+    case '3':
+      return 3;
+    default:
+      return 0;
   }
 }
 
@@ -101,9 +113,10 @@ std::string CheckDifSettings(const DifSettings& s) {
   if (s.BitsPerSample < 1 || s.BitsPerSample > 16)
     return fmt::format("BitsPerSample is {}; 1 to 16 bits are possible", s.BitsPerSample);
   if (s.OutputPacked == 1 && s.BitsPerSample != 1 && s.BitsPerSample != 2)
-    return fmt::format("OutputPacked is Packed with BitsPerSample {}: packing exists for 1 and "
-                       "2 bits only; choose Direct or 1 or 2 bits",
-                       s.BitsPerSample);
+    return fmt::format(
+        "OutputPacked is Packed with BitsPerSample {}: packing exists for 1 and "
+        "2 bits only; choose Direct or 1 or 2 bits",
+        s.BitsPerSample);
   if (!(std::fabs(s.IfFrequency) <= s.SamplingFrequency))
     return fmt::format("IfFrequency {} kHz lies outside 0 to the sampling frequency ({} kHz)",
                        s.IfFrequency / 1000.0, s.SamplingFrequency / 1000.0);

@@ -24,13 +24,13 @@ struct MultipathRow {
 
 // The DIF panel as the user fills it. Rows 1 to 7 of the parameter table are kept as typed.
 struct DifPanelValues {
-  double IfFrequency = 4092.0;             // row 1, kHz
+  double IfFrequency = 4092.0;              // row 1, kHz
   std::string SamplingFrequency = "16368";  // row 2, text: first character 1, 4 or 5
-  int32_t BitsPerSample = 2;               // row 3
-  double Bandwidth = 2.5;                  // row 4, MHz
-  std::string FilterWindow = "Hamming";    // row 5, text: third character
-  std::string OutputPacked = "Packed";     // row 6, "Direct" or "Packed"
-  std::string Decimation = "none";         // row 7, text: first character n, 2, 3
+  int32_t BitsPerSample = 2;                // row 3
+  double Bandwidth = 2.5;                   // row 4, MHz
+  std::string FilterWindow = "Hamming";     // row 5, text: third character
+  std::string OutputPacked = "Packed";      // row 6, "Direct" or "Packed"
+  std::string Decimation = "none";          // row 7, text: first character n, 2, 3
 
   int32_t FilterOn = 0;
   double SignalPower = -158.5;  // dBW

@@ -19,7 +19,9 @@ struct NavBitTable {
   void EnsureAllocated() {
     if (bits.empty()) bits.assign(static_cast<size_t>(kNavBitRows) * kNavBitsPerRow, 0);
   }
-  int32_t* Row(int prnIndex) { return bits.data() + static_cast<size_t>(prnIndex) * kNavBitsPerRow; }
+  int32_t* Row(int prnIndex) {
+    return bits.data() + static_cast<size_t>(prnIndex) * kNavBitsPerRow;
+  }
 };
 
 // The reader's time and channel count of the last epoch read: zero at program start and

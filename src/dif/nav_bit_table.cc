@@ -1,9 +1,9 @@
 #include "dif/nav_bit_table.h"
 
+#include <omp.h>
+
 #include <cstdio>
 #include <cstring>
-
-#include <omp.h>
 
 namespace vorel::dif {
 
@@ -14,7 +14,8 @@ int32_t ReadNavBitFile(const std::filesystem::path& path, int32_t* row) {
   unsigned char buffer[4 * 1024];
   int32_t read = 0;
   while (read < kNavBitsPerRow) {
-    const size_t want = std::min<size_t>(sizeof buffer / 4, static_cast<size_t>(kNavBitsPerRow - read));
+    const size_t want =
+        std::min<size_t>(sizeof buffer / 4, static_cast<size_t>(kNavBitsPerRow - read));
     const size_t got = std::fread(buffer, 4, want, f);
     for (size_t k = 0; k < got; ++k) {
       const unsigned char* b = buffer + 4 * k;

@@ -44,7 +44,8 @@ inline void PairValues(uint32_t key, uint32_t pair, float& a, float& b) {
   const float u1 = static_cast<float>(static_cast<int32_t>((h1 >> 8) + 1u)) * kTwoPow24Inv;
   const float r = std::sqrt(-2.0f * NoiseLog(u1));
   float s, c;
-  NoiseSinCos(h2 >> 29, static_cast<float>(static_cast<int32_t>((h2 >> 8) & 0x1FFFFFu)) * kTwoPow21Inv, s, c);
+  NoiseSinCos(h2 >> 29,
+              static_cast<float>(static_cast<int32_t>((h2 >> 8) & 0x1FFFFFu)) * kTwoPow21Inv, s, c);
   a = r * c;
   b = r * s;
 }
@@ -68,12 +69,13 @@ VOREL_AVX2 inline __m256 MulAdd(__m256 y, __m256 x, float c) {
 VOREL_AVX2 inline __m256 LogV(__m256 u) {
   const __m256i bits = _mm256_castps_si256(u);
   __m256i e = _mm256_sub_epi32(_mm256_srli_epi32(bits, 23), _mm256_set1_epi32(126));
-  __m256 m = _mm256_castsi256_ps(_mm256_or_si256(_mm256_and_si256(bits, _mm256_set1_epi32(0x007fffff)),
-                                                 _mm256_set1_epi32(0x3f000000)));
+  __m256 m = _mm256_castsi256_ps(_mm256_or_si256(
+      _mm256_and_si256(bits, _mm256_set1_epi32(0x007fffff)), _mm256_set1_epi32(0x3f000000)));
   const __m256 small = _mm256_cmp_ps(m, _mm256_set1_ps(kSqrtHalf), _CMP_LT_OQ);
   e = _mm256_sub_epi32(e, _mm256_and_si256(_mm256_castps_si256(small), _mm256_set1_epi32(1)));
   const __m256 one = _mm256_set1_ps(1.0f);
-  const __m256 x = _mm256_blendv_ps(_mm256_sub_ps(m, one), _mm256_sub_ps(_mm256_add_ps(m, m), one), small);
+  const __m256 x =
+      _mm256_blendv_ps(_mm256_sub_ps(m, one), _mm256_sub_ps(_mm256_add_ps(m, m), one), small);
   const __m256 fe = _mm256_cvtepi32_ps(e);
   const __m256 z = _mm256_mul_ps(x, x);
   __m256 y = _mm256_set1_ps(7.0376836292E-2f);
@@ -93,7 +95,8 @@ VOREL_AVX2 inline __m256 LogV(__m256 u) {
 }
 
 VOREL_AVX2 inline void SinCosV(__m256i octant, __m256 fraction, __m256& s, __m256& c) {
-  const __m256i oddMask = _mm256_cmpeq_epi32(_mm256_and_si256(octant, _mm256_set1_epi32(1)), _mm256_set1_epi32(1));
+  const __m256i oddMask =
+      _mm256_cmpeq_epi32(_mm256_and_si256(octant, _mm256_set1_epi32(1)), _mm256_set1_epi32(1));
   const __m256 odd = _mm256_castsi256_ps(oddMask);
   const __m256 one = _mm256_set1_ps(1.0f);
   const __m256 f = _mm256_blendv_ps(fraction, _mm256_sub_ps(one, fraction), odd);
@@ -106,9 +109,9 @@ VOREL_AVX2 inline void SinCosV(__m256i octant, __m256 fraction, __m256& s, __m25
   __m256 pc = _mm256_set1_ps(2.443315711809948E-005f);
   pc = MulAdd(pc, z, -1.388731625493765E-003f);
   pc = MulAdd(pc, z, 4.166664568298827E-002f);
-  const __m256 ct = _mm256_add_ps(_mm256_sub_ps(_mm256_mul_ps(_mm256_mul_ps(pc, z), z),
-                                                _mm256_mul_ps(_mm256_set1_ps(0.5f), z)),
-                                  one);
+  const __m256 ct = _mm256_add_ps(
+      _mm256_sub_ps(_mm256_mul_ps(_mm256_mul_ps(pc, z), z), _mm256_mul_ps(_mm256_set1_ps(0.5f), z)),
+      one);
   const __m256 sa = _mm256_blendv_ps(st, ct, odd);
   const __m256 ca = _mm256_blendv_ps(ct, st, odd);
   const __m256i q = _mm256_srli_epi32(octant, 1);
@@ -183,12 +186,13 @@ VOREL_AVX512 inline __m512 MulAdd16(__m512 y, __m512 x, float c) {
 VOREL_AVX512 inline __m512 LogV16(__m512 u) {
   const __m512i bits = _mm512_castps_si512(u);
   __m512i e = _mm512_sub_epi32(_mm512_srli_epi32(bits, 23), _mm512_set1_epi32(126));
-  const __m512 m = _mm512_castsi512_ps(_mm512_or_si512(_mm512_and_si512(bits, _mm512_set1_epi32(0x007fffff)),
-                                                       _mm512_set1_epi32(0x3f000000)));
+  const __m512 m = _mm512_castsi512_ps(_mm512_or_si512(
+      _mm512_and_si512(bits, _mm512_set1_epi32(0x007fffff)), _mm512_set1_epi32(0x3f000000)));
   const __mmask16 small = _mm512_cmp_ps_mask(m, _mm512_set1_ps(kSqrtHalf), _CMP_LT_OQ);
   e = _mm512_mask_sub_epi32(e, small, e, _mm512_set1_epi32(1));
   const __m512 one = _mm512_set1_ps(1.0f);
-  const __m512 x = _mm512_mask_blend_ps(small, _mm512_sub_ps(m, one), _mm512_sub_ps(_mm512_add_ps(m, m), one));
+  const __m512 x =
+      _mm512_mask_blend_ps(small, _mm512_sub_ps(m, one), _mm512_sub_ps(_mm512_add_ps(m, m), one));
   const __m512 fe = _mm512_cvtepi32_ps(e);
   const __m512 z = _mm512_mul_ps(x, x);
   __m512 y = _mm512_set1_ps(7.0376836292E-2f);
@@ -220,9 +224,9 @@ VOREL_AVX512 inline void SinCosV16(__m512i octant, __m512 fraction, __m512& s, _
   __m512 pc = _mm512_set1_ps(2.443315711809948E-005f);
   pc = MulAdd16(pc, z, -1.388731625493765E-003f);
   pc = MulAdd16(pc, z, 4.166664568298827E-002f);
-  const __m512 ct = _mm512_add_ps(_mm512_sub_ps(_mm512_mul_ps(_mm512_mul_ps(pc, z), z),
-                                                _mm512_mul_ps(_mm512_set1_ps(0.5f), z)),
-                                  one);
+  const __m512 ct = _mm512_add_ps(
+      _mm512_sub_ps(_mm512_mul_ps(_mm512_mul_ps(pc, z), z), _mm512_mul_ps(_mm512_set1_ps(0.5f), z)),
+      one);
   const __m512 sa = _mm512_mask_blend_ps(odd, st, ct);
   const __m512 ca = _mm512_mask_blend_ps(odd, ct, st);
   const __m512i q = _mm512_srli_epi32(octant, 1);
@@ -232,8 +236,10 @@ VOREL_AVX512 inline void SinCosV16(__m512i octant, __m512 fraction, __m512& s, _
   const __m512 zero = _mm512_setzero_ps();
   const __m512 nsa = _mm512_sub_ps(zero, sa);
   const __m512 nca = _mm512_sub_ps(zero, ca);
-  s = _mm512_mask_blend_ps(q3, _mm512_mask_blend_ps(q2, _mm512_mask_blend_ps(q1, sa, ca), nsa), nca);
-  c = _mm512_mask_blend_ps(q3, _mm512_mask_blend_ps(q2, _mm512_mask_blend_ps(q1, ca, nsa), nca), sa);
+  s = _mm512_mask_blend_ps(q3, _mm512_mask_blend_ps(q2, _mm512_mask_blend_ps(q1, sa, ca), nsa),
+                           nca);
+  c = _mm512_mask_blend_ps(q3, _mm512_mask_blend_ps(q2, _mm512_mask_blend_ps(q1, ca, nsa), nca),
+                           sa);
 }
 
 // Groups firstGroup..endGroup-1, two at a time; an odd group left over goes the eight-lane
@@ -251,7 +257,8 @@ VOREL_AVX512 void GaussianGroups512(float mean, float sigma, float* block, int32
     const __m512i pair = _mm512_add_epi32(_mm512_set1_epi32(8 * g), lane);
     const __m512i twoP = _mm512_add_epi32(pair, pair);
     const __m512i h1 = HashV16(_mm512_add_epi32(keyV, twoP));
-    const __m512i h2 = HashV16(_mm512_xor_si512(keyV, _mm512_add_epi32(twoP, _mm512_set1_epi32(1))));
+    const __m512i h2 =
+        HashV16(_mm512_xor_si512(keyV, _mm512_add_epi32(twoP, _mm512_set1_epi32(1))));
     const __m512 u1 = _mm512_mul_ps(
         _mm512_cvtepi32_ps(_mm512_add_epi32(_mm512_srli_epi32(h1, 8), _mm512_set1_epi32(1))),
         _mm512_set1_ps(kTwoPow24Inv));
@@ -318,10 +325,22 @@ void NoiseSinCos(uint32_t octant, float fraction, float& s, float& c) {
   const float sa = odd ? ct : st;
   const float ca = odd ? st : ct;
   switch ((octant >> 1) & 3u) {
-    case 0: s = sa; c = ca; break;
-    case 1: s = ca; c = 0.0f - sa; break;
-    case 2: s = 0.0f - sa; c = 0.0f - ca; break;
-    default: s = 0.0f - ca; c = sa; break;
+    case 0:
+      s = sa;
+      c = ca;
+      break;
+    case 1:
+      s = ca;
+      c = 0.0f - sa;
+      break;
+    case 2:
+      s = 0.0f - sa;
+      c = 0.0f - ca;
+      break;
+    default:
+      s = 0.0f - ca;
+      c = sa;
+      break;
   }
 }
 

@@ -102,8 +102,8 @@ VOREL_AVX2 inline __m128i CellsAvx2(__m256d ratio, __m256d top) {
   return _mm256_cvttpd_epi32(m);
 }
 
-VOREL_AVX2 void QuantiseFloatAvx2(const float* x, uint8_t* bytes, const uint8_t* levels,
-                                  int32_t n, int32_t levelCount, float lo, double step) {
+VOREL_AVX2 void QuantiseFloatAvx2(const float* x, uint8_t* bytes, const uint8_t* levels, int32_t n,
+                                  int32_t levelCount, float lo, double step) {
   const __m256 loV = _mm256_set1_ps(lo);
   const __m256d stepV = _mm256_set1_pd(step);
   const __m256d top = _mm256_set1_pd(static_cast<double>(levelCount - 1));
@@ -143,7 +143,8 @@ VOREL_AVX2 void QuantiseDoubleAvx2(const double* x, uint8_t* bytes, const uint8_
     const __m128i c = CellsAvx2(_mm256_div_pd(v, stepV), top);
     alignas(16) int32_t cs[4];
     _mm_store_si128(reinterpret_cast<__m128i*>(cs), c);
-    for (int k = 0; k < 4; ++k) bytes[i + k] = identity ? static_cast<uint8_t>(cs[k]) : levels[cs[k]];
+    for (int k = 0; k < 4; ++k)
+      bytes[i + k] = identity ? static_cast<uint8_t>(cs[k]) : levels[cs[k]];
   }
   for (; i < n; ++i) bytes[i] = levels[Cell((x[i] - lo) / step, levelCount)];
 }
@@ -153,13 +154,16 @@ VOREL_AVX2 void QuantiseDoubleAvx2(const double* x, uint8_t* bytes, const uint8_
 // Cells of eight samples: floor((x - lo) / step) held in 0..L-1 (NaN gives 0).
 VOREL_AVX2 inline __m256i Cells8(const float* x, __m256 loV, __m256d stepV, __m256d top) {
   const __m256 v = _mm256_sub_ps(_mm256_loadu_ps(x), loV);
-  const __m128i c0 = CellsAvx2(_mm256_div_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(v)), stepV), top);
-  const __m128i c1 = CellsAvx2(_mm256_div_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)), stepV), top);
+  const __m128i c0 =
+      CellsAvx2(_mm256_div_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(v)), stepV), top);
+  const __m128i c1 =
+      CellsAvx2(_mm256_div_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)), stepV), top);
   return _mm256_set_m128i(c1, c0);
 }
 VOREL_AVX2 inline __m256i Cells8(const double* x, __m256d loV, __m256d stepV, __m256d top) {
   const __m128i c0 = CellsAvx2(_mm256_div_pd(_mm256_sub_pd(_mm256_loadu_pd(x), loV), stepV), top);
-  const __m128i c1 = CellsAvx2(_mm256_div_pd(_mm256_sub_pd(_mm256_loadu_pd(x + 4), loV), stepV), top);
+  const __m128i c1 =
+      CellsAvx2(_mm256_div_pd(_mm256_sub_pd(_mm256_loadu_pd(x + 4), loV), stepV), top);
   return _mm256_set_m128i(c1, c0);
 }
 
@@ -171,9 +175,9 @@ constexpr uint8_t kSpread[16] = {0x00, 0x01, 0x04, 0x05, 0x10, 0x11, 0x14, 0x15,
                                  0x40, 0x41, 0x44, 0x45, 0x50, 0x51, 0x54, 0x55};
 
 template <typename T>
-VOREL_AVX2 void PackRangeAvx2(const T* x, T lo, double step, int32_t levelCount, int32_t samplesPerByte,
-                              int32_t bits, uint8_t packed, int32_t firstSample, int32_t endSample,
-                              uint8_t* out) {
+VOREL_AVX2 void PackRangeAvx2(const T* x, T lo, double step, int32_t levelCount,
+                              int32_t samplesPerByte, int32_t bits, uint8_t packed,
+                              int32_t firstSample, int32_t endSample, uint8_t* out) {
   const __m256d stepV = _mm256_set1_pd(step);
   const __m256d top = _mm256_set1_pd(static_cast<double>(levelCount - 1));
   const auto loV = Broadcast(lo);
@@ -184,7 +188,8 @@ VOREL_AVX2 void PackRangeAvx2(const T* x, T lo, double step, int32_t levelCount,
       const __m128i w = _mm_packs_epi32(_mm256_castsi256_si128(c), _mm256_extracti128_si256(c, 1));
       _mm_storel_epi64(reinterpret_cast<__m128i*>(o), _mm_packus_epi16(w, w));
     } else if (bits == 1) {
-      o[0] = static_cast<uint8_t>(_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_slli_epi32(c, 31))));
+      o[0] =
+          static_cast<uint8_t>(_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_slli_epi32(c, 31))));
     } else {
       const int low = _mm256_movemask_ps(_mm256_castsi256_ps(_mm256_slli_epi32(c, 31)));
       const int high = _mm256_movemask_ps(_mm256_castsi256_ps(_mm256_slli_epi32(c, 30)));
@@ -197,8 +202,8 @@ VOREL_AVX2 void PackRangeAvx2(const T* x, T lo, double step, int32_t levelCount,
 
 // One packed byte from its samples, the plain way.
 template <typename T>
-uint8_t PackedByte(const T* x, T lo, double step, bool flat, const uint8_t* levels, int32_t levelCount,
-                   int32_t bits, int32_t d, uint8_t packed, int32_t j) {
+uint8_t PackedByte(const T* x, T lo, double step, bool flat, const uint8_t* levels,
+                   int32_t levelCount, int32_t bits, int32_t d, uint8_t packed, int32_t j) {
   auto level = [&](int32_t s) -> uint8_t {
     if (flat) return levels[0];
     const T v = x[s] - lo;
@@ -232,9 +237,9 @@ double StepOf(const BlockLimits<T>& l, int32_t levelCount) {
 }
 
 template <typename T>
-void QuantisePackRangeT(const T* x, const BlockLimits<T>& limits, int32_t bits, const uint8_t* levels,
-                        int32_t levelCount, int32_t decimation, uint8_t packed, int32_t firstByte,
-                        int32_t endByte, uint8_t* out) {
+void QuantisePackRangeT(const T* x, const BlockLimits<T>& limits, int32_t bits,
+                        const uint8_t* levels, int32_t levelCount, int32_t decimation,
+                        uint8_t packed, int32_t firstByte, int32_t endByte, uint8_t* out) {
   const int32_t d = decimation == 0 ? 1 : decimation;
   const double step = StepOf(limits, levelCount);
   const bool flat = !(step > 0.0);
@@ -252,12 +257,14 @@ void QuantisePackRangeT(const T* x, const BlockLimits<T>& limits, int32_t bits, 
     if (groups > 0) {
       const int32_t firstSample = j * perByte;
       const int32_t endSample = firstSample + 8 * groups;
-      PackRangeAvx2(x, limits.lo, step, levelCount, perByte, bits, packed, firstSample, endSample, out);
+      PackRangeAvx2(x, limits.lo, step, levelCount, perByte, bits, packed, firstSample, endSample,
+                    out);
       j += groups * bytesPerGroup;
     }
   }
 #endif
-  for (; j < endByte; ++j) out[j] = PackedByte(x, limits.lo, step, flat, levels, levelCount, bits, d, packed, j);
+  for (; j < endByte; ++j)
+    out[j] = PackedByte(x, limits.lo, step, flat, levels, levelCount, bits, d, packed, j);
 }
 
 }  // namespace
@@ -287,12 +294,14 @@ BlockLimits<double> MinMaxRange(const double* x, int32_t first, int32_t end) {
 void QuantisePackRange(const float* x, const BlockLimits<float>& limits, int32_t bits,
                        const uint8_t* levels, int32_t levelCount, int32_t decimation,
                        uint8_t outputPacked, int32_t firstByte, int32_t endByte, uint8_t* out) {
-  QuantisePackRangeT(x, limits, bits, levels, levelCount, decimation, outputPacked, firstByte, endByte, out);
+  QuantisePackRangeT(x, limits, bits, levels, levelCount, decimation, outputPacked, firstByte,
+                     endByte, out);
 }
 void QuantisePackRange(const double* x, const BlockLimits<double>& limits, int32_t bits,
                        const uint8_t* levels, int32_t levelCount, int32_t decimation,
                        uint8_t outputPacked, int32_t firstByte, int32_t endByte, uint8_t* out) {
-  QuantisePackRangeT(x, limits, bits, levels, levelCount, decimation, outputPacked, firstByte, endByte, out);
+  QuantisePackRangeT(x, limits, bits, levels, levelCount, decimation, outputPacked, firstByte,
+                     endByte, out);
 }
 
 int32_t PackedCount(int32_t n, int32_t bitsPerSample, int32_t decimation, uint8_t outputPacked) {
@@ -405,7 +414,8 @@ int32_t PackBlock(uint8_t* bytes, int32_t n, int32_t bitsPerSample, int32_t deci
     const int32_t count = (n / 4) / d;
     for (int32_t j = 0; j < count; ++j) {
       uint8_t b = 0;
-      for (int32_t m = 0; m < 4; ++m) b |= static_cast<uint8_t>((bytes[d * (4 * j + m)] & 3u) << (2 * m));
+      for (int32_t m = 0; m < 4; ++m)
+        b |= static_cast<uint8_t>((bytes[d * (4 * j + m)] & 3u) << (2 * m));
       bytes[j] = b;
     }
     return count;

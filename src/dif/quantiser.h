@@ -21,8 +21,8 @@ std::vector<uint8_t> LevelTable(int32_t levelCount);
 void QuantiseFloatBlock(int32_t bits, const float* samples, uint8_t* bytes, const uint8_t* levels,
                         int32_t n, int32_t levelCount);
 // Double form: the same without narrowing.
-void QuantiseDoubleBlock(int32_t bits, const double* samples, uint8_t* bytes,
-                         const uint8_t* levels, int32_t n, int32_t levelCount);
+void QuantiseDoubleBlock(int32_t bits, const double* samples, uint8_t* bytes, const uint8_t* levels,
+                         int32_t n, int32_t levelCount);
 // The plain loops, kept as the reference of the vector forms.
 void QuantiseFloatBlockPlain(int32_t bits, const float* samples, uint8_t* bytes,
                              const uint8_t* levels, int32_t n, int32_t levelCount);

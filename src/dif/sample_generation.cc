@@ -1,14 +1,13 @@
 #include "dif/sample_generation.h"
 
-#include <algorithm>
-#include <cmath>
-#include <chrono>
-#include <cstring>
-#include <functional>
-
+#include <fmt/format.h>
 #include <omp.h>
 
-#include <fmt/format.h>
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <functional>
 
 #include "dif/ca_code.h"
 #include "dif/noise.h"
@@ -62,9 +61,9 @@ struct PlannedPath {
 #if defined(__x86_64__)
 // sum[i] = ((start + p[first][i]) + p[first + 1][i] + ...) + noise[i], eight samples at a
 // time; start is sum[i] itself or 0.
-__attribute__((target("avx2"))) void ReduceAvx2(const std::vector<const float*>& parts, size_t first,
-                                                 bool fromSum, const float* noise, float* sum,
-                                                 int32_t lo, int32_t hi) {
+__attribute__((target("avx2"))) void ReduceAvx2(const std::vector<const float*>& parts,
+                                                size_t first, bool fromSum, const float* noise,
+                                                float* sum, int32_t lo, int32_t hi) {
   int32_t i = lo;
   const size_t count = parts.size();
   for (; i + 8 <= hi; i += 8) {
@@ -87,8 +86,13 @@ __attribute__((target("avx2"))) void ReduceAvx2(const std::vector<const float*>&
 class BlockEngine {
  public:
   BlockEngine(const DifSettings& s, RunBuffers& b, std::FILE* output, const GeneratorSpeed& speed)
-      : s_(s), b_(b), output_(output), speed_(speed), n_(s.SamplesPerMs),
-        levelCount_(LevelCount(s.BitsPerSample)), levels_(LevelTable(levelCount_)),
+      : s_(s),
+        b_(b),
+        output_(output),
+        speed_(speed),
+        n_(s.SamplesPerMs),
+        levelCount_(LevelCount(s.BitsPerSample)),
+        levels_(LevelTable(levelCount_)),
         count_(PackedCount(n_, s.BitsPerSample, s.Decimation, s.OutputPacked)) {
     threads_ = std::max(1, speed.threads);
     packed_.Allocate(static_cast<size_t>(std::max(count_, 1)));
@@ -143,7 +147,8 @@ class BlockEngine {
     float* sum = b_.sum.data();
     b_.sum.Zero();
     GaussianBlockPlain(0.0f, s_.NoiseSigma, b_.noise.data(), n_, seed);
-    for (const PlannedPath& p : paths) RunPathPlain(p.args, *ncos[p.channel], *feeds[p.channel], sum);
+    for (const PlannedPath& p : paths)
+      RunPathPlain(p.args, *ncos[p.channel], *feeds[p.channel], sum);
     const float* noise = b_.noise.data();
     for (int32_t i = 0; i < n_; ++i) sum[i] = sum[i] + noise[i];
     uint8_t* bytes = b_.bytes.data();
@@ -187,10 +192,11 @@ class BlockEngine {
 
 #if defined(__x86_64__)
   __attribute__((target("avx2"))) static void AddAvx2(float* sum, const float* noise, int32_t first,
-                                                        int32_t end) {
+                                                      int32_t end) {
     int32_t i = first;
     for (; i + 8 <= end; i += 8)
-      _mm256_storeu_ps(sum + i, _mm256_add_ps(_mm256_loadu_ps(sum + i), _mm256_loadu_ps(noise + i)));
+      _mm256_storeu_ps(sum + i,
+                       _mm256_add_ps(_mm256_loadu_ps(sum + i), _mm256_loadu_ps(noise + i)));
     for (; i < end; ++i) sum[i] = sum[i] + noise[i];
   }
 #endif
@@ -226,8 +232,10 @@ class BlockEngine {
                        const std::function<void()>& sideWork) {
     const int32_t channels = static_cast<int32_t>(ncos.size());
     firstPath_.assign(static_cast<size_t>(channels) + 1, static_cast<int32_t>(paths.size()));
-    for (int32_t j = static_cast<int32_t>(paths.size()) - 1; j >= 0; --j) firstPath_[paths[j].channel] = j;
-    for (int32_t c = channels - 1; c >= 0; --c) firstPath_[c] = std::min(firstPath_[c], firstPath_[c + 1]);
+    for (int32_t j = static_cast<int32_t>(paths.size()) - 1; j >= 0; --j)
+      firstPath_[paths[j].channel] = j;
+    for (int32_t c = channels - 1; c >= 0; --c)
+      firstPath_[c] = std::min(firstPath_[c], firstPath_[c + 1]);
 
     const int32_t groups = (n_ + 15) / 16;
     const int32_t chunk = 2048;
@@ -285,8 +293,9 @@ class BlockEngine {
             first = false;
           }
         if (direct > 0)
-          pathSeconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() /
-                         firstPath_[direct];
+          pathSeconds_ =
+              std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() /
+              firstPath_[direct];
       } else {
         for (int32_t c = direct; c < channels; ++c) {
           if (owner_[c] != me) continue;
@@ -297,7 +306,8 @@ class BlockEngine {
           const auto start = std::chrono::steady_clock::now();
           GaussianBlockGroups(0.0f, s_.NoiseSigma, b_.noise.data(), n_, seed, 0, groups);
           if (sideWork) sideWork();
-          extraSeconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+          extraSeconds_ =
+              std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         }
       }
       if (team == 1) {
@@ -543,7 +553,8 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
     const std::string text = issues.Describe(files.record ? files.record->path() : "");
     if (!text.empty()) ctx.messages.Warn(text);
   };
-  if (!files.record || !ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues) ||
+  if (!files.record ||
+      !ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues) ||
       !ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues)) {
     ctx.messages.Warn(fmt::format("record {} holds fewer than two epochs: no samples were made",
                                   files.record ? files.record->path() : ""));
@@ -582,7 +593,8 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
   bool readAhead = false, aheadOk = false;
   int32_t aheadTime = 0, aheadCount = 0;
   const std::function<void()> readNext = [&] {
-    aheadOk = ReadScnEpoch(*files.record, ctx.state.scnReader, record, aheadTime, aheadCount, issues);
+    aheadOk =
+        ReadScnEpoch(*files.record, ctx.state.scnReader, record, aheadTime, aheadCount, issues);
     readAhead = true;
   };
   const std::function<void()> nothing;
@@ -598,9 +610,10 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
       epochRead = ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues);
     }
     if (!epochRead) {
-      ctx.messages.Warn(fmt::format("record {} ended after {} ms of the {} asked for: the run ends "
-                                    "with the record",
-                                    files.record->path(), msDone, totalMs));
+      ctx.messages.Warn(
+          fmt::format("record {} ended after {} ms of the {} asked for: the run ends "
+                      "with the record",
+                      files.record->path(), msDone, totalMs));
       report.recordEnded = true;
       break;
     }
@@ -629,9 +642,12 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
         UpdateScintillation(prn, record.bubbleClass[prn - 1], s.ScintMode, s.ScintPrn, s.ScintStart,
                             seconds, files.scint, scint, g, thetaOff);
       const RangePair& range = record.codeRange[prn - 1];
-      const double dR = ((range.next - range.previous) * (n - 1)) / n + range.previous - range.previous;
+      const double dR =
+          ((range.next - range.previous) * (n - 1)) / n + range.previous - range.previous;
       const float rho = static_cast<float>(dR * kRangeRateToRho);
-      const float omega = (static_cast<float>(static_cast<double>(rho) * s.CarrierFrequency) + intermediate) * radPerHz;
+      const float omega =
+          (static_cast<float>(static_cast<double>(rho) * s.CarrierFrequency) + intermediate) *
+          radPerHz;
       if (c.syncAge == 0) {
         const float codePhase = AlignChannel(n, timeMs, feed.row, range.previous, base, c, feed);
         c.codeIndex = SaturatingInt(codePhase);
@@ -679,14 +695,16 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
       rowEnded = rowEnded || f.pastRow;
       if (f.beforeRow && !warnedBefore) {
         warnedBefore = true;
-        ctx.messages.Warn("a satellite's signal at the start of the run was sent before the first "
-                          "bit of its navigation file: those bits are sent as +1");
+        ctx.messages.Warn(
+            "a satellite's signal at the start of the run was sent before the first "
+            "bit of its navigation file: those bits are sent as +1");
       }
     }
     if (rowEnded) {
-      ctx.messages.Warn(fmt::format("the navigation bits (1740 s from the 12.5-minute frame of the "
-                                    "run's start) ran out after {} ms: the run ends there",
-                                    msDone + 1));
+      ctx.messages.Warn(
+          fmt::format("the navigation bits (1740 s from the 12.5-minute frame of the "
+                      "run's start) ran out after {} ms: the run ends there",
+                      msDone + 1));
       report.rowEnded = true;
       break;
     }
@@ -726,7 +744,8 @@ int GenerateTestSamples(const DifSettings& s, RunBuffers& b, ScintillationState&
 
   const double fd = s.TestDopplerOn != 0 ? s.TestDoppler : 0.0;
   const float rho = static_cast<float>(fd / s.CarrierFrequency);
-  const float omega = (kTwoPiFloat / static_cast<float>(s.SamplingFrequency)) * static_cast<float>(s.IfFrequency + fd);
+  const float omega = (kTwoPiFloat / static_cast<float>(s.SamplingFrequency)) *
+                      static_cast<float>(s.IfFrequency + fd);
   const int32_t rate = s.ScintRate == 0 ? 1 : s.ScintRate;
   scint.scintPeriod = 1000 / rate;
   if (s.ScintMode > 0) {
@@ -738,7 +757,9 @@ int GenerateTestSamples(const DifSettings& s, RunBuffers& b, ScintillationState&
   c.navBit = 1;
   BitFeed feed;
   const int32_t mode = s.TestDataOn != 0 ? s.TestDataMode : 0;
-  feed.kind = mode == 1 ? BitFeed::Kind::kAlternate : mode == 2 ? BitFeed::Kind::kFile : BitFeed::Kind::kAllOnes;
+  feed.kind = mode == 1   ? BitFeed::Kind::kAlternate
+              : mode == 2 ? BitFeed::Kind::kFile
+                          : BitFeed::Kind::kAllOnes;
   if (mode == 2) {
     ctx.state.navBitTable.EnsureAllocated();
     feed.row = ctx.state.navBitTable.Row(0);
@@ -762,7 +783,8 @@ int GenerateTestSamples(const DifSettings& s, RunBuffers& b, ScintillationState&
     const uint32_t seed = static_cast<uint32_t>(platform::CrtRand(ctx.rand));
     float g = 1.0f, thetaOff = 0.0f;
     if (s.ScintMode > 0)
-      UpdateScintillation(s.TestPrn, 0, 2, s.TestPrn, s.ScintStart, seconds, files.scint, scint, g, thetaOff);
+      UpdateScintillation(s.TestPrn, 0, 2, s.TestPrn, s.ScintStart, seconds, files.scint, scint, g,
+                          thetaOff);
     float d = 0.0f;
     paths.clear();
     ncos.assign(1, &c);
@@ -794,9 +816,10 @@ int GenerateTestSamples(const DifSettings& s, RunBuffers& b, ScintillationState&
     StepScintCounter(s.ScintMode, scint);
     report.blocks += 1;
     if (feed.pastRow) {
-      ctx.messages.Warn(fmt::format("the navigation bits of the test signal ran out after {} ms: "
-                                    "the run ends there",
-                                    msDone + 1));
+      ctx.messages.Warn(
+          fmt::format("the navigation bits of the test signal ran out after {} ms: "
+                      "the run ends there",
+                      msDone + 1));
       report.rowEnded = true;
       break;
     }

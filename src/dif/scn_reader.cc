@@ -1,8 +1,8 @@
 #include "dif/scn_reader.h"
 
-#include <algorithm>
-
 #include <fmt/format.h>
+
+#include <algorithm>
 
 #include "platform/scan.h"
 
@@ -50,7 +50,8 @@ bool ReadScnEpoch(platform::LineReader& file, ScnReaderStatics& statics, RecordS
     }
     int32_t prn = 0, bubble = 0;
     double code = 0.0, carrier = 0.0;
-    const bool whole = platform::ScanLine(line, "%s>%d%f%f%d", {&prn, &code, &carrier, &bubble}) == 4;
+    const bool whole =
+        platform::ScanLine(line, "%s>%d%f%f%d", {&prn, &code, &carrier, &bubble}) == 4;
     if (j >= 32) {
       note(issues.extraChannels);
       continue;

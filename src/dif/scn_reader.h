@@ -26,10 +26,10 @@ struct RecordState {
 
 // What the reader met and worked around, for one warning at the end of a run.
 struct ScnReadIssues {
-  int32_t unreadLines = 0;     // satellite lines that did not scan in full
-  int32_t prnOutOfRange = 0;   // PRNs outside 1..32: their lines are skipped
-  int32_t extraChannels = 0;   // channels beyond the 32 list slots: read and dropped
-  int32_t firstLine = 0;       // line number of the first such line
+  int32_t unreadLines = 0;    // satellite lines that did not scan in full
+  int32_t prnOutOfRange = 0;  // PRNs outside 1..32: their lines are skipped
+  int32_t extraChannels = 0;  // channels beyond the 32 list slots: read and dropped
+  int32_t firstLine = 0;      // line number of the first such line
   std::string Describe(const std::string& path) const;
 };
 

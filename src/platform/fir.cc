@@ -19,12 +19,16 @@ double WindowValue(FirWindow window, int k, int count) {
   const double c = 0.5 * static_cast<double>(count - 1);
   const double x = (static_cast<double>(k) - c) / c;
   switch (window) {
-    case FirWindow::kBartlett: return 1.0 - std::fabs(x);
+    case FirWindow::kBartlett:
+      return 1.0 - std::fabs(x);
     case FirWindow::kBlackman:
       return 0.42 + 0.5 * std::cos(kPi * x) + 0.08 * std::cos(2.0 * kPi * x);
-    case FirWindow::kHamming: return 0.54 + 0.46 * std::cos(kPi * x);
-    case FirWindow::kHann: return 0.5 + 0.5 * std::cos(kPi * x);
-    case FirWindow::kRectangular: return 1.0;
+    case FirWindow::kHamming:
+      return 0.54 + 0.46 * std::cos(kPi * x);
+    case FirWindow::kHann:
+      return 0.5 + 0.5 * std::cos(kPi * x);
+    case FirWindow::kRectangular:
+      return 1.0;
   }
   return 1.0;
 }
@@ -51,8 +55,8 @@ void KeepHistory(const std::vector<double>& ext, FirState& state) {
 }
 
 #if defined(__x86_64__)
-__attribute__((target("avx2"))) void FilterAvx2(const double* ext, const double* taps,
-                                                  int tapCount, double* out, int count) {
+__attribute__((target("avx2"))) void FilterAvx2(const double* ext, const double* taps, int tapCount,
+                                                double* out, int count) {
   const int past = tapCount - 1;
   int i = 0;
   for (; i + 4 <= count; i += 4) {
@@ -75,7 +79,7 @@ __attribute__((target("avx2"))) void FilterAvx2(const double* ext, const double*
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 __attribute__((target("avx512f"))) void FilterAvx512(const double* ext, const double* taps,
-                                                      int tapCount, double* out, int count) {
+                                                     int tapCount, double* out, int count) {
   const int past = tapCount - 1;
   int i = 0;
   for (; i + 8 <= count; i += 8) {

@@ -18,7 +18,13 @@
 namespace vorel::platform {
 
 // The window numbers of the numeric library the settings were written for.
-enum class FirWindow : int32_t { kBartlett = 0, kBlackman = 1, kHamming = 2, kHann = 3, kRectangular = 4 };
+enum class FirWindow : int32_t {
+  kBartlett = 0,
+  kBlackman = 1,
+  kHamming = 2,
+  kHann = 3,
+  kRectangular = 4
+};
 
 // Returns 0, or -1 (taps untouched) when tapCount < 1 or the corners are not
 // 0 <= low < high <= 0.5 or the window is unknown.

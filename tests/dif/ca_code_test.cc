@@ -1,9 +1,9 @@
 #include "dif/ca_code.h"
 
+#include <gtest/gtest.h>
+
 #include <numeric>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 namespace vorel::dif {
 namespace {
@@ -17,10 +17,10 @@ constexpr int kFirstTenOctal[32] = {01440, 01620, 01710, 01744, 01133, 01455, 01
 
 // A second way to make the code: the G2 register read through the two phase-selector taps
 // of each PRN (instead of the delay), in 0/1 bits.
-constexpr int kG2Taps[32][2] = {{2, 6}, {3, 7}, {4, 8}, {5, 9}, {1, 9}, {2, 10}, {1, 8}, {2, 9},
-                                {3, 10}, {2, 3}, {3, 4}, {5, 6}, {6, 7}, {7, 8}, {8, 9}, {9, 10},
-                                {1, 4}, {2, 5}, {3, 6}, {4, 7}, {5, 8}, {6, 9}, {1, 3}, {4, 6},
-                                {5, 7}, {6, 8}, {7, 9}, {8, 10}, {1, 6}, {2, 7}, {3, 8}, {4, 9}};
+constexpr int kG2Taps[32][2] = {{2, 6},  {3, 7}, {4, 8}, {5, 9},  {1, 9}, {2, 10}, {1, 8}, {2, 9},
+                                {3, 10}, {2, 3}, {3, 4}, {5, 6},  {6, 7}, {7, 8},  {8, 9}, {9, 10},
+                                {1, 4},  {2, 5}, {3, 6}, {4, 7},  {5, 8}, {6, 9},  {1, 3}, {4, 6},
+                                {5, 7},  {6, 8}, {7, 9}, {8, 10}, {1, 6}, {2, 7},  {3, 8}, {4, 9}};
 
 std::vector<int> TapCode(int prn) {
   int g1[11], g2[11];
@@ -56,7 +56,8 @@ TEST(CaCode, WholeCodeAgreesWithThePhaseSelectorForm) {
     int32_t chips[kChipsPerCode];
     CaCodeChips(prn - 1, chips);
     const std::vector<int> bits = TapCode(prn);
-    for (int c = 0; c < kChipsPerCode; ++c) ASSERT_EQ(chips[c], 2 * bits[c] - 1) << "PRN " << prn << " chip " << c;
+    for (int c = 0; c < kChipsPerCode; ++c)
+      ASSERT_EQ(chips[c], 2 * bits[c] - 1) << "PRN " << prn << " chip " << c;
   }
   EXPECT_EQ(kG2Delay[31], 862);
   int32_t chips[kChipsPerCode];
@@ -111,9 +112,16 @@ TEST(CaCode, FreeEntryRateNeverIndexesPastTheCode) {
 }
 
 TEST(CaCode, SignalChoiceOnlySetsTheSecondaryOptions) {
-  struct Row { const char* name; int a; bool aDim; int b; bool bDim; };
-  const Row rows[] = {{"CA", 0, true, 0, true},   {"L1C", 0, true, 1, false}, {"L2C", 0, true, 0, true},
-                      {"L5", 0, true, 0, true},   {"SP1", 1, false, 0, true}, {"SP2", 1, false, 0, true},
+  struct Row {
+    const char* name;
+    int a;
+    bool aDim;
+    int b;
+    bool bDim;
+  };
+  const Row rows[] = {{"CA", 0, true, 0, true},   {"L1C", 0, true, 1, false},
+                      {"L2C", 0, true, 0, true},  {"L5", 0, true, 0, true},
+                      {"SP1", 1, false, 0, true}, {"SP2", 1, false, 0, true},
                       {"BOC", 0, true, 1, false}};
   for (const Row& r : rows) {
     SignalChoice choice;

@@ -2,6 +2,9 @@
 // satellite the .scn record holds above 10 degrees, and with matching IODC/IODE and a minute
 // of signal compute a fix on the scenario's receiver.
 
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -9,9 +12,6 @@
 #include <map>
 #include <set>
 #include <sstream>
-
-#include <fmt/format.h>
-#include <gtest/gtest.h>
 
 #include "dif_scenario.h"
 
@@ -21,7 +21,8 @@ namespace {
 std::filesystem::path CheckScript() { return SharedDir() / "tools" / "gnss-sdr" / "check-dif.sh"; }
 
 bool HaveReceiver() {
-  return std::filesystem::exists(CheckScript()) && std::system("command -v gnss-sdr >/dev/null 2>&1") == 0;
+  return std::filesystem::exists(CheckScript()) &&
+         std::system("command -v gnss-sdr >/dev/null 2>&1") == 0;
 }
 
 // Runs the check script; returns the receiver summary's lines, the last being JSON.
@@ -108,7 +109,8 @@ TEST(DifRealClient, EverySatelliteAboveTenDegreesIsTrackedAndDecoded) {
   }
   EXPECT_GE(above, 4);
   // Nothing is tracked that the record does not hold.
-  for (int prn : tracked) EXPECT_TRUE(elevations.count(prn)) << "PRN " << prn << " is not in the record";
+  for (int prn : tracked)
+    EXPECT_TRUE(elevations.count(prn)) << "PRN " << prn << " is not in the record";
 }
 
 TEST(DifRealClient, PositionFixWithinThirtyMetres) {
@@ -124,16 +126,17 @@ TEST(DifRealClient, PositionFixWithinThirtyMetres) {
   ASSERT_EQ(app::RunDif(s, "", outcome), 0);
   ASSERT_EQ(outcome.report.blocks, 60000);
   const app::ScenarioSettings& scn = s.settings.scenario;
-  const std::string summary = RunCheck(
-      dir / "rec.bin", dir / "receiver",
-      fmt::format("--iono-model OFF --trop-model OFF --ref {},{},{}", scn.ReceiverLatitude,
-                  scn.ReceiverLongitude, scn.ReceiverAltitude));
+  const std::string summary =
+      RunCheck(dir / "rec.bin", dir / "receiver",
+               fmt::format("--iono-model OFF --trop-model OFF --ref {},{},{}", scn.ReceiverLatitude,
+                           scn.ReceiverLongitude, scn.ReceiverAltitude));
   std::cout << summary;
   const auto facts = Facts(dir / "receiver");
   EXPECT_GT(std::stoi(facts.at("fixes")), 0);
   const double horizontal = std::stod(facts.at("horizontal"));
   const double up = std::stod(facts.at("up"));
-  EXPECT_LT(std::hypot(horizontal, up), 30.0) << "horizontal " << horizontal << " m, up " << up << " m";
+  EXPECT_LT(std::hypot(horizontal, up), 30.0)
+      << "horizontal " << horizontal << " m, up " << up << " m";
 }
 
 }  // namespace

@@ -3,14 +3,14 @@
 // files of PRN 1 to 32, an observation run that writes a .scn record at 1 ms (and, when
 // asked, a .srv record at 1 s for the elevations), then the DIF run.
 
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "app/dif_command.h"
 #include "app/scenario_runs.h"
@@ -37,10 +37,12 @@ inline DifScenario MakeDifScenario(const std::filesystem::path& dir,
   sc.session->messages = platform::Messages::Silent();
   app::GlobalOptions options;
   options.dataDir = (dir / "VLD").string();
-  options.assignments = {
-      "OrbitFile=" + (DataDir() / "examples" / "yuma147.txt").string(),
-      "ObservationInterval=1", "RecordType=5", "ScenarioDuration=1", "atmosphereEnabled=0",
-      "ObservationOutputFile=" + (dir / "VLD" / "rec.scn").string()};
+  options.assignments = {"OrbitFile=" + (DataDir() / "examples" / "yuma147.txt").string(),
+                         "ObservationInterval=1",
+                         "RecordType=5",
+                         "ScenarioDuration=1",
+                         "atmosphereEnabled=0",
+                         "ObservationOutputFile=" + (dir / "VLD" / "rec.scn").string()};
   options.assignments.insert(options.assignments.end(), extra.begin(), extra.end());
   std::string error;
   EXPECT_EQ(app::StartUp(*sc.session, options, error), 0) << error;
@@ -64,10 +66,9 @@ inline DifScenario MakeDifScenario(const std::filesystem::path& dir,
   nav.ScenarioMinute = scn.ScenarioMinute;
   nav.ScenarioSecond = scn.ScenarioSecond;
   nav.LeapSeconds = scn.LeapSeconds;
-  EXPECT_EQ(navmsg::GEN_NAV_MULTI(nav, s.constellation, sc.dataDir, s.navMessage, s.messages,
-                                  [&](double sow, int32_t week) {
-                                    app::RedateOrbits(s.constellation, sow, week);
-                                  }),
+  EXPECT_EQ(navmsg::GEN_NAV_MULTI(
+                nav, s.constellation, sc.dataDir, s.navMessage, s.messages,
+                [&](double sow, int32_t week) { app::RedateOrbits(s.constellation, sow, week); }),
             0);
   EXPECT_EQ(app::RunObservationSim(s), 0);
   return sc;
@@ -76,13 +77,15 @@ inline DifScenario MakeDifScenario(const std::filesystem::path& dir,
 // Elevations (degrees) of the satellites in the first epoch of an observation run at 1 s
 // with a .srv record, on a fresh session with the same settings.
 inline std::map<int, double> FirstEpochElevations(const std::filesystem::path& dir,
-                                                   const std::vector<std::string>& extra) {
+                                                  const std::vector<std::string>& extra) {
   auto session = app::Session::Create();
   session->messages = platform::Messages::Silent();
   app::GlobalOptions options;
   options.dataDir = (dir / "VLD").string();
   options.assignments = {"OrbitFile=" + (DataDir() / "examples" / "yuma147.txt").string(),
-                         "ObservationInterval=1000", "RecordType=4", "ScenarioDuration=1",
+                         "ObservationInterval=1000",
+                         "RecordType=4",
+                         "ScenarioDuration=1",
                          "atmosphereEnabled=0",
                          "ObservationOutputFile=" + (dir / "VLD" / "rec.srv").string()};
   options.assignments.insert(options.assignments.end(), extra.begin(), extra.end());

@@ -2,26 +2,27 @@
 // record. An acquisition of our own finds each satellite of the record where the record
 // puts it; runs repeat byte for byte, whichever form of the loop makes them.
 
+#include "dif_scenario.h"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <complex>
 #include <random>
 #include <sstream>
 
-#include <fmt/format.h>
-#include <gtest/gtest.h>
-
 #include "dif/dif_run.h"
-#include "dif_scenario.h"
 
 namespace vorel::test {
 namespace {
 
 // The C/A code from the G2 phase-selector taps, 0/1 bits, for the replica.
 std::vector<int> ReplicaCode(int prn) {
-  static constexpr int kTaps[32][2] = {{2, 6}, {3, 7}, {4, 8}, {5, 9}, {1, 9}, {2, 10}, {1, 8}, {2, 9},
-                                       {3, 10}, {2, 3}, {3, 4}, {5, 6}, {6, 7}, {7, 8}, {8, 9}, {9, 10},
-                                       {1, 4}, {2, 5}, {3, 6}, {4, 7}, {5, 8}, {6, 9}, {1, 3}, {4, 6},
-                                       {5, 7}, {6, 8}, {7, 9}, {8, 10}, {1, 6}, {2, 7}, {3, 8}, {4, 9}};
+  static constexpr int kTaps[32][2] = {
+      {2, 6}, {3, 7}, {4, 8}, {5, 9}, {1, 9},  {2, 10}, {1, 8}, {2, 9}, {3, 10}, {2, 3}, {3, 4},
+      {5, 6}, {6, 7}, {7, 8}, {8, 9}, {9, 10}, {1, 4},  {2, 5}, {3, 6}, {4, 7},  {5, 8}, {6, 9},
+      {1, 3}, {4, 6}, {5, 7}, {6, 8}, {7, 9},  {8, 10}, {1, 6}, {2, 7}, {3, 8},  {4, 9}};
   int g1[11], g2[11];
   for (int s = 1; s <= 10; ++s) g1[s] = g2[s] = 1;
   std::vector<int> bits(1023);
@@ -187,8 +188,8 @@ TEST(DifScenario, EveryFormOfTheLoopWritesThePlainLoopsBytes) {
   // Ten columns a line; the halves of the doubles make wild amplitudes and phases.
   std::string scint;
   for (int line = 0; line < 400; ++line)
-    scint += fmt::format("{} {} 0.5 0.25 {} {} 0.125 1.0 0.0 0.75\n", 0.001 * line, 1.0 - 0.001 * line,
-                         0.3 * line, 0.9);
+    scint += fmt::format("{} {} 0.5 0.25 {} {} 0.125 1.0 0.0 0.75\n", 0.001 * line,
+                         1.0 - 0.001 * line, 0.3 * line, 0.9);
   WriteFile(dir / "scint.txt", scint);
   for (const Config& c : configs) {
     const bool scintOn = std::string(c.name) == "scintillation";
@@ -203,7 +204,8 @@ TEST(DifScenario, EveryFormOfTheLoopWritesThePlainLoopsBytes) {
     s.settings.dif.OutputPacked = c.packed;
     s.settings.dif.Decimation = c.decimation;
     s.settings.dif.MultipathOn = c.multipath ? 1 : 0;
-    s.settings.dif.MultipathTable = {{"y", "", 2, 0.5, 3000.0, 0.0}, {"", "", 3, 0.3, 1000.0, 0.1},
+    s.settings.dif.MultipathTable = {{"y", "", 2, 0.5, 3000.0, 0.0},
+                                     {"", "", 3, 0.3, 1000.0, 0.1},
                                      {"y", "", 2, 0.2, 9000.0, 0.0}};
     const std::string plain = RunVariant(s, dir / "plain.bin", rand, {false, 1});
     ASSERT_FALSE(plain.empty());
@@ -239,7 +241,9 @@ TEST(DifScenario, RecordShorterThanTheRunEndsItWithAWarning) {
     std::string line;
     int epochsSeen = 0;
     while (std::getline(in, line)) {
-      if (line.find("  ") == std::string::npos && line.find(' ') == std::string::npos && ++epochsSeen > 12) break;
+      if (line.find("  ") == std::string::npos && line.find(' ') == std::string::npos &&
+          ++epochsSeen > 12)
+        break;
       text += line + "\n";
     }
   }
@@ -277,11 +281,13 @@ TEST(DifScenario, AbsurdRecordValuesMakeNoCrash) {
     sc.session->settings.dif.DifThreads = threads;
     dif::DifRunOutcome outcome;
     ASSERT_EQ(app::RunDif(*sc.session, "", outcome), 0);
-    EXPECT_EQ(std::filesystem::file_size(dir / "absurd.bin"), static_cast<uintmax_t>(outcome.report.blocks) * 4092u);
+    EXPECT_EQ(std::filesystem::file_size(dir / "absurd.bin"),
+              static_cast<uintmax_t>(outcome.report.blocks) * 4092u);
     EXPECT_TRUE(outcome.report.recordEnded);
   }
   bool skipped = false;
-  for (const std::string& w : warnings) skipped = skipped || w.find("outside 1 to 32") != std::string::npos;
+  for (const std::string& w : warnings)
+    skipped = skipped || w.find("outside 1 to 32") != std::string::npos;
   EXPECT_TRUE(skipped);
 }
 

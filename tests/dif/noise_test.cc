@@ -1,11 +1,11 @@
 #include "dif/noise.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 namespace vorel::dif {
 namespace {
@@ -17,7 +17,8 @@ TEST(Noise, VectorFormGivesTheNumbersOfThePlainLoop) {
       GaussianBlockPlain(0.5f, 9.0f, a.data(), n, seed);
       GaussianBlockFromSeed(0.5f, 9.0f, b.data(), n, seed);
       for (int32_t i = 0; i < n; ++i)
-        ASSERT_EQ(std::memcmp(&a[i], &b[i], sizeof(float)), 0) << "n " << n << " seed " << seed << " i " << i;
+        ASSERT_EQ(std::memcmp(&a[i], &b[i], sizeof(float)), 0)
+            << "n " << n << " seed " << seed << " i " << i;
     }
   }
 }
@@ -28,8 +29,10 @@ TEST(Noise, PiecesOfABlockGiveTheWholeBlocksNumbers) {
     std::vector<float> whole(n), groupwise(n), pieces(n);
     GaussianBlockPlain(0.0f, 3.0f, whole.data(), n, 777);
     const int32_t groups = (n + 15) / 16;
-    for (int32_t g = 0; g < groups; ++g) GaussianBlockGroups(0.0f, 3.0f, groupwise.data(), n, 777, g, g + 1);
-    for (int32_t g = 0; g < groups; g += 7) GaussianBlockGroups(0.0f, 3.0f, pieces.data(), n, 777, g, std::min(groups, g + 7));
+    for (int32_t g = 0; g < groups; ++g)
+      GaussianBlockGroups(0.0f, 3.0f, groupwise.data(), n, 777, g, g + 1);
+    for (int32_t g = 0; g < groups; g += 7)
+      GaussianBlockGroups(0.0f, 3.0f, pieces.data(), n, 777, g, std::min(groups, g + 7));
     ASSERT_EQ(std::memcmp(whole.data(), groupwise.data(), sizeof(float) * n), 0) << n;
     ASSERT_EQ(std::memcmp(whole.data(), pieces.data(), sizeof(float) * n), 0) << n;
   }
@@ -40,7 +43,8 @@ TEST(Noise, OwnLogarithmAndSineAgreeWithTheLibrary) {
   for (int k = 1; k <= (1 << 24); k += 97) {
     const float u = static_cast<float>(k) * 5.9604644775390625e-08f;
     const double expected = std::log(static_cast<double>(u));
-    worstLog = std::max(worstLog, std::fabs(NoiseLog(u) - expected) / std::max(1e-3, std::fabs(expected)));
+    worstLog =
+        std::max(worstLog, std::fabs(NoiseLog(u) - expected) / std::max(1e-3, std::fabs(expected)));
   }
   EXPECT_LT(worstLog, 3e-7);
   EXPECT_EQ(NoiseLog(1.0f), 0.0f);
@@ -51,7 +55,8 @@ TEST(Noise, OwnLogarithmAndSineAgreeWithTheLibrary) {
       float s, c;
       NoiseSinCos(octant, f, s, c);
       const double angle = (octant + static_cast<double>(f)) * 0.78539816339744831;
-      worstTrig = std::max({worstTrig, std::fabs(s - std::sin(angle)), std::fabs(c - std::cos(angle))});
+      worstTrig =
+          std::max({worstTrig, std::fabs(s - std::sin(angle)), std::fabs(c - std::cos(angle))});
     }
   }
   EXPECT_LT(worstTrig, 2e-7);

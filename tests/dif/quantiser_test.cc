@@ -1,12 +1,12 @@
 #include "dif/quantiser.h"
 
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <limits>
 #include <random>
 #include <type_traits>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 namespace vorel::dif {
 namespace {
@@ -25,7 +25,8 @@ TEST(Quantiser, LevelsSpanTheBlocksOwnRange) {
   EXPECT_EQ(LevelCount(3), 8);
   EXPECT_EQ(LevelCount(9), 512);
   // 2 bits over 0..4: cells of 1; the maximum lands on 4 and is folded to 3.
-  EXPECT_EQ(Quantise({0, 1, 2, 3, 4, 0.999f, 2.5f}, 2), (std::vector<uint8_t>{0, 1, 2, 3, 3, 0, 2}));
+  EXPECT_EQ(Quantise({0, 1, 2, 3, 4, 0.999f, 2.5f}, 2),
+            (std::vector<uint8_t>{0, 1, 2, 3, 3, 0, 2}));
   // 1 bit: the threshold is the block's mid-range (1.0 here), not zero.
   EXPECT_EQ(Quantise({-1.0f, 0.9f, 1.1f, 3.0f, 0.5f}, 1), (std::vector<uint8_t>{0, 0, 1, 1, 0}));
   // Offsets do not matter: the same block shifted quantises the same.
@@ -114,14 +115,17 @@ void ExpectFusedMatchesPlain(const std::vector<T>& x, int bits, int decimation, 
   ASSERT_EQ(count, PackedCount(n, bits, decimation, packed));
   // Limits in pieces of 1000 samples, bytes in pieces of 333.
   BlockLimits<T> limits = MinMaxRange(x.data(), 0, std::min(n, 1000));
-  for (int32_t lo = 1000; lo < n; lo += 1000) CombineLimits(limits, MinMaxRange(x.data(), lo, std::min(n, lo + 1000)));
+  for (int32_t lo = 1000; lo < n; lo += 1000)
+    CombineLimits(limits, MinMaxRange(x.data(), lo, std::min(n, lo + 1000)));
   std::vector<uint8_t> fused(count + 1, 0xAB);
   for (int32_t j = 0; j < count; j += 333)
-    QuantisePackRange(x.data(), limits, bits, levels.data(), L, decimation, packed, j, std::min(count, j + 333), fused.data());
+    QuantisePackRange(x.data(), limits, bits, levels.data(), L, decimation, packed, j,
+                      std::min(count, j + 333), fused.data());
   EXPECT_EQ(fused[count], 0xAB);  // nothing written past the block's bytes
   fused.resize(count);
   plain.resize(count);
-  EXPECT_EQ(fused, plain) << bits << " bits, D " << decimation << ", packed " << int(packed) << ", n " << n;
+  EXPECT_EQ(fused, plain) << bits << " bits, D " << decimation << ", packed " << int(packed)
+                          << ", n " << n;
 }
 
 TEST(Quantiser, FusedQuantiserAndPackerGiveThePlainBytes) {

@@ -1,11 +1,11 @@
 #include "dif/sample_generation.h"
 
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <cstring>
 #include <random>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "dif/ca_code.h"
 #include "dif/dif_run.h"
@@ -112,10 +112,11 @@ TEST(SampleGeneration, ScintillationValuesLandAsDoublesOverTwoFloatSlots) {
 
 TEST(SampleGeneration, ScnReaderHandsBackTheEpochBeforeWithTheNewestList) {
   ScratchDir dir("scn");
-  test::WriteFile(dir / "r.scn",
-                  "1000\n  2\n5    20000000.000    20000000.000  0  \n7    21000000.000    21000000.000  1  \n"
-                  "1001\n  3\n5    20000001.000    20000001.000  0  \n7    21000002.000    21000002.000  1  \n"
-                  "9    22000000.000    22000000.000  2  \n");
+  test::WriteFile(
+      dir / "r.scn",
+      "1000\n  2\n5    20000000.000    20000000.000  0  \n7    21000000.000    21000000.000  1  \n"
+      "1001\n  3\n5    20000001.000    20000001.000  0  \n7    21000002.000    21000002.000  1  \n"
+      "9    22000000.000    22000000.000  2  \n");
   platform::LineReader file(dir / "r.scn");
   ScnReaderStatics statics;
   RecordState rec;
@@ -126,7 +127,7 @@ TEST(SampleGeneration, ScnReaderHandsBackTheEpochBeforeWithTheNewestList) {
   EXPECT_EQ(count, 0);
   ASSERT_TRUE(ReadScnEpoch(file, statics, rec, t, count, issues));
   EXPECT_EQ(t, 1000);
-  EXPECT_EQ(count, 2);  // the epoch in previous
+  EXPECT_EQ(count, 2);           // the epoch in previous
   EXPECT_EQ(rec.prnList[2], 9);  // the list is already the newest
   EXPECT_EQ(rec.codeRange[4].previous, 20000000.0);
   EXPECT_EQ(rec.codeRange[4].next, 20000001.0);
@@ -181,7 +182,8 @@ TEST(SampleGeneration, FastPathKernelMatchesThePlainLoop) {
       a.wide = trial % 2 == 1;
       RunPathPlain(a, c, f, s1.data());
       RunPathFast(a, c2, f2, s2.data());
-      ASSERT_EQ(std::memcmp(s1.data(), s2.data(), sizeof(float) * n), 0) << "n " << n << " trial " << trial;
+      ASSERT_EQ(std::memcmp(s1.data(), s2.data(), sizeof(float) * n), 0)
+          << "n " << n << " trial " << trial;
       EXPECT_EQ(c.carrierPhase, c2.carrierPhase);
       EXPECT_EQ(c.codeFraction, c2.codeFraction);
       EXPECT_EQ(c.codeIndex, c2.codeIndex);
@@ -194,7 +196,8 @@ TEST(SampleGeneration, FastPathKernelMatchesThePlainLoop) {
 }
 
 // A test-signal run into a scratch directory; returns the file's bytes.
-std::string RunTest(const DifPanelValues& p, const std::filesystem::path& dir, GeneratorReport* report = nullptr,
+std::string RunTest(const DifPanelValues& p, const std::filesystem::path& dir,
+                    GeneratorReport* report = nullptr,
                     platform::Messages messages = platform::Messages::Silent(),
                     std::atomic<uint8_t>* runActive = nullptr) {
   DifState state;
@@ -204,8 +207,8 @@ std::string RunTest(const DifPanelValues& p, const std::filesystem::path& dir, G
   paths.output = dir / "test.bin";
   paths.dataDir = dir;
   DifRunOutcome outcome;
-  RunDifGeneration(p, paths, state, rand, runActive ? *runActive : active, messages, GeneratorSpeed{},
-                   outcome);
+  RunDifGeneration(p, paths, state, rand, runActive ? *runActive : active, messages,
+                   GeneratorSpeed{}, outcome);
   if (report) *report = outcome.report;
   return test::ReadFile(paths.output);
 }
@@ -217,7 +220,7 @@ TEST(SampleGeneration, BitEdgesFallOnCodeEpochs) {
   p.TestPrn = 7;
   p.TestCarrierOn = 0;
   p.TestDataOn = 1;
-  p.TestDataMode = 1;  // alternating bits
+  p.TestDataMode = 1;      // alternating bits
   p.SignalPower = -150.0;  // no noise
   p.BitsPerSample = 1;
   p.OutputPacked = "Direct";

@@ -1,11 +1,11 @@
 #include "platform/fir.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
 #include <random>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 namespace vorel::platform {
 namespace {
@@ -25,10 +25,10 @@ TEST(Fir, BandPassHasUnitGainAtItsCentreAndAttenuatesOutside) {
   }
   double taps[27];
   FirGenBandpass(low, high, taps, 27, FirWindow::kHamming, true);
-  EXPECT_LT(FirGain(taps, 27, 0.0), 0.01);   // -40 dB at DC
-  EXPECT_LT(FirGain(taps, 27, 0.5), 0.01);   // and at half the sampling rate
+  EXPECT_LT(FirGain(taps, 27, 0.0), 0.01);  // -40 dB at DC
+  EXPECT_LT(FirGain(taps, 27, 0.5), 0.01);  // and at half the sampling rate
   EXPECT_LT(FirGain(taps, 27, 0.03), 0.02);
-  EXPECT_GT(FirGain(taps, 27, 0.22), 0.9);   // inside the band
+  EXPECT_GT(FirGain(taps, 27, 0.22), 0.9);  // inside the band
   // Blackman's first tap is 0.42 - 0.5 + 0.08 = 0; Bartlett's ends are 0 too.
   FirGenBandpass(low, high, taps, 27, FirWindow::kBlackman, false);
   EXPECT_NEAR(taps[0], 0.0, 1e-17);
@@ -66,7 +66,8 @@ TEST(Fir, MemoryCarriesAcrossBlocksAndTheFastFormMatchesBitForBit) {
     // The three-step form, outputs computed in uneven pieces.
     double* ext = FirBegin(pieces, size);
     for (int i = 0; i < size; ++i) ext[FirPast(pieces) + i] = x[pos + i];
-    for (int first = 0; first < size; first += 13) FirRange(pieces, ext, c.data() + pos, first, std::min(size, first + 13));
+    for (int first = 0; first < size; first += 13)
+      FirRange(pieces, ext, c.data() + pos, first, std::min(size, first + 13));
     FirEnd(pieces);
     pos += size;
   }
