@@ -249,42 +249,32 @@ class BlockEngine {
     double* f = b_.filterBuffer.data();
     const int32_t byteChunk = 1024;
     const int32_t byteChunks = (count_ + byteChunk - 1) / byteChunk;
-    BlockLimits<float> fl{};
-    BlockLimits<double> dl{};
+    // Roles, planned before the threads start: role 0 takes the first channels straight into
+    // the sum, roles 1.. the others into buffers, the last role also the noise and the side
+    // work. Work in path units; the noise and side work cost what the last blocks measured.
+    const int roles = threads_;
+    const double share = (static_cast<double>(paths.size()) + extraCost_) / roles;
     int32_t direct = 0;  // channels 0..direct-1 go straight into the sum
-
-#pragma omp parallel num_threads(threads_)
-    {
-      const int team = omp_get_num_threads();
-      const int me = omp_get_thread_num();
-#pragma omp single
-      {
-        // Work in path units; the noise and the side work cost what the last blocks measured.
-        const double total = static_cast<double>(paths.size()) + extraCost_;
-        const double share = total / team;
-        direct = 0;
-        while (direct < channels && firstPath_[direct + 1] <= share + 0.5) ++direct;
-        if (team == 1) direct = channels;
-        owner_.assign(static_cast<size_t>(channels), 0);
-        // The rest, front to back, over threads 1..team-1; the last thread's share is what
-        // remains beside the noise and the side work.
-        int t = 1;
-        double load = 0.0;
-        for (int32_t c = direct; c < channels; ++c) {
-          const double cost = firstPath_[c + 1] - firstPath_[c];
-          if (t < team - 1 && load + cost / 2 > share) {
-            ++t;
-            load = 0.0;
-          }
-          owner_[c] = t;
-          load += cost;
-        }
-        parts_.clear();
-        if (direct > 0) parts_.push_back(nullptr);  // the sum itself, see below
-        for (int32_t j = firstPath_[direct]; j < static_cast<int32_t>(paths.size()); ++j)
-          parts_.push_back(pathBuffers_[j].data());
+    while (direct < channels && firstPath_[direct + 1] <= share + 0.5) ++direct;
+    owner_.assign(static_cast<size_t>(channels), 0);
+    int t = 1;
+    double load = 0.0;
+    for (int32_t c = direct; c < channels; ++c) {
+      const double cost = firstPath_[c + 1] - firstPath_[c];
+      if (t < roles - 1 && load + cost / 2 > share) {
+        ++t;
+        load = 0.0;
       }
-      if (me == 0) {
+      owner_[c] = t;
+      load += cost;
+    }
+    parts_.clear();
+    if (direct > 0) parts_.push_back(nullptr);  // the sum itself, see ReduceOnto
+    for (int32_t j = firstPath_[direct]; j < static_cast<int32_t>(paths.size()); ++j)
+      parts_.push_back(pathBuffers_[j].data());
+
+    auto playRole = [&](int role) {
+      if (role == 0) {
         const auto start = std::chrono::steady_clock::now();
         bool first = true;
         for (int32_t c = 0; c < direct; ++c)
@@ -298,29 +288,26 @@ class BlockEngine {
               firstPath_[direct];
       } else {
         for (int32_t c = direct; c < channels; ++c) {
-          if (owner_[c] != me) continue;
+          if (owner_[c] != role) continue;
           for (int32_t j = firstPath_[c]; j < firstPath_[c + 1]; ++j)
             RunPath(paths[j], *ncos[c], *feeds[c], pathBuffers_[j].data(), true);
         }
-        if (me == team - 1) {
-          const auto start = std::chrono::steady_clock::now();
-          GaussianBlockGroups(0.0f, s_.NoiseSigma, b_.noise.data(), n_, seed, 0, groups);
-          if (sideWork) sideWork();
-          extraSeconds_ =
-              std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        }
       }
-      if (team == 1) {
+      if (role == roles - 1) {
+        const auto start = std::chrono::steady_clock::now();
         GaussianBlockGroups(0.0f, s_.NoiseSigma, b_.noise.data(), n_, seed, 0, groups);
         if (sideWork) sideWork();
+        extraSeconds_ =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
       }
+    };
+
+    // Three meeting points a block: after the roles, after the sum (and after the filter).
+#pragma omp parallel num_threads(roles)
+    {
+      const int team = omp_get_num_threads();
+      for (int role = omp_get_thread_num(); role < roles; role += team) playRole(role);
 #pragma omp barrier
-#pragma omp single nowait
-      {
-        // The measured cost of the noise and side work, in paths, for the next split.
-        if (pathSeconds_ > 0.0 && extraSeconds_ > 0.0)
-          extraCost_ = 0.8 * extraCost_ + 0.2 * std::min(64.0, extraSeconds_ / pathSeconds_);
-      }
 #pragma omp for schedule(static)
       for (int32_t c = 0; c < chunks; ++c) {
         const int32_t lo = c * chunk, hi = std::min(n_, lo + chunk);
@@ -339,19 +326,17 @@ class BlockEngine {
           doubleLimits_[c] = MinMaxRange(f, lo, hi);
         }
       }
-#pragma omp single
-      {
-        if (filter) {
-          platform::FirEnd(b_.filter);
-          // Every piece started from the block's first output, as the whole loop does.
-          dl = doubleLimits_[0];
-          for (int32_t c = 1; c < chunks; ++c) CombineLimits(dl, doubleLimits_[c]);
-        } else {
-          fl = floatLimits_[0];
-          for (int32_t c = 1; c < chunks; ++c) CombineLimits(fl, floatLimits_[c]);
-        }
+      // Each thread merges the pieces' limits itself, in order (every piece started from the
+      // block's first sample, as the whole loop does).
+      BlockLimits<float> fl = floatLimits_[0];
+      BlockLimits<double> dl = doubleLimits_[0];
+      for (int32_t c = 1; c < chunks; ++c) {
+        if (filter)
+          CombineLimits(dl, doubleLimits_[c]);
+        else
+          CombineLimits(fl, floatLimits_[c]);
       }
-#pragma omp for schedule(static)
+#pragma omp for schedule(static) nowait
       for (int32_t c = 0; c < byteChunks; ++c) {
         const int32_t j0 = c * byteChunk, j1 = std::min(count_, j0 + byteChunk);
         if (filter)
@@ -362,6 +347,10 @@ class BlockEngine {
                             s_.OutputPacked, j0, j1, packed_.data());
       }
     }
+    if (filter) platform::FirEnd(b_.filter);
+    // The measured cost of the noise and side work, in paths, for the next split.
+    if (pathSeconds_ > 0.0 && extraSeconds_ > 0.0)
+      extraCost_ = 0.8 * extraCost_ + 0.2 * std::min(64.0, extraSeconds_ / pathSeconds_);
     return Write(packed_.data(), count_);
   }
 
