@@ -50,16 +50,6 @@ inline void Emit(float* dst, int32_t i, float s, float g, Out mode) {
     dst[i] = 0.0f + s * g;
 }
 
-// The state a path carries from sample to sample.
-struct PathCursor {
-  int64_t K;
-  float dcf;   // d + codeFraction
-  float base;  // thetaOff + carrierPhase
-  float x = 0.0f;
-  float phi = 0.0f;
-  int32_t k = 0;
-};
-
 template <bool kWild>
 inline void Step(const PathArgs& a, ChannelNco& c, BitFeed& feed, PathCursor& p, int32_t i,
                  float* dst, Out mode) {
@@ -104,17 +94,9 @@ inline void Finish(const PathArgs& a, ChannelNco& c, const PathCursor& p) {
 }
 
 template <bool kWild>
-void PlainLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode) {
-  PathCursor p{c.codeIndex, a.d + c.codeFraction, a.thetaOff + c.carrierPhase};
-  for (int32_t i = 0; i < a.n; ++i) Step<kWild>(a, c, feed, p, i, dst, mode);
-  Finish(a, c, p);
-}
-
-void Plain(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode) {
-  if (Tame(a, c))
-    PlainLoop<false>(a, c, feed, dst, mode);
-  else
-    PlainLoop<true>(a, c, feed, dst, mode);
+void PlainLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode,
+               PathCursor& p, int32_t i0, int32_t i1) {
+  for (int32_t i = i0; i < i1; ++i) Step<kWild>(a, c, feed, p, i, dst, mode);
 }
 
 #if defined(__x86_64__)
@@ -126,10 +108,10 @@ void Plain(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode
 // code table falls among them; those groups go through the plain step. kStart, the code
 // index of the group's first sample, moves on by W after a vector group and is taken anew
 // after a plain one.
-VOREL_AVX2 void FastLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode) {
+VOREL_AVX2 void FastLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode,
+                         PathCursor& p, int32_t i0, int32_t i1) {
   constexpr int32_t W = 8;
   const int32_t n = a.n;
-  PathCursor p{c.codeIndex, a.d + c.codeFraction, a.thetaOff + c.carrierPhase};
   const __m256 rhoV = _mm256_set1_ps(a.rho);
   const __m256 omegaV = _mm256_set1_ps(a.omega);
   const __m256 baseV = _mm256_set1_ps(p.base);
@@ -147,9 +129,9 @@ VOREL_AVX2 void FastLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float*
   for (int m = 0; m < 16; ++m) table[m] = static_cast<float>(c.navBit) * kCarrierTable[m];
   __m256 lowT = _mm256_load_ps(table), highT = _mm256_load_ps(table + 8);
 
-  int32_t kStart = FloorMod(static_cast<int64_t>(1) + p.K, n);
-  int32_t i = 0;
-  for (; i + W <= n; i += W) {
+  int32_t kStart = FloorMod(static_cast<int64_t>(i0) + 1 + p.K, n);
+  int32_t i = i0;
+  for (; i + W <= i1; i += W) {
     const __m256i iv = _mm256_add_epi32(_mm256_set1_epi32(i), lanes);
     const __m256 fi1 = _mm256_cvtepi32_ps(_mm256_add_epi32(iv, _mm256_set1_epi32(1)));
     const __m256 x = _mm256_add_ps(_mm256_set1_ps(p.dcf), _mm256_mul_ps(fi1, rhoV));
@@ -185,19 +167,17 @@ VOREL_AVX2 void FastLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float*
     kStart += W;
     if (kStart >= n) kStart -= n;
   }
-  for (; i < n; ++i) Step<false>(a, c, feed, p, i, dst, mode);
-  Finish(a, c, p);
+  for (; i < i1; ++i) Step<false>(a, c, feed, p, i, dst, mode);
 }
 
 // The same with sixteen lanes; the sixteen-entry table is one register. (GCC 12's
 // AVX-512 headers start some conversions from an undefined register and warn about it.)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-VOREL_AVX512 void FastLoop512(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst,
-                              Out mode) {
+VOREL_AVX512 void FastLoop512(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode,
+                              PathCursor& p, int32_t i0, int32_t i1) {
   constexpr int32_t W = 16;
   const int32_t n = a.n;
-  PathCursor p{c.codeIndex, a.d + c.codeFraction, a.thetaOff + c.carrierPhase};
   const __m512 rhoV = _mm512_set1_ps(a.rho);
   const __m512 omegaV = _mm512_set1_ps(a.omega);
   const __m512 baseV = _mm512_set1_ps(p.base);
@@ -212,9 +192,9 @@ VOREL_AVX512 void FastLoop512(const PathArgs& a, ChannelNco& c, BitFeed& feed, f
   for (int m = 0; m < 16; ++m) table[m] = static_cast<float>(c.navBit) * kCarrierTable[m];
   __m512 tableV = _mm512_load_ps(table);
 
-  int32_t kStart = FloorMod(static_cast<int64_t>(1) + p.K, n);
-  int32_t i = 0;
-  for (; i + W <= n; i += W) {
+  int32_t kStart = FloorMod(static_cast<int64_t>(i0) + 1 + p.K, n);
+  int32_t i = i0;
+  for (; i + W <= i1; i += W) {
     const __m512i iv = _mm512_add_epi32(_mm512_set1_epi32(i), lanes);
     const __m512 fi1 = _mm512_cvtepi32_ps(_mm512_add_epi32(iv, _mm512_set1_epi32(1)));
     const __m512 x = _mm512_add_ps(_mm512_set1_ps(p.dcf), _mm512_mul_ps(fi1, rhoV));
@@ -244,26 +224,27 @@ VOREL_AVX512 void FastLoop512(const PathArgs& a, ChannelNco& c, BitFeed& feed, f
     kStart += W;
     if (kStart >= n) kStart -= n;
   }
-  for (; i < n; ++i) Step<false>(a, c, feed, p, i, dst, mode);
-  Finish(a, c, p);
+  for (; i < i1; ++i) Step<false>(a, c, feed, p, i, dst, mode);
 }
 #pragma GCC diagnostic pop
 #endif
 
-void Fast(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode) {
+void Run(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode, PathCursor& p,
+         int32_t i0, int32_t i1) {
+  switch (p.form) {
 #if defined(__x86_64__)
-  if (a.codeFloat && Tame(a, c)) {
-    if (a.wide && __builtin_cpu_supports("avx512f")) {
-      FastLoop512(a, c, feed, dst, mode);
-      return;
-    }
-    if (__builtin_cpu_supports("avx2")) {
-      FastLoop(a, c, feed, dst, mode);
-      return;
-    }
-  }
+    case PathCursor::Form::kSixteen: FastLoop512(a, c, feed, dst, mode, p, i0, i1); return;
+    case PathCursor::Form::kEight: FastLoop(a, c, feed, dst, mode, p, i0, i1); return;
 #endif
-  Plain(a, c, feed, dst, mode);
+    case PathCursor::Form::kWild: PlainLoop<true>(a, c, feed, dst, mode, p, i0, i1); return;
+    default: PlainLoop<false>(a, c, feed, dst, mode, p, i0, i1); return;
+  }
+}
+
+void Whole(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode, bool vectorised) {
+  PathCursor p = BeginPath(a, c, vectorised);
+  Run(a, c, feed, dst, mode, p, 0, a.n);
+  EndPath(a, c, p);
 }
 
 }  // namespace
@@ -301,17 +282,42 @@ void NextBit(BitFeed& feed, ChannelNco& nco) {
   }
 }
 
+PathCursor BeginPath(const PathArgs& a, const ChannelNco& c, bool vectorised) {
+  PathCursor p;
+  p.K = c.codeIndex;
+  p.dcf = a.d + c.codeFraction;
+  p.base = a.thetaOff + c.carrierPhase;
+  const bool tame = Tame(a, c);
+  p.form = tame ? PathCursor::Form::kPlain : PathCursor::Form::kWild;
+#if defined(__x86_64__)
+  if (vectorised && tame && a.codeFloat) {
+    if (a.wide && __builtin_cpu_supports("avx512f"))
+      p.form = PathCursor::Form::kSixteen;
+    else if (__builtin_cpu_supports("avx2"))
+      p.form = PathCursor::Form::kEight;
+  }
+#endif
+  return p;
+}
+
+void RunPathRange(const PathArgs& a, ChannelNco& nco, BitFeed& feed, float* dst, bool store,
+                  PathCursor& cursor, int32_t first, int32_t end) {
+  Run(a, nco, feed, dst, store ? Out::kStore : Out::kAdd, cursor, first, end);
+}
+
+void EndPath(const PathArgs& a, ChannelNco& nco, const PathCursor& cursor) { Finish(a, nco, cursor); }
+
 void RunPathPlain(const PathArgs& a, ChannelNco& nco, BitFeed& feed, float* sum) {
-  Plain(a, nco, feed, sum, Out::kAdd);
+  Whole(a, nco, feed, sum, Out::kAdd, false);
 }
 void RunPathFast(const PathArgs& a, ChannelNco& nco, BitFeed& feed, float* sum) {
-  Fast(a, nco, feed, sum, Out::kAdd);
+  Whole(a, nco, feed, sum, Out::kAdd, true);
 }
 void RunPathPlainStore(const PathArgs& a, ChannelNco& nco, BitFeed& feed, float* out) {
-  Plain(a, nco, feed, out, Out::kStore);
+  Whole(a, nco, feed, out, Out::kStore, false);
 }
 void RunPathFastStore(const PathArgs& a, ChannelNco& nco, BitFeed& feed, float* out) {
-  Fast(a, nco, feed, out, Out::kStore);
+  Whole(a, nco, feed, out, Out::kStore, true);
 }
 
 }  // namespace vorel::dif

@@ -67,6 +67,28 @@ struct PathArgs {
   bool wide = true;                  // the vector form may use 16 lanes where the machine has them
 };
 
+// The state a path carries from sample to sample within a block, and the form of the loop
+// chosen for the path at its start.
+struct PathCursor {
+  enum class Form : int8_t { kPlain, kWild, kEight, kSixteen };
+  int64_t K = 0;
+  float dcf = 0.0f;   // d + codeFraction
+  float base = 0.0f;  // thetaOff + carrierPhase
+  float x = 0.0f;
+  float phi = 0.0f;
+  int32_t k = 0;
+  Form form = Form::kPlain;
+};
+
+// A path in pieces: BeginPath at the start of the block, RunPathRange over consecutive
+// sample ranges first..end-1 that together cover 0..n-1, EndPath after the last. The
+// numbers are those of the whole-block loops below. `store` puts 0 + s x g into dst
+// instead of adding s x g.
+PathCursor BeginPath(const PathArgs& a, const ChannelNco& nco, bool vectorised);
+void RunPathRange(const PathArgs& a, ChannelNco& nco, BitFeed& feed, float* dst, bool store,
+                  PathCursor& cursor, int32_t first, int32_t end);
+void EndPath(const PathArgs& a, ChannelNco& nco, const PathCursor& cursor);
+
 // Runs one path over the block and adds s x g into sum[0..n-1]. When `channelOut` is given,
 // s x g goes there instead of into the sum (channels on separate threads).
 void RunPathPlain(const PathArgs& a, ChannelNco& nco, BitFeed& feed, float* sum);

@@ -4,6 +4,7 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstring>
@@ -113,6 +114,8 @@ class BlockEngine {
     int32_t bytes;
     if (!speed_.vectorised && threads_ == 1) {
       bytes = MakePlain(paths, ncos, feeds, seed);
+    } else if (threads_ == 2 && ncos.size() >= 2 && paths.size() == ncos.size()) {
+      return MakePipelined(paths, ncos, feeds, seed, sideWork);
     } else if (threads_ > 1 && paths.size() <= pathBuffers_.size() && !paths.empty()) {
       return MakeThreaded(paths, ncos, feeds, seed, sideWork);
     } else {
@@ -220,6 +223,133 @@ class BlockEngine {
                         s_.Decimation, s_.OutputPacked, 0, count_, packed_.data());
     }
     return Write(packed_.data(), count_);
+  }
+
+  // Two threads, one path per channel: a pipeline over pieces of 1024 samples. The front
+  // thread runs channels 0..split-1 over a piece into the sum (the first one storing), makes
+  // the piece's noise and says the piece is ready; the back thread then adds channels
+  // split..C-1 over that piece and the noise last, the plain order of additions. Both keep
+  // each path's state from piece to piece. Filter, limits and bytes follow in halves.
+  int32_t MakePipelined(const std::vector<PlannedPath>& paths, const std::vector<ChannelNco*>& ncos,
+                        const std::vector<BitFeed*>& feeds, uint32_t seed,
+                        const std::function<void()>& sideWork) {
+    const int32_t channels = static_cast<int32_t>(ncos.size());
+    const int32_t split = std::clamp(split_, 1, channels - 1);
+    const int32_t chunk = 1024;
+    const int32_t chunks = (n_ + chunk - 1) / chunk;
+    const bool filter = s_.FilterOn == 1;
+    floatLimits_.resize(static_cast<size_t>(chunks));
+    doubleLimits_.resize(static_cast<size_t>(chunks));
+    cursors_.resize(static_cast<size_t>(channels));
+    double* ext = filter ? platform::FirBegin(b_.filter, n_) : nullptr;
+    const int past = platform::FirPast(b_.filter);
+    float* sum = b_.sum.data();
+    float* noise = b_.noise.data();
+    double* f = b_.filterBuffer.data();
+    const int32_t byteChunk = 1024;
+    const int32_t byteChunks = (count_ + byteChunk - 1) / byteChunk;
+    std::atomic<int32_t> ready{0};
+    double frontBusy = 0.0, backBusy = 0.0;
+    using Clock = std::chrono::steady_clock;
+
+    auto front = [&] {
+      const auto start = Clock::now();
+      for (int32_t c = 0; c < split; ++c) cursors_[c] = BeginPath(paths[c].args, *ncos[c], true);
+      for (int32_t j = 0; j < chunks; ++j) {
+        const int32_t lo = j * chunk, hi = std::min(n_, lo + chunk);
+        for (int32_t c = 0; c < split; ++c)
+          RunPathRange(paths[c].args, *ncos[c], *feeds[c], sum, c == 0, cursors_[c], lo, hi);
+        GaussianBlockGroups(0.0f, s_.NoiseSigma, noise, n_, seed, lo / 16, (hi + 15) / 16);
+        ready.store(j + 1, std::memory_order_release);
+      }
+      for (int32_t c = 0; c < split; ++c) EndPath(paths[c].args, *ncos[c], cursors_[c]);
+      if (sideWork) sideWork();
+      frontBusy = std::chrono::duration<double>(Clock::now() - start).count();
+    };
+    auto back = [&] {
+      double waited = 0.0;
+      const auto start = Clock::now();
+      for (int32_t c = split; c < channels; ++c) cursors_[c] = BeginPath(paths[c].args, *ncos[c], true);
+      for (int32_t j = 0; j < chunks; ++j) {
+        if (ready.load(std::memory_order_acquire) <= j) {
+          const auto w = Clock::now();
+          while (ready.load(std::memory_order_acquire) <= j) Pause();
+          waited += std::chrono::duration<double>(Clock::now() - w).count();
+        }
+        const int32_t lo = j * chunk, hi = std::min(n_, lo + chunk);
+        for (int32_t c = split; c < channels; ++c)
+          RunPathRange(paths[c].args, *ncos[c], *feeds[c], sum, false, cursors_[c], lo, hi);
+        AddNoise(lo, hi);
+        if (filter) {
+          for (int32_t i = lo; i < hi; ++i) ext[past + i] = static_cast<double>(sum[i]);
+        } else {
+          floatLimits_[j] = MinMaxRange(sum, lo, hi);
+        }
+      }
+      for (int32_t c = split; c < channels; ++c) EndPath(paths[c].args, *ncos[c], cursors_[c]);
+      backBusy = std::chrono::duration<double>(Clock::now() - start).count() - waited;
+    };
+
+#pragma omp parallel num_threads(2)
+    {
+      if (omp_get_num_threads() == 1) {
+        front();
+        back();
+      } else if (omp_get_thread_num() == 1) {
+        front();
+      } else {
+        back();
+      }
+#pragma omp barrier
+      if (filter) {
+#pragma omp for schedule(static)
+        for (int32_t c = 0; c < chunks; ++c) {
+          const int32_t lo = c * chunk, hi = std::min(n_, lo + chunk);
+          platform::FirRange(b_.filter, ext, f, lo, hi);
+          doubleLimits_[c] = MinMaxRange(f, lo, hi);
+        }
+      }
+      // Each thread merges the pieces' limits itself, in order.
+      BlockLimits<float> fl = floatLimits_[0];
+      BlockLimits<double> dl = doubleLimits_[0];
+      for (int32_t c = 1; c < chunks; ++c) {
+        if (filter)
+          CombineLimits(dl, doubleLimits_[c]);
+        else
+          CombineLimits(fl, floatLimits_[c]);
+      }
+#pragma omp for schedule(static) nowait
+      for (int32_t c = 0; c < byteChunks; ++c) {
+        const int32_t j0 = c * byteChunk, j1 = std::min(count_, j0 + byteChunk);
+        if (filter)
+          QuantisePackRange(f, dl, s_.BitsPerSample, levels_.data(), levelCount_, s_.Decimation,
+                            s_.OutputPacked, j0, j1, packed_.data());
+        else
+          QuantisePackRange(sum, fl, s_.BitsPerSample, levels_.data(), levelCount_, s_.Decimation,
+                            s_.OutputPacked, j0, j1, packed_.data());
+      }
+    }
+    if (filter) platform::FirEnd(b_.filter);
+    // Move a channel from the busier thread to the other when the difference, smoothed over
+    // the blocks, exceeds what one channel costs. This steers the split, never a number.
+    const double perChannel = backBusy / std::max(1, channels - split);
+    busyDifference_ = 0.9 * busyDifference_ + 0.1 * (frontBusy - backBusy);
+    if (busyDifference_ > perChannel && split > 1) {
+      split_ = split - 1;
+      busyDifference_ = 0.0;
+    } else if (busyDifference_ < -perChannel && split < channels - 1) {
+      split_ = split + 1;
+      busyDifference_ = 0.0;
+    } else {
+      split_ = split;
+    }
+    return Write(packed_.data(), count_);
+  }
+
+  static void Pause() {
+#if defined(__x86_64__)
+    _mm_pause();
+#endif
   }
 
   // Channels on threads. Thread 0 adds its channels straight into the sum, in order, as the
@@ -391,6 +521,10 @@ class BlockEngine {
   double pathSeconds_ = 0.0;
   double extraSeconds_ = 0.0;
   double extraCost_ = 4.0;
+  // The pipeline's split (channels of the front thread) and the smoothed busy difference.
+  int32_t split_ = 5;
+  double busyDifference_ = 0.0;
+  std::vector<PathCursor> cursors_;
   std::vector<const float*> parts_;
   std::vector<BlockLimits<float>> floatLimits_;
   std::vector<BlockLimits<double>> doubleLimits_;
