@@ -94,8 +94,8 @@ inline void Finish(const PathArgs& a, ChannelNco& c, const PathCursor& p) {
 }
 
 template <bool kWild>
-void PlainLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode,
-               PathCursor& p, int32_t i0, int32_t i1) {
+void PlainLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode, PathCursor& p,
+               int32_t i0, int32_t i1) {
   for (int32_t i = i0; i < i1; ++i) Step<kWild>(a, c, feed, p, i, dst, mode);
 }
 
@@ -233,11 +233,19 @@ void Run(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode, 
          int32_t i0, int32_t i1) {
   switch (p.form) {
 #if defined(__x86_64__)
-    case PathCursor::Form::kSixteen: FastLoop512(a, c, feed, dst, mode, p, i0, i1); return;
-    case PathCursor::Form::kEight: FastLoop(a, c, feed, dst, mode, p, i0, i1); return;
+    case PathCursor::Form::kSixteen:
+      FastLoop512(a, c, feed, dst, mode, p, i0, i1);
+      return;
+    case PathCursor::Form::kEight:
+      FastLoop(a, c, feed, dst, mode, p, i0, i1);
+      return;
 #endif
-    case PathCursor::Form::kWild: PlainLoop<true>(a, c, feed, dst, mode, p, i0, i1); return;
-    default: PlainLoop<false>(a, c, feed, dst, mode, p, i0, i1); return;
+    case PathCursor::Form::kWild:
+      PlainLoop<true>(a, c, feed, dst, mode, p, i0, i1);
+      return;
+    default:
+      PlainLoop<false>(a, c, feed, dst, mode, p, i0, i1);
+      return;
   }
 }
 
@@ -305,7 +313,9 @@ void RunPathRange(const PathArgs& a, ChannelNco& nco, BitFeed& feed, float* dst,
   Run(a, nco, feed, dst, store ? Out::kStore : Out::kAdd, cursor, first, end);
 }
 
-void EndPath(const PathArgs& a, ChannelNco& nco, const PathCursor& cursor) { Finish(a, nco, cursor); }
+void EndPath(const PathArgs& a, ChannelNco& nco, const PathCursor& cursor) {
+  Finish(a, nco, cursor);
+}
 
 void RunPathPlain(const PathArgs& a, ChannelNco& nco, BitFeed& feed, float* sum) {
   Whole(a, nco, feed, sum, Out::kAdd, false);

@@ -269,7 +269,8 @@ class BlockEngine {
     auto back = [&] {
       double waited = 0.0;
       const auto start = Clock::now();
-      for (int32_t c = split; c < channels; ++c) cursors_[c] = BeginPath(paths[c].args, *ncos[c], true);
+      for (int32_t c = split; c < channels; ++c)
+        cursors_[c] = BeginPath(paths[c].args, *ncos[c], true);
       for (int32_t j = 0; j < chunks; ++j) {
         if (ready.load(std::memory_order_acquire) <= j) {
           const auto w = Clock::now();

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <random>
@@ -174,10 +175,18 @@ TEST(SampleGeneration, FastPathKernelMatchesThePlainLoop) {
       BitFeed f;
       f.row = row.data();
       f.base = 900;
-      ChannelNco c2 = c;
-      BitFeed f2 = f;
-      std::vector<float> s1(n), s2(n);
-      for (int32_t i = 0; i < n; ++i) s1[i] = s2[i] = uni(rng);
+      ChannelNco c2 = c, c3 = c;
+      BitFeed f2 = f, f3 = f;
+      std::vector<float> s1(n), s2(n), s3(n);
+      for (int32_t i = 0; i < n; ++i) s1[i] = s2[i] = s3[i] = uni(rng);
+      // In pieces of uneven sizes, the state carried by the cursor.
+      PathCursor cursor = BeginPath(a, c3, trial % 3 != 1);
+      for (int32_t first = 0; first < n;) {
+        const int32_t end = std::min(n, first + 1 + static_cast<int32_t>(rng() % 3000));
+        RunPathRange(a, c3, f3, s3.data(), false, cursor, first, end);
+        first = end;
+      }
+      EndPath(a, c3, cursor);
       // Sixteen lanes where the machine has them, eight otherwise and on every other trial.
       a.wide = trial % 2 == 1;
       RunPathPlain(a, c, f, s1.data());
@@ -191,6 +200,13 @@ TEST(SampleGeneration, FastPathKernelMatchesThePlainLoop) {
       EXPECT_EQ(c.bitNumber, c2.bitNumber);
       EXPECT_EQ(c.navBit, c2.navBit);
       EXPECT_EQ(c.armed, c2.armed);
+      ASSERT_EQ(std::memcmp(s1.data(), s3.data(), sizeof(float) * n), 0)
+          << "pieces, n " << n << " trial " << trial;
+      EXPECT_EQ(c.carrierPhase, c3.carrierPhase);
+      EXPECT_EQ(c.codeFraction, c3.codeFraction);
+      EXPECT_EQ(c.codeIndex, c3.codeIndex);
+      EXPECT_EQ(c.navBit, c3.navBit);
+      EXPECT_EQ(c.msInBit, c3.msInBit);
     }
   }
 }
