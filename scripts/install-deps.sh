@@ -8,6 +8,7 @@ packages=(
   libfmt-dev libcli11-dev libtomlplusplus-dev libeigen3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   rtklib python3
+  gnss-sdr
 )
 
 missing=()

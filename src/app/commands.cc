@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "app/dif_command.h"
 #include "app/scenario_runs.h"
 #include "atmosphere/atmosphere_text.h"
 #include "density_model/density_commands.h"
@@ -117,17 +118,25 @@ Action Events(CLI::App&) {
   };
 }
 
-int DifNotInThisBuild() {
-  fmt::print(stderr,
-             "Error message: the DIF generator is not part of this build yet; set DifEnabled "
-             "to 0 to run the observation scenario\n");
-  return 1;
+// The DIF run and its summary: the file and what a receiver must know to read it.
+int DifRun(CommandContext& c, const std::string& recordOverride) {
+  dif::DifRunOutcome outcome;
+  const int status = RunDif(c.session, recordOverride, outcome);
+  // A refusal or a popup has said what went wrong; the empty sample file needs no summary.
+  if (outcome.refused || outcome.popup) return status;
+  ReportOutputs(c, "wrote");
+  Summary(c, DescribeRecording(outcome.settings, outcome.report));
+  return status;
+}
+
+Action Dif(CLI::App&) {
+  return [](CommandContext& c) { return DifRun(c, ""); };
 }
 
 Action Sim(CLI::App&) {
   return [](CommandContext& c) {
     const ScenarioSettings& sc = c.session.settings.scenario;
-    if (sc.DifEnabled == 1) return DifNotInThisBuild();
+    if (sc.DifEnabled == 1) return DifRun(c, "");
     if (sc.ObservationEnabled == 1) {
       if (RunObservationSim(c.session) != 0) return 1;
       ReportOutputs(c, "wrote");
@@ -143,10 +152,10 @@ Action AutoRun(CLI::App&) {
     c.session.AutoRunStarted = 1;
     if (RunObservationSim(c.session) != 0) return 1;
     ReportOutputs(c, "wrote");
-    fmt::print(stderr,
-               "autorun: the DIF step is not part of this build yet; the chain stops after the "
-               "observation run\n");
-    return 0;
+    // The DIF run reads the record the observation run has just written.
+    const std::string record = c.session.lastOutputs.empty() ? "" : c.session.lastOutputs.back();
+    c.session.lastOutputs.clear();
+    return DifRun(c, c.session.settings.scenario.ObservationOutputFile.empty() ? record : "");
   };
 }
 
@@ -295,6 +304,7 @@ std::vector<CommandSpec> BuildTable() {
       {"obs", "", "observation run of one receiver", true, Obs},
       {"raw", "", "reference station runs (four stations)", true, Raw},
       {"events", "", "write the stations' event-file skeletons", false, Events},
+      {"dif", "", "DIF run: the sampled IF recording of the .scn record (or the test signal)", true, Dif},
       {"sim", "", "the run the DifEnabled / ObservationEnabled switches select", true, Sim},
       {"autorun", "", "the unattended chain: observation run, then DIF run", true, AutoRun},
       {"nav", "[--prn N]", "navigation message of one satellite (simulated.nvb, .nva)", false,

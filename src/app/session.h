@@ -12,6 +12,7 @@
 #include "app/settings.h"
 #include "atmosphere/atmosphere_state.h"
 #include "density_model/model_state.h"
+#include "dif/dif_state.h"
 #include "navmsg/nav_message.h"
 #include "observation/epoch.h"
 #include "orbits/constellation_ops.h"
@@ -52,6 +53,9 @@ struct Session {
 
   // The navigation message generator's frame buffer, reused from message to message.
   navmsg::NavMessageState navMessage;
+
+  // The navigation bits of the DIF generator and the statics of its .scn reader.
+  dif::DifState dif;
 
   // Station 1's position in relative mode, kept from one station run to the next.
   double originLatitude = 0.0;

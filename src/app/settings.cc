@@ -9,6 +9,7 @@
 #include <toml++/toml.h>
 
 #include "atmosphere/atmosphere_text.h"
+#include "dif/ca_code.h"
 #include "platform/messages.h"
 #include "platform/scan.h"
 #include "platform/text_file.h"
@@ -183,6 +184,72 @@ SettingDef IonoTable(std::string name,
   return d;
 }
 
+SettingDef MultipathTableSetting() {
+  SettingDef d{"MultipathTable", "up to 8 rows of 6", "", "multipath rows: switch (\"y\", \"n\", other keeps the row before's), label, PRN, amplitude, delay, start time (s); `--set` form `y,,5,0.5,30,2;n,,7,0.3,10,0`", {}, {}};
+  d.show = [](const Settings& s) {
+    std::vector<std::string> rows;
+    for (const dif::MultipathRow& r : s.dif.MultipathTable)
+      rows.push_back(fmt::format("[\"{}\", \"{}\", {}, {}, {}, {}]", r.enable, r.label, r.prn,
+                                 ShowDouble(r.amplitude), ShowDouble(r.delay), ShowDouble(r.startTime)));
+    return fmt::format("[{}]", fmt::join(rows, ", "));
+  };
+  d.fromText = [](Settings& s, std::string_view text, std::string& error) {
+    std::vector<dif::MultipathRow> rows;
+    text = Trim(text);
+    if (!text.empty()) {
+      size_t start = 0;
+      for (;;) {
+        const size_t semi = text.find(';', start);
+        const std::string_view rowText = text.substr(start, semi == std::string_view::npos ? text.npos : semi - start);
+        const auto cols = SplitCommas(rowText);
+        const int number = static_cast<int>(rows.size()) + 1;
+        if (cols.size() != 6) {
+          error = fmt::format("row {}: expected 6 columns (switch, label, PRN, amplitude, delay, start time), got {}", number, cols.size());
+          return false;
+        }
+        dif::MultipathRow row;
+        row.enable = std::string(cols[0]);
+        row.label = std::string(cols[1]);
+        std::string why;
+        if (!ParseIntText(cols[2], row.prn, why) || !ParseDoubleText(cols[3], row.amplitude, why) ||
+            !ParseDoubleText(cols[4], row.delay, why) || !ParseDoubleText(cols[5], row.startTime, why)) {
+          error = fmt::format("row {}: {}", number, why);
+          return false;
+        }
+        rows.push_back(row);
+        if (rows.size() > static_cast<size_t>(dif::kMultipathRows)) {
+          error = fmt::format("the table has {} rows at most", dif::kMultipathRows);
+          return false;
+        }
+        if (semi == std::string_view::npos) break;
+        start = semi + 1;
+      }
+    }
+    s.dif.MultipathTable = std::move(rows);
+    return true;
+  };
+  return d;
+}
+
+SettingDef SignalChoiceSetting() {
+  SettingDef d{"SignalChoice", "text", "", "signal button: CA, L1C, L2C, L5, SP1, SP2 or BOC; sets SignalOptionA/B and nothing else: every run makes C/A code on L1", {}, {}};
+  d.show = [](const Settings& s) { return "\"" + s.dif.SignalChoice + "\""; };
+  d.fromText = [](Settings& s, std::string_view text, std::string& error) {
+    dif::SignalChoice choice;
+    const std::string t(Trim(text));
+    if (!dif::ParseSignalChoice(t, choice)) {
+      error = fmt::format("expected one of CA, L1C, L2C, L5, SP1, SP2, BOC, got \"{}\"", t);
+      return false;
+    }
+    const dif::SignalOptions o = dif::SignalChoiceOptions(choice);
+    s.dif.SignalChoice = t;
+    s.dif.SignalOptionA = o.optionA;
+    s.dif.SignalOptionB = o.optionB;
+    return true;
+  };
+  return d;
+}
+
 #define S_INT(NAME, EXPR, ...) Int(#NAME, [](Settings& s) -> int32_t& { return s.EXPR; }, __VA_ARGS__)
 #define S_DBL(NAME, EXPR, ...) Double(#NAME, [](Settings& s) -> double& { return s.EXPR; }, __VA_ARGS__)
 #define S_TXT(NAME, EXPR, ...) Text(#NAME, [](Settings& s) -> std::string& { return s.EXPR; }, __VA_ARGS__)
@@ -269,6 +336,36 @@ std::vector<SettingDef> BuildRegistry() {
   r.push_back(S_INT(MaxChannels, dif.MaxChannels, "", "most channels of a DIF run"));
   r.push_back(S_TXT(DifOutputFile, dif.DifOutputFile, "path", "sample file of a DIF run; empty: named from the date and time"));
   r.push_back(S_INT(DifFileType, dif.DifFileType, "", "1: .bin sample file name, other: .dat"));
+  // DIF parameter table, rows 1 to 7, as typed.
+  r.push_back(S_DBL(IfFrequency, dif.IfFrequency, "kHz", "intermediate frequency of the L1 carrier in the recording"));
+  r.push_back(S_TXT(SamplingFrequency, dif.SamplingFrequency, "text", "sampling rate in kHz by its first character: 1 gives 16368, 4 gives 40920, 5 gives 54560; any other takes the IfFrequency number"));
+  r.push_back(S_INT(BitsPerSample, dif.BitsPerSample, "", "quantiser bits (Packed: 1 or 2)"));
+  r.push_back(S_DBL(Bandwidth, dif.Bandwidth, "MHz", "pass band of the 27-tap band-pass filter around the IF"));
+  r.push_back(S_TXT(FilterWindow, dif.FilterWindow, "text", "filter window by its third character: a Blackman, m Hamming, n Hann, u rectangular, other Bartlett"));
+  r.push_back(S_TXT(Decimation, dif.Decimation, "text", "by its first character: n none, 2 or 3 keep every 2nd or 3rd sample"));
+  // The other DIF settings.
+  r.push_back(S_DBL(SignalPower, dif.SignalPower, "dBW", "sets the noise: sigma = max(0, 9 - 2 (158.5 + SignalPower)) times a satellite's amplitude"));
+  r.push_back(S_INT(ScenarioDriven, dif.ScenarioDriven, "", "0: test signal of one satellite; other: follow the .scn record in ObservationOutputFile"));
+  r.push_back(S_INT(MultipathOn, dif.MultipathOn, "", "1: add the paths of MultipathTable"));
+  r.push_back(MultipathTableSetting());
+  r.push_back(S_INT(ScintEnabled, dif.ScintEnabled, "", "1: scintillation from ScintFile"));
+  r.push_back(S_INT(ScintType, dif.ScintType, "", "0: all satellites (columns by bubble class); 1: one satellite, ScintPrn from ScintStart"));
+  r.push_back(S_TXT(ScintFile, dif.ScintFile, "path", "scintillation data file"));
+  r.push_back(S_INT(ScintRate, dif.ScintRate, "1/s", "scintillation values per second (0 means 1)"));
+  r.push_back(S_INT(ScintStart, dif.ScintStart, "s", "ScintType 1: seconds into the run before the file is read"));
+  r.push_back(S_INT(ScintPrn, dif.ScintPrn, "", "ScintType 1: the satellite that scintillates"));
+  r.push_back(S_INT(TestPrn, dif.TestPrn, "", "test signal: satellite 1 to 32", 1, 32));
+  r.push_back(S_INT(TestCodeOn, dif.TestCodeOn, "", "test signal: 1 C/A code, other all code values +1"));
+  r.push_back(S_INT(TestCarrierOn, dif.TestCarrierOn, "", "test signal: 0 baseband, no carrier"));
+  r.push_back(S_INT(TestDataOn, dif.TestDataOn, "", "test signal: 0 takes TestDataMode as 0"));
+  r.push_back(S_INT(TestDataMode, dif.TestDataMode, "", "test signal bits: 0 all +1, 1 alternating, 2 from simulated.nvb"));
+  r.push_back(S_INT(TestDopplerOn, dif.TestDopplerOn, "", "test signal: 1 applies TestDoppler"));
+  r.push_back(S_DBL(TestDoppler, dif.TestDoppler, "Hz", "test signal Doppler"));
+  r.push_back(SignalChoiceSetting());
+  r.push_back(S_INT(SignalOptionA, dif.SignalOptionA, "", "signal tab option A (set by SignalChoice; no run reads it)"));
+  r.push_back(S_INT(SignalOptionB, dif.SignalOptionB, "", "signal tab option B (set by SignalChoice; no run reads it)"));
+  r.push_back(S_INT(InCode, dif.InCode, "", "signal tab code toggle 1 or 2 (no run reads it)", 1, 2));
+  r.push_back(S_INT(DifThreads, dif.DifThreads, "", "threads of the sample generator (channels on threads), 0: one per core; the file is the same for any number", 0, 64));
   std::sort(r.begin(), r.end(), [](const SettingDef& a, const SettingDef& b) { return a.name < b.name; });
   return r;
 }
@@ -304,13 +401,20 @@ bool TomlToText(const toml::node& node, std::string& text) {
   } else if (auto b = node.as_boolean()) {
     text = b->get() ? "1" : "0";
   } else if (auto a = node.as_array()) {
+    // A list of lists (a table of rows) becomes rows joined by ';'.
+    const bool rows = !a->empty() && a->front().is_array();
     std::vector<std::string> parts;
     for (const toml::node& e : *a) {
       std::string part;
-      if (e.is_array() || e.is_table() || !TomlToText(e, part)) return false;
+      if (e.is_table() || e.is_array() != rows) return false;
+      if (rows) {
+        for (const toml::node& cell : *e.as_array())
+          if (cell.is_array() || cell.is_table()) return false;
+      }
+      if (!TomlToText(e, part)) return false;
       parts.push_back(part);
     }
-    text = fmt::format("{}", fmt::join(parts, ","));
+    text = fmt::format("{}", fmt::join(parts, rows ? ";" : ","));
   } else {
     return false;
   }

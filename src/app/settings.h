@@ -18,6 +18,7 @@
 
 #include "atmosphere/atmosphere_settings.h"
 #include "atmosphere/bubble_settings.h"
+#include "dif/dif_settings.h"
 
 namespace vorel::platform {
 struct Messages;
@@ -94,7 +95,7 @@ struct StationSettings {
   double StationBaseOffset = 0.0;
 };
 
-// What the DIF panel holds that start-up and the scenario runs already need.
+// The DIF panel and its tabs. Rows 1 to 7 of the parameter table hold what the user types.
 struct DifPanel {
   double Duration = 1.0;  // minutes of a DIF run
   std::string OutputPacked = "Packed";
@@ -102,6 +103,36 @@ struct DifPanel {
   int32_t MaxChannels = 12;
   std::string DifOutputFile;  // empty: named by the date rule
   int32_t DifFileType = 1;    // 1 .bin, other .dat
+  double IfFrequency = 4092.0;             // kHz
+  std::string SamplingFrequency = "16368";  // kHz, by its first character
+  int32_t BitsPerSample = 2;
+  double Bandwidth = 2.5;  // MHz
+  std::string FilterWindow = "Hamming";
+  std::string Decimation = "none";
+  double SignalPower = -158.5;  // dBW
+  int32_t ScenarioDriven = 1;
+  int32_t MultipathOn = 0;
+  std::vector<dif::MultipathRow> MultipathTable;  // at most 8 rows
+  int32_t ScintEnabled = 0;
+  int32_t ScintType = 0;
+  std::string ScintFile;
+  int32_t ScintRate = 0;
+  int32_t ScintStart = 0;
+  int32_t ScintPrn = 0;
+  int32_t TestPrn = 1;
+  int32_t TestCodeOn = 1;
+  int32_t TestCarrierOn = 1;
+  int32_t TestDataOn = 0;
+  int32_t TestDataMode = 0;
+  int32_t TestDopplerOn = 0;
+  double TestDoppler = 0.0;
+  // The signal buttons and the options of the signal tab: shown, never read by a run.
+  std::string SignalChoice = "CA";
+  int32_t SignalOptionA = 0;
+  int32_t SignalOptionB = 0;
+  int32_t InCode = 1;
+  // Threads of the sample generator (0: one per core); the bytes are the same for any.
+  int32_t DifThreads = 1;
 };
 
 // What the navigation message commands read.

@@ -1,0 +1,26 @@
+#pragma once
+// The DIF run from the settings: what the `dif` command, `sim` (DifEnabled 1) and
+// `autorun` start.
+
+#include <string>
+
+#include "app/session.h"
+#include "dif/dif_run.h"
+
+namespace vorel::app {
+
+// The DIF panel values of the settings, as the generator's set-up reads them.
+dif::DifPanelValues DifPanelFromSettings(const Settings& settings);
+
+// Runs RunDifGeneration on the session. `recordOverride`, when not empty, is the .scn
+// record to read instead of ObservationOutputFile (autorun hands on the record its
+// observation run wrote). The sample file is added to lastOutputs. Returns 0, or 1 when a
+// setting was refused or a popup ended the run.
+int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutcome& outcome);
+
+// "16368 samples per ms (16.368 MHz), IF 4092 kHz, 2 bits, Packed: 4 samples a byte, the
+// earliest in the lowest bits; levels unsigned, 0 the block's minimum": what a receiver
+// must be told about the file.
+std::string DescribeRecording(const dif::DifSettings& s, const dif::GeneratorReport& report);
+
+}  // namespace vorel::app

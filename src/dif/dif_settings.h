@@ -1,0 +1,116 @@
+#pragma once
+// The settings of a DIF run: what the DIF panel and its tabs hold (DifPanelValues, as
+// typed), and the DifSettings a run derives from them once at its start.
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+namespace vorel::dif {
+
+inline constexpr int kMultipathRows = 8;
+
+// One row of the multipath table: column 1 switches the row ("y", "n", anything else
+// keeps the switch of the row before), column 2 is a label nobody reads, then the PRN, the
+// amplitude, the delay and the start time (seconds from the start of the run).
+struct MultipathRow {
+  std::string enable;
+  std::string label;
+  int32_t prn = 0;
+  double amplitude = 0.0;
+  double delay = 0.0;
+  double startTime = 0.0;
+};
+
+// The DIF panel as the user fills it. Rows 1 to 7 of the parameter table are kept as typed.
+struct DifPanelValues {
+  double IfFrequency = 4092.0;              // row 1, kHz
+  std::string SamplingFrequency = "16368";  // row 2, text: first character 1, 4 or 5
+  int32_t BitsPerSample = 2;                // row 3
+  double Bandwidth = 2.5;                   // row 4, MHz
+  std::string FilterWindow = "Hamming";     // row 5, text: third character
+  std::string OutputPacked = "Packed";      // row 6, "Direct" or "Packed"
+  std::string Decimation = "none";          // row 7, text: first character n, 2, 3
+
+  int32_t FilterOn = 0;
+  double SignalPower = -158.5;  // dBW
+  double Duration = 1.0;        // minutes
+  int32_t ScenarioDriven = 1;
+  int32_t MaxChannels = 12;
+  int32_t MultipathOn = 0;
+  int32_t ScintEnabled = 0;
+  int32_t ScintType = 0;
+  std::string ScintFile;
+  int32_t ScintRate = 0;
+  int32_t ScintStart = 0;
+  int32_t ScintPrn = 0;
+
+  int32_t TestPrn = 1;
+  int32_t TestCodeOn = 1;
+  int32_t TestCarrierOn = 1;
+  int32_t TestDataOn = 0;
+  int32_t TestDataMode = 0;
+  int32_t TestDopplerOn = 0;
+  double TestDoppler = 0.0;
+
+  // The main panel's system selector: 0 is GPS, and the only one with a carrier.
+  int32_t ConstellationChoice = 0;
+
+  std::array<MultipathRow, kMultipathRows> MultipathTable{};
+  int32_t multipathRowCount = 0;  // rows given; the rest of the eight are empty
+};
+
+struct DifSettings {
+  double IfFrequency = 0.0;        // Hz
+  double SamplingFrequency = 0.0;  // Hz
+  int32_t SamplesPerMs = 0;
+  int32_t BitsPerSample = 0;
+  double Bandwidth = 0.0;  // Hz
+  int32_t FilterWindow = 0;
+  uint8_t OutputPacked = 0;
+  int32_t Decimation = 0;
+  int32_t FilterOn = 0;
+  double SignalPower = 0.0;
+  float NoiseSigma = 0.0f;
+  double Duration = 0.0;  // s
+  int32_t ScenarioDriven = 0;
+  double CarrierFrequency = 0.0;
+  int32_t MaxChannels = 0;
+  int32_t MultipathOn = 0;
+  int32_t ScintMode = 0;
+  int32_t ScintType = 0;
+  int32_t ScintRate = 0;
+  int32_t ScintStart = 0;
+  int32_t ScintPrn = 0;
+
+  int32_t TestPrn = 0;
+  int32_t TestCodeOn = 0;
+  int32_t TestCarrierOn = 0;
+  int32_t TestDataOn = 0;
+  int32_t TestDataMode = 0;
+  int32_t TestDopplerOn = 0;
+  double TestDoppler = 0.0;
+};
+
+// max(0, 9 - 2 (158.5 + SignalPower)) in double, narrowed: 9.0 at -158.5 dBW, 0 from -154.
+float NoiseSigma(double signalPower);
+
+// The carrier of the system selector: 0 stores the L1 frequency and returns 0; any other
+// value stores nothing and returns -1.
+int SelectCarrier(int32_t constellationChoice, double& frequency);
+
+// The parameter table's character rules, row by row.
+double SamplingFrequencyFromText(const std::string& row2, double row1);  // kHz
+int32_t FilterWindowFromText(const std::string& row5);
+uint8_t OutputPackedFromText(const std::string& row6);
+int32_t DecimationFromText(const std::string& row7);
+
+// Reads the panel values into DifSettings in the run's order (parameter rows 1 to 7, the
+// switches, the scintillation tab only when it is on, the test tab only for a test run).
+DifSettings GatherDifSettings(const DifPanelValues& panel);
+
+// Settings a run cannot work with, refused before any file is touched: an empty string
+// when the run may go on, else the message.
+std::string CheckDifSettings(const DifSettings& s);
+
+}  // namespace vorel::dif

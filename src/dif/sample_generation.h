@@ -1,0 +1,118 @@
+#pragma once
+// The two sample generators: a .scn record followed a millisecond at a time, or one
+// satellite at a constant Doppler without a record. Each block is the sum over channels and
+// paths of carrier table x code x bit, plus noise, filtered if asked, quantised against its
+// own range, packed and written.
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "dif/channel_kernel.h"
+#include "dif/dif_settings.h"
+#include "dif/dif_state.h"
+#include "dif/scn_reader.h"
+#include "platform/aligned_buffer.h"
+#include "platform/fir.h"
+#include "platform/messages.h"
+#include "platform/random.h"
+#include "platform/text_file.h"
+
+namespace vorel::dif {
+
+inline constexpr int kMaxPaths = 8;
+
+struct MultipathRecord {
+  int32_t count = 0;
+  std::array<float, kMaxPaths> amplitude{};
+  std::array<float, kMaxPaths> delay{};
+  std::array<float, kMaxPaths> startTime{};
+};
+using MultipathRecords = std::array<MultipathRecord, 32>;
+
+// Walks the rows with the inherited switch (set at the start; "n" clears it and skips the
+// row, "y" sets it, any other text keeps it). A switched-on row adds a path to its PRN's
+// record. Rows whose PRN is outside 1..32 are skipped and counted in `skippedRows`.
+void LoadMultipathTable(const std::array<MultipathRow, kMultipathRows>& rows, int32_t rowCount,
+                        MultipathRecords& records, int32_t& skippedRows);
+
+// Scintillation slots: two per PRN (slot 2 (PRN - 1) + s), and one spare slot at the end,
+// because a value read from the file is stored as a double over two float slots.
+struct ScintillationState {
+  std::array<float, 65> amplitude;
+  std::array<float, 65> phase;
+  int32_t slotOld = 0;
+  int32_t slotNew = 1;
+  int32_t scintCounter = 0;
+  int32_t scintPeriod = 1;
+  ScintillationState() {
+    amplitude.fill(1.0f);
+    phase.fill(0.0f);
+  }
+};
+
+// The channel's amplitude and phase for this millisecond (see docs/dif.md).
+void UpdateScintillation(int32_t prn, int32_t bubbleClass, int32_t scintMode, int32_t scintPrn,
+                         int32_t scintStart, int32_t seconds, platform::LineReader* file,
+                         ScintillationState& state, float& amplitude, float& phase);
+
+// trunc(timeMs / 750000.0) x 37500: the first bit of the 12.5-minute frame holding the time.
+int32_t BitBaseForTime(int32_t timeMs);
+
+// Sets navBit, msInBit and bitNumber from the transmission time of `range` metres at
+// `timeMs` and returns the code phase in samples.
+float AlignChannel(int32_t n, int32_t timeMs, const int32_t* row, double range, int32_t base,
+                   ChannelNco& nco, BitFeed& feed);
+
+// How the generators make their numbers: every variant writes the same bytes.
+struct GeneratorSpeed {
+  bool vectorised = true;  // eight samples at a time where the plain loop allows it
+  int threads = 1;         // channels on this many threads, summed in channel order
+};
+
+struct GeneratorContext {
+  DifState& state;
+  platform::RandState& rand;
+  std::atomic<uint8_t>& RunActive;
+  const platform::Messages& messages;
+  GeneratorSpeed speed;
+};
+
+struct GeneratorFiles {
+  platform::LineReader* record = nullptr;
+  platform::LineReader* scint = nullptr;
+  std::FILE* output = nullptr;  // null: the bytes go nowhere
+};
+
+// What a run did, for the front end's summary.
+struct GeneratorReport {
+  int64_t blocks = 0;
+  int64_t bytes = 0;
+  bool stopped = false;      // RunActive was cleared
+  bool recordEnded = false;  // the .scn record ended before Duration
+  bool rowEnded = false;     // a navigation row ran out
+};
+
+// The buffers a run owns: n = SamplesPerMs.
+struct RunBuffers {
+  platform::AlignedBuffer<double> filterBuffer;  // 8 n
+  platform::FirState filter;
+  platform::AlignedBuffer<float> sum, noise, channel;
+  platform::AlignedBuffer<uint8_t> bytes;
+  std::vector<platform::AlignedBuffer<int32_t>> codeTables;  // 32 x n
+  void Allocate(int32_t n);
+};
+
+int GenerateScenarioSamples(const DifSettings& s, RunBuffers& buffers, RecordState& record,
+                            ScintillationState& scint, const MultipathRecords& multipath,
+                            const GeneratorFiles& files, GeneratorContext& context,
+                            GeneratorReport& report);
+
+int GenerateTestSamples(const DifSettings& s, RunBuffers& buffers, ScintillationState& scint,
+                        const MultipathRecords& multipath, const GeneratorFiles& files,
+                        GeneratorContext& context, GeneratorReport& report);
+
+}  // namespace vorel::dif
