@@ -33,7 +33,10 @@ void OnInterrupt(int) {
     (void)!write(2, kAbort, sizeof kAbort - 1);
     _exit(130);
   }
-  if (Session* s = gSignalSession.load()) s->RunActive.store(0, std::memory_order_relaxed);
+  if (Session* s = gSignalSession.load()) {
+    s->stopRequests.fetch_add(1);
+    s->RunActive.store(0, std::memory_order_relaxed);
+  }
 }
 
 const char kUsage[] =

@@ -152,6 +152,10 @@ Action AutoRun(CLI::App&) {
     c.session.AutoRunStarted = 1;
     if (RunObservationSim(c.session) != 0) return 1;
     ReportOutputs(c, "wrote");
+    if (c.session.stopRequests.load() > 0) {
+      fmt::print(stderr, "autorun: stopped during the observation run; the DIF run is not started\n");
+      return 0;
+    }
     // The DIF run reads the record the observation run has just written.
     const std::string record = c.session.lastOutputs.empty() ? "" : c.session.lastOutputs.back();
     c.session.lastOutputs.clear();

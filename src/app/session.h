@@ -27,6 +27,8 @@ namespace vorel::app {
 struct Session {
   // 1 while a run may go on; cleared by the stop command and by each worker as it ends.
   std::atomic<uint8_t> RunActive{0};
+  // Stops the user asked for (Ctrl-C) in this program start; a chain of runs ends at one.
+  std::atomic<int> stopRequests{0};
   int32_t AutoRunStarted = 0;
 
   Settings settings;

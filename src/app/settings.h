@@ -132,7 +132,7 @@ struct DifPanel {
   int32_t SignalOptionB = 0;
   int32_t InCode = 1;
   // Threads of the sample generator (0: one per core); the bytes are the same for any.
-  int32_t DifThreads = 1;
+  int32_t DifThreads = 0;
 };
 
 // What the navigation message commands read.
