@@ -8,7 +8,7 @@
 namespace vorel::dif {
 namespace {
 
-// First ten chips of PRN 1 to 32 in octal, as the GPS interface specification lists them
+// First ten chips of PRN 1 to 32 in octal, as IS-GPS-200 lists them
 // (the leading digit is the first chip, then three chips per digit).
 constexpr int kFirstTenOctal[32] = {01440, 01620, 01710, 01744, 01133, 01455, 01131, 01454,
                                     01626, 01504, 01642, 01750, 01764, 01772, 01775, 01776,
