@@ -1,5 +1,9 @@
 #include "platform/text_file.h"
 
+#include <stdio.h>
+
+#include <cstdlib>
+
 namespace vorel::platform {
 
 bool LineReader::Open(const std::filesystem::path& path) {
@@ -15,16 +19,23 @@ void LineReader::Close() {
   file_ = nullptr;
 }
 
+LineReader::~LineReader() {
+  Close();
+  std::free(raw_);
+}
+
 int LineReader::ReadLine(std::string& line, size_t maxChars) {
   line.clear();
   if (!file_) return -1;
-  int c = std::getc(file_);
-  if (c == EOF) return -1;
+  // One read of the whole line through the C library's buffer, then the system's rules:
+  // at most maxChars kept, the rest of the line dropped.
+  const ssize_t got = ::getline(&raw_, &rawCapacity_, file_);
+  if (got < 0) return -1;
   ++lineNumber_;
-  while (c != EOF && c != '\n') {
-    if (line.size() < maxChars) line.push_back(static_cast<char>(c));
-    c = std::getc(file_);
-  }
+  size_t length = static_cast<size_t>(got);
+  if (length > 0 && raw_[length - 1] == '\n') --length;
+  if (length > maxChars) length = maxChars;
+  line.assign(raw_, length);
   if (!line.empty() && line.back() == '\r') line.pop_back();
   return static_cast<int>(line.size());
 }

@@ -24,7 +24,7 @@ class LineReader {
  public:
   LineReader() = default;
   explicit LineReader(const std::filesystem::path& path) { Open(path); }
-  ~LineReader() { Close(); }
+  ~LineReader();
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
 
@@ -41,6 +41,8 @@ class LineReader {
   std::FILE* file_ = nullptr;
   std::string path_;
   int lineNumber_ = 0;
+  char* raw_ = nullptr;  // the line as read, grown by the C library as needed
+  size_t rawCapacity_ = 0;
 };
 
 class OutputFile {
