@@ -229,10 +229,11 @@ class BlockEngine {
   // thread runs the first channels over a piece into the sum (the first one storing) and
   // says the piece is ready; the back thread makes the block's noise first, which gives the
   // front thread its lead, then adds the other channels over each piece and the noise last,
-  // the plain order of additions, and filters the piece. Both keep each path's state from piece to piece. The work is split in channel
-  // pieces: the front thread has channels 0..split-1 whole and channel `split` over the
-  // pieces before `handover`; the back thread takes that channel on from there, with the
-  // state the front thread left. Only the limits, quantiser and bytes follow in halves.
+  // the plain order of additions, and filters the piece. Both keep each path's state from
+  // piece to piece. The work is split in channel pieces: the front thread has channels
+  // 0..split-1 whole and channel `split` over the pieces before `handover`; the back thread
+  // takes that channel on from there, with the state the front thread left. Only the
+  // quantiser and the bytes follow the pipeline, in halves.
   int32_t MakePipelined(const std::vector<PlannedPath>& paths, const std::vector<ChannelNco*>& ncos,
                         const std::vector<BitFeed*>& feeds, uint32_t seed,
                         const std::function<void()>& sideWork) {
