@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 
 #include "dif/nav_bit_table.h"
@@ -104,13 +106,17 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
     GenerateTestSamples(s, buffers, scint, multipath, files, context, outcome.report);
   } else if (ok) {
     state.navBitTable.EnsureAllocated();
-    std::string missing;
+    // One file per row, read on the run's threads; the PRNs short of bits are named in order.
+    std::array<bool, 32> shortRow{};
+#pragma omp parallel for schedule(static) num_threads(std::max(1, speed.threads))
     for (int prn = 1; prn <= 32; ++prn) {
       const auto path = paths.dataDir / "NAV" / fmt::format("navbin{}", prn);
-      if (ReadNavBitFile(path, state.navBitTable.Row(prn - 1)) < kNavBitsPerRow)
-        missing += fmt::format("{}{}", missing.empty() ? "" : ", ", prn);
+      shortRow[prn - 1] = ReadNavBitFile(path, state.navBitTable.Row(prn - 1)) < kNavBitsPerRow;
       ConvertNavBits(state.navBitTable.Row(prn - 1));
     }
+    std::string missing;
+    for (int prn = 1; prn <= 32; ++prn)
+      if (shortRow[prn - 1]) missing += fmt::format("{}{}", missing.empty() ? "" : ", ", prn);
     if (!missing.empty())
       messages.Warn(
           fmt::format("navigation files of PRN {} in {} are missing or short: their rows "

@@ -225,21 +225,31 @@ class BlockEngine {
     return Write(packed_.data(), count_);
   }
 
-  // Two threads, one path per channel: a pipeline over pieces of 1024 samples. The front
-  // thread runs channels 0..split-1 over a piece into the sum (the first one storing), makes
-  // the piece's noise and says the piece is ready; the back thread then adds channels
-  // split..C-1 over that piece and the noise last, the plain order of additions. Both keep
-  // each path's state from piece to piece. Filter, limits and bytes follow in halves.
+  // Two threads, one path per channel: a pipeline over pieces of 2048 samples. The front
+  // thread runs the first channels over a piece into the sum (the first one storing) and
+  // says the piece is ready; the back thread makes the block's noise first, which gives the
+  // front thread its lead, then adds the other channels over each piece and the noise last,
+  // the plain order of additions, and filters the piece. Both keep each path's state from
+  // piece to piece. The work is split in channel pieces: the front thread has channels
+  // 0..split-1 whole and channel `split` over the pieces before `handover`; the back thread
+  // takes that channel on from there, with the state the front thread left. Only the
+  // quantiser and the bytes follow the pipeline, in halves.
   int32_t MakePipelined(const std::vector<PlannedPath>& paths, const std::vector<ChannelNco*>& ncos,
                         const std::vector<BitFeed*>& feeds, uint32_t seed,
                         const std::function<void()>& sideWork) {
     const int32_t channels = static_cast<int32_t>(ncos.size());
-    const int32_t split = std::clamp(split_, 1, channels - 1);
-    const int32_t chunk = 1024;
-    const int32_t chunks = (n_ + chunk - 1) / chunk;
+    const int32_t piece = 2048;
+    const int32_t pieces = (n_ + piece - 1) / piece;
+    // The front share in channel pieces: at least channel 0 whole, at most all but the
+    // back thread's last piece of the last channel.
+    if (speed_.pipelineShare > 0) frontShare_ = speed_.pipelineShare;
+    if (frontShare_ <= 0) frontShare_ = channels * pieces / 2;
+    frontShare_ = std::clamp(frontShare_, pieces, channels * pieces - 1);
+    const int32_t split = frontShare_ / pieces;
+    const int32_t handover = frontShare_ % pieces;
     const bool filter = s_.FilterOn == 1;
-    floatLimits_.resize(static_cast<size_t>(chunks));
-    doubleLimits_.resize(static_cast<size_t>(chunks));
+    floatLimits_.resize(static_cast<size_t>(pieces));
+    doubleLimits_.resize(static_cast<size_t>(pieces));
     cursors_.resize(static_cast<size_t>(channels));
     double* ext = filter ? platform::FirBegin(b_.filter, n_) : nullptr;
     const int past = platform::FirPast(b_.filter);
@@ -249,40 +259,45 @@ class BlockEngine {
     const int32_t byteChunk = 1024;
     const int32_t byteChunks = (count_ + byteChunk - 1) / byteChunk;
     std::atomic<int32_t> ready{0};
-    double frontBusy = 0.0, backBusy = 0.0;
+    double frontBusy = 0.0, frontPieces = 0.0, backBusy = 0.0;
     using Clock = std::chrono::steady_clock;
 
     auto front = [&] {
       const auto start = Clock::now();
-      for (int32_t c = 0; c < split; ++c) cursors_[c] = BeginPath(paths[c].args, *ncos[c], true);
-      for (int32_t j = 0; j < chunks; ++j) {
-        const int32_t lo = j * chunk, hi = std::min(n_, lo + chunk);
-        for (int32_t c = 0; c < split; ++c)
+      const int32_t begun = handover > 0 ? split + 1 : split;
+      for (int32_t c = 0; c < begun; ++c) cursors_[c] = BeginPath(paths[c].args, *ncos[c], true);
+      for (int32_t j = 0; j < pieces; ++j) {
+        const int32_t lo = j * piece, hi = std::min(n_, lo + piece);
+        const int32_t last = j < handover ? split + 1 : split;
+        for (int32_t c = 0; c < last; ++c)
           RunPathRange(paths[c].args, *ncos[c], *feeds[c], sum, c == 0, cursors_[c], lo, hi);
-        GaussianBlockGroups(0.0f, s_.NoiseSigma, noise, n_, seed, lo / 16, (hi + 15) / 16);
         ready.store(j + 1, std::memory_order_release);
       }
       for (int32_t c = 0; c < split; ++c) EndPath(paths[c].args, *ncos[c], cursors_[c]);
+      frontPieces = std::chrono::duration<double>(Clock::now() - start).count();
       if (sideWork) sideWork();
       frontBusy = std::chrono::duration<double>(Clock::now() - start).count();
     };
     auto back = [&] {
       double waited = 0.0;
       const auto start = Clock::now();
-      for (int32_t c = split; c < channels; ++c)
+      for (int32_t c = handover > 0 ? split + 1 : split; c < channels; ++c)
         cursors_[c] = BeginPath(paths[c].args, *ncos[c], true);
-      for (int32_t j = 0; j < chunks; ++j) {
+      GaussianBlockFromSeed(0.0f, s_.NoiseSigma, noise, n_, seed);
+      for (int32_t j = 0; j < pieces; ++j) {
+        const int32_t lo = j * piece, hi = std::min(n_, lo + piece);
         if (ready.load(std::memory_order_acquire) <= j) {
           const auto w = Clock::now();
           while (ready.load(std::memory_order_acquire) <= j) Pause();
           waited += std::chrono::duration<double>(Clock::now() - w).count();
         }
-        const int32_t lo = j * chunk, hi = std::min(n_, lo + chunk);
-        for (int32_t c = split; c < channels; ++c)
+        for (int32_t c = j < handover ? split + 1 : split; c < channels; ++c)
           RunPathRange(paths[c].args, *ncos[c], *feeds[c], sum, false, cursors_[c], lo, hi);
         AddNoise(lo, hi);
         if (filter) {
           for (int32_t i = lo; i < hi; ++i) ext[past + i] = static_cast<double>(sum[i]);
+          platform::FirRange(b_.filter, ext, f, lo, hi);
+          doubleLimits_[j] = MinMaxRange(f, lo, hi);
         } else {
           floatLimits_[j] = MinMaxRange(sum, lo, hi);
         }
@@ -302,22 +317,14 @@ class BlockEngine {
         back();
       }
 #pragma omp barrier
-      if (filter) {
-#pragma omp for schedule(static)
-        for (int32_t c = 0; c < chunks; ++c) {
-          const int32_t lo = c * chunk, hi = std::min(n_, lo + chunk);
-          platform::FirRange(b_.filter, ext, f, lo, hi);
-          doubleLimits_[c] = MinMaxRange(f, lo, hi);
-        }
-      }
       // Each thread merges the pieces' limits itself, in order.
       BlockLimits<float> fl = floatLimits_[0];
       BlockLimits<double> dl = doubleLimits_[0];
-      for (int32_t c = 1; c < chunks; ++c) {
+      for (int32_t j = 1; j < pieces; ++j) {
         if (filter)
-          CombineLimits(dl, doubleLimits_[c]);
+          CombineLimits(dl, doubleLimits_[j]);
         else
-          CombineLimits(fl, floatLimits_[c]);
+          CombineLimits(fl, floatLimits_[j]);
       }
 #pragma omp for schedule(static) nowait
       for (int32_t c = 0; c < byteChunks; ++c) {
@@ -331,18 +338,17 @@ class BlockEngine {
       }
     }
     if (filter) platform::FirEnd(b_.filter);
-    // Move a channel from the busier thread to the other when the difference, smoothed over
-    // the blocks, exceeds what one channel costs. This steers the split, never a number.
-    const double perChannel = backBusy / std::max(1, channels - split);
-    busyDifference_ = 0.9 * busyDifference_ + 0.1 * (frontBusy - backBusy);
-    if (busyDifference_ > perChannel && split > 1) {
-      split_ = split - 1;
-      busyDifference_ = 0.0;
-    } else if (busyDifference_ < -perChannel && split < channels - 1) {
-      split_ = split + 1;
-      busyDifference_ = 0.0;
-    } else {
-      split_ = split;
+    // Move channel pieces towards the less busy thread: as many as half the difference,
+    // smoothed over the blocks, is worth at the front thread's cost per channel piece. This
+    // steers the split, never a number.
+    const double pieceCost = frontPieces / std::max(1, frontShare_);
+    busyDifference_ = 0.7 * busyDifference_ + 0.3 * (backBusy - frontBusy);
+    if (pieceCost > 0.0) {
+      const int32_t move =
+          static_cast<int32_t>(std::clamp(std::lround(busyDifference_ / (2.0 * pieceCost)),
+                                          -static_cast<long>(pieces), static_cast<long>(pieces)));
+      frontShare_ += move;
+      busyDifference_ -= 2.0 * pieceCost * move;
     }
     return Write(packed_.data(), count_);
   }
@@ -522,8 +528,9 @@ class BlockEngine {
   double pathSeconds_ = 0.0;
   double extraSeconds_ = 0.0;
   double extraCost_ = 4.0;
-  // The pipeline's split (channels of the front thread) and the smoothed busy difference.
-  int32_t split_ = 5;
+  // The front thread's share of the pipeline in channel pieces (0: not yet set) and the
+  // smoothed difference of the busy times.
+  int32_t frontShare_ = 0;
   double busyDifference_ = 0.0;
   std::vector<PathCursor> cursors_;
   std::vector<const float*> parts_;
@@ -664,7 +671,9 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
   scint.scintPeriod = 1000 / rate;
   if (s.ScintMode > 0) FillScintillation(scint);
 
+  // The 32 sampled codes are independent of one another: made on the run's threads.
   std::vector<platform::AlignedBuffer<float>> codeFloat(32);
+#pragma omp parallel for schedule(static) num_threads(std::max(1, ctx.speed.threads))
   for (int32_t p = 0; p < 32; ++p) {
     MakeCaCodeSamples(n, static_cast<double>(fs), 0.0, p, b.codeTables[p].data());
     codeFloat[p].Allocate(n);

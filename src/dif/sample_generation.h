@@ -71,6 +71,8 @@ float AlignChannel(int32_t n, int32_t timeMs, const int32_t* row, double range, 
 struct GeneratorSpeed {
   bool vectorised = true;  // eight samples at a time where the plain loop allows it
   int threads = 1;         // channels on this many threads, summed in channel order
+  int pipelineShare = 0;   // tests: the front thread's share of the two-thread pipeline in
+                           // channel pieces, held fixed (0: follows the measured busy times)
 };
 
 struct GeneratorContext {

@@ -182,6 +182,7 @@ TEST(DifScenario, EveryFormOfTheLoopWritesThePlainLoopsBytes) {
     bool multipath;
   };
   const Config configs[] = {{"plain settings", 0, 2, "Packed", "none", false},
+                            {"filter, 2 bits", 1, 2, "Packed", "none", false},
                             {"filter, 1 bit, multipath", 1, 1, "Packed", "none", true},
                             {"direct 3 bits, decimation 3", 0, 3, "Direct", "3", true},
                             {"scintillation", 0, 2, "Packed", "none", false}};
@@ -211,6 +212,9 @@ TEST(DifScenario, EveryFormOfTheLoopWritesThePlainLoopsBytes) {
     ASSERT_FALSE(plain.empty());
     EXPECT_EQ(RunVariant(s, dir / "fast.bin", rand, {true, 1}), plain) << c.name;
     EXPECT_EQ(RunVariant(s, dir / "two.bin", rand, {true, 2}), plain) << c.name;
+    // Two threads with the pipeline's share held where the front thread hands channel 3
+    // over to the back thread after five of the block's eight pieces.
+    EXPECT_EQ(RunVariant(s, dir / "handover.bin", rand, {true, 2, 3 * 8 + 5}), plain) << c.name;
     EXPECT_EQ(RunVariant(s, dir / "three.bin", rand, {false, 3}), plain) << c.name;
   }
 }
