@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <regex>
 
 #include "cli_runner.h"
 #include "test_support.h"
@@ -16,12 +15,23 @@ struct Solution {
   double err3dMax = 1e9;
 };
 
+// A number after `"key": ` in the tool's last line (a JSON object of plain numbers).
+double JsonNumber(const std::string& out, const std::string& key, double missing) {
+  const std::string tag = "\"" + key + "\": ";
+  const size_t at = out.rfind(tag);
+  if (at == std::string::npos) return missing;
+  try {
+    return std::stod(out.substr(at + tag.size()));
+  } catch (...) {
+    return missing;
+  }
+}
+
 Solution ParseJson(const std::string& out) {
   Solution s;
-  std::smatch m;
-  if (std::regex_search(out, m, std::regex("\"epochs_in_file\": (\\d+)"))) s.inFile = std::stoi(m[1]);
-  if (std::regex_search(out, m, std::regex("\"epochs_solved\": (\\d+)"))) s.solved = std::stoi(m[1]);
-  if (std::regex_search(out, m, std::regex("\"err3d_max_m\": ([0-9.]+)"))) s.err3dMax = std::stod(m[1]);
+  s.inFile = static_cast<int>(JsonNumber(out, "epochs_in_file", -1));
+  s.solved = static_cast<int>(JsonNumber(out, "epochs_solved", -2));
+  s.err3dMax = JsonNumber(out, "err3d_max_m", 1e9);
   return s;
 }
 
