@@ -256,8 +256,6 @@ class BlockEngine {
     float* sum = b_.sum.data();
     float* noise = b_.noise.data();
     double* f = b_.filterBuffer.data();
-    const int32_t byteChunk = 1024;
-    const int32_t byteChunks = (count_ + byteChunk - 1) / byteChunk;
     std::atomic<int32_t> ready{0};
     double frontBusy = 0.0, frontPieces = 0.0, backBusy = 0.0;
     using Clock = std::chrono::steady_clock;
@@ -317,25 +315,7 @@ class BlockEngine {
         back();
       }
 #pragma omp barrier
-      // Each thread merges the pieces' limits itself, in order.
-      BlockLimits<float> fl = floatLimits_[0];
-      BlockLimits<double> dl = doubleLimits_[0];
-      for (int32_t j = 1; j < pieces; ++j) {
-        if (filter)
-          CombineLimits(dl, doubleLimits_[j]);
-        else
-          CombineLimits(fl, floatLimits_[j]);
-      }
-#pragma omp for schedule(static) nowait
-      for (int32_t c = 0; c < byteChunks; ++c) {
-        const int32_t j0 = c * byteChunk, j1 = std::min(count_, j0 + byteChunk);
-        if (filter)
-          QuantisePackRange(f, dl, s_.BitsPerSample, levels_.data(), levelCount_, s_.Decimation,
-                            s_.OutputPacked, j0, j1, packed_.data());
-        else
-          QuantisePackRange(sum, fl, s_.BitsPerSample, levels_.data(), levelCount_, s_.Decimation,
-                            s_.OutputPacked, j0, j1, packed_.data());
-      }
+      QuantiseInTeam(filter, sum, f, pieces);
     }
     if (filter) platform::FirEnd(b_.filter);
     // Move channel pieces towards the less busy thread: as many as half the difference,
@@ -384,8 +364,6 @@ class BlockEngine {
     const int past = platform::FirPast(b_.filter);
     float* sum = b_.sum.data();
     double* f = b_.filterBuffer.data();
-    const int32_t byteChunk = 1024;
-    const int32_t byteChunks = (count_ + byteChunk - 1) / byteChunk;
     // Roles, planned before the threads start: role 0 takes the first channels straight into
     // the sum, roles 1.. the others into buffers, the last role also the noise and the side
     // work. Work in path units; the noise and side work cost what the last blocks measured.
@@ -463,26 +441,7 @@ class BlockEngine {
           doubleLimits_[c] = MinMaxRange(f, lo, hi);
         }
       }
-      // Each thread merges the pieces' limits itself, in order (every piece started from the
-      // block's first sample, as the whole loop does).
-      BlockLimits<float> fl = floatLimits_[0];
-      BlockLimits<double> dl = doubleLimits_[0];
-      for (int32_t c = 1; c < chunks; ++c) {
-        if (filter)
-          CombineLimits(dl, doubleLimits_[c]);
-        else
-          CombineLimits(fl, floatLimits_[c]);
-      }
-#pragma omp for schedule(static) nowait
-      for (int32_t c = 0; c < byteChunks; ++c) {
-        const int32_t j0 = c * byteChunk, j1 = std::min(count_, j0 + byteChunk);
-        if (filter)
-          QuantisePackRange(f, dl, s_.BitsPerSample, levels_.data(), levelCount_, s_.Decimation,
-                            s_.OutputPacked, j0, j1, packed_.data());
-        else
-          QuantisePackRange(sum, fl, s_.BitsPerSample, levels_.data(), levelCount_, s_.Decimation,
-                            s_.OutputPacked, j0, j1, packed_.data());
-      }
+      QuantiseInTeam(filter, sum, f, chunks);
     }
     if (filter) platform::FirEnd(b_.filter);
     // The measured cost of the noise and side work, in paths, for the next split.
@@ -507,6 +466,32 @@ class BlockEngine {
       float acc = fromSum ? sum[i] : 0.0f;
       for (size_t j = first; j < parts_.size(); ++j) acc = acc + parts_[j][i];
       sum[i] = acc + noise[i];
+    }
+  }
+
+  // Called by every thread of a team once the pieces' limits stand: each thread merges
+  // them itself, in order (every piece started from the block's first sample, as the whole
+  // loop does), then the team quantises and packs the block in slices of bytes.
+  void QuantiseInTeam(bool filter, const float* sum, const double* f, int32_t pieces) {
+    constexpr int32_t kByteChunk = 1024;
+    const int32_t byteChunks = (count_ + kByteChunk - 1) / kByteChunk;
+    BlockLimits<float> fl = floatLimits_[0];
+    BlockLimits<double> dl = doubleLimits_[0];
+    for (int32_t j = 1; j < pieces; ++j) {
+      if (filter)
+        CombineLimits(dl, doubleLimits_[j]);
+      else
+        CombineLimits(fl, floatLimits_[j]);
+    }
+#pragma omp for schedule(static) nowait
+    for (int32_t c = 0; c < byteChunks; ++c) {
+      const int32_t j0 = c * kByteChunk, j1 = std::min(count_, j0 + kByteChunk);
+      if (filter)
+        QuantisePackRange(f, dl, s_.BitsPerSample, levels_.data(), levelCount_, s_.Decimation,
+                          s_.OutputPacked, j0, j1, packed_.data());
+      else
+        QuantisePackRange(sum, fl, s_.BitsPerSample, levels_.data(), levelCount_, s_.Decimation,
+                          s_.OutputPacked, j0, j1, packed_.data());
     }
   }
 
