@@ -69,7 +69,7 @@ Action Galileo(CLI::App&) {
 
 Action SetTime(CLI::App&) {
   return [](CommandContext& c) {
-    const time_coords::GpsTime t = SET_TIME(c.session);
+    const gnss::GpsTime t = SET_TIME(c.session);
     fmt::print("GPS week {}, {:.3f} s of week\n", t.week, t.secondsOfWeek);
     return 0;
   };

@@ -1,3 +1,4 @@
+#include "gnss/constants.h"
 #include "app/scenario_runs.h"
 
 #include <cmath>
@@ -13,12 +14,12 @@
 namespace vorel::app {
 namespace {
 
-constexpr double kDegToRad = 0.017453292519943;
+using gnss::kDegToRad;
 constexpr double kMetresPerDegree = 111120.0;
 
-time_coords::GpsTime ScenarioGpsTime(const ScenarioSettings& s) {
-  time_coords::GpsTime t;
-  time_coords::CalendarToGpsTime(s.ScenarioYear, s.ScenarioMonth, s.ScenarioDay, s.ScenarioHour,
+gnss::GpsTime ScenarioGpsTime(const ScenarioSettings& s) {
+  gnss::GpsTime t;
+  gnss::CalendarToGpsTime(s.ScenarioYear, s.ScenarioMonth, s.ScenarioDay, s.ScenarioHour,
                                  s.ScenarioMinute, s.ScenarioSecond, s.LeapSeconds, t);
   return t;
 }
@@ -165,8 +166,8 @@ void RedateOrbits(orbits::ConstellationTable& table, double secondsOfWeek, int32
   }
 }
 
-time_coords::GpsTime SET_TIME(Session& session) {
-  const time_coords::GpsTime t = ScenarioGpsTime(session.settings.scenario);
+gnss::GpsTime SET_TIME(Session& session) {
+  const gnss::GpsTime t = ScenarioGpsTime(session.settings.scenario);
   if (session.settings.scenario.KeepOrbitEpochs == 0)
     RedateOrbits(session.constellation, t.secondsOfWeek, t.week);
   return t;
@@ -181,7 +182,7 @@ std::string prepareSimGPS(int32_t recordType, const std::tm& now, const Scenario
     case 1: return fmt::format("C:/VLD/{}{}{}.god", date, hh, mm);
     case 2:
       return fmt::format("C:/VLD/{}{:03d}{}{:02d}{}", "simu",
-                         time_coords::DayIndex(s.ScenarioMonth, s.ScenarioDay), "0.",
+                         gnss::DayIndex(s.ScenarioMonth, s.ScenarioDay), "0.",
                          s.ScenarioYear - 2000, "O");
     case 4: return fmt::format("C:/VLD/{}{}{}.srv", date, hh, mm);
     case 5: return fmt::format("C:/VLD/{}{}{}.scn", date, hh, mm);
@@ -198,7 +199,7 @@ std::string prepareSimRS(int32_t stationRecordType, int station, const ScenarioS
   switch (stationRecordType) {
     case 2:
       return fmt::format("C:/VLD/LAAS/{}{:03d}{}{:02d}{}", fmt::format("rs{}_", station),
-                         time_coords::DayIndex(s.ScenarioMonth, s.ScenarioDay), "0.",
+                         gnss::DayIndex(s.ScenarioMonth, s.ScenarioDay), "0.",
                          s.ScenarioYear - 2000, "O");
     case 4: return fmt::format("C:/VLD/LAAS/rs{}.srv", station);
     case 5: return fmt::format("C:/VLD/LAAS/rs{}.scn", station);
@@ -241,10 +242,10 @@ int RunObservationSim(Session& session) {
     observation::WriteRinexHeader(output, sc.RinexStandardLayout != 0);
   args.outputFile = output.IsOpen() ? &output : nullptr;
 
-  const time_coords::GpsTime start = ScenarioGpsTime(sc);
+  const gnss::GpsTime start = ScenarioGpsTime(sc);
   args.gpsWeek = start.week;
   args.startMs = static_cast<int32_t>(std::floor(start.secondsOfWeek) * 1000.0);
-  args.dayIndex = time_coords::DayIndex(sc.ScenarioMonth, sc.ScenarioDay);
+  args.dayIndex = gnss::DayIndex(sc.ScenarioMonth, sc.ScenarioDay);
   args.intervalMs = sc.ObservationInterval;
   args.durationArg = sc.ScenarioDuration * 60;
   args.carriedFlag = sc.AuxiliaryInputDisabled;
@@ -261,7 +262,7 @@ int RunObservationSim(Session& session) {
 
   if (sc.KeepOrbitEpochs == 0)
     RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
-  args.carrierFrequency = sc.ConstellationChoice == 0 ? 1575420000.0 : 0.0;
+  args.carrierFrequency = sc.ConstellationChoice == 0 ? gnss::kL1Frequency : 0.0;
 
   FlyReceiver(session, args, output);
   session.RunActive.store(0, std::memory_order_relaxed);
@@ -306,10 +307,10 @@ int RunRawGeneration(Session& session) {
     args.eventFile = events.IsOpen() ? &events : nullptr;
 
     args.intervalMs = sc.ObservationInterval;
-    const time_coords::GpsTime start = ScenarioGpsTime(sc);
+    const gnss::GpsTime start = ScenarioGpsTime(sc);
     args.gpsWeek = start.week;
     args.startMs = static_cast<int32_t>(std::floor(start.secondsOfWeek) * 1000.0);
-    args.dayIndex = time_coords::DayIndex(sc.ScenarioMonth, sc.ScenarioDay);
+    args.dayIndex = gnss::DayIndex(sc.ScenarioMonth, sc.ScenarioDay);
     args.durationArg = sc.ScenarioDuration * 60000;
     args.carriedFlag = sc.AuxiliaryInputDisabled;
 
@@ -337,7 +338,7 @@ int RunRawGeneration(Session& session) {
 
     if (sc.KeepOrbitEpochs == 0)
       RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
-    args.carrierFrequency = sc.ConstellationChoice == 0 ? 1575420000.0 : 0.0;
+    args.carrierFrequency = sc.ConstellationChoice == 0 ? gnss::kL1Frequency : 0.0;
     args.staticReceiver = 1;
 
     FlyReceiver(session, args, output);

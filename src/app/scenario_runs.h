@@ -7,7 +7,7 @@
 #include <string>
 
 #include "app/session.h"
-#include "app/time_coords/time_coords.h"
+#include "gnss/time_coords.h"
 
 namespace vorel::app {
 
@@ -17,7 +17,7 @@ namespace vorel::app {
 void RedateOrbits(orbits::ConstellationTable& table, double secondsOfWeek, int32_t week);
 
 // The scenario date as GPS week and seconds; re-dates the orbits when KeepOrbitEpochs is 0.
-time_coords::GpsTime SET_TIME(Session& session);
+gnss::GpsTime SET_TIME(Session& session);
 
 // Output names from the run-time clock (date "MM-DD-YYYY", time "HH:MM:SS") and the
 // scenario date, in the data directory's old spelling ("C:/VLD/..."); empty when the

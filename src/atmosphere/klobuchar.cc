@@ -1,3 +1,4 @@
+#include "gnss/constants.h"
 #include "atmosphere/klobuchar.h"
 
 #include <cmath>
@@ -61,7 +62,7 @@ void KlobucharDelay(const AtmosphereState& state, double latRad, double lonRad, 
   if (AMP < 0.0) AMP = 0.0;
   const double x2 = x * x;
   const double x4 = x2 * x2;
-  delayOut = (F * 299792458.0) * (AMP * (1.0 - x2 / 2.0 + x4 / 24.0) + 5e-09);
+  delayOut = (F * gnss::kSpeedOfLight) * (AMP * (1.0 - x2 / 2.0 + x4 / 24.0) + 5e-09);
 }
 
 void LoadKlobucharCoefficients(AtmosphereState& state, const IonoCoefficientTable& table) {

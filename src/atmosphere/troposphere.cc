@@ -1,3 +1,4 @@
+#include "gnss/constants.h"
 #include "atmosphere/troposphere.h"
 
 #include <cmath>
@@ -6,7 +7,7 @@ namespace vorel::atmosphere {
 namespace {
 
 // The program's degrees-to-radians factor for the troposphere.
-constexpr double kDegToRad = 0.017453292519943;
+using gnss::kDegToRad;
 
 // Niell mapping coefficients, rows at 15, 30, 45, 60 and 75 degrees of latitude;
 // columns a, b, c.

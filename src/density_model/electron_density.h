@@ -13,12 +13,13 @@
 
 #include <cmath>
 
+#include "gnss/constants.h"
 #include "density_model/model_state.h"
 
 namespace vorel::density_model {
 
-inline constexpr double kRadToDeg = 57.29577951308232;
-inline constexpr double kPi = 3.141592653589793;
+inline constexpr double kRadToDeg = gnss::kRadToDegDensity;
+using gnss::kPi;
 
 double ElectronDensity(ModelState& state, double h, double lat, double& lon, int month,
                        double& flux, double& ut);

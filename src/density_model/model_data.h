@@ -11,12 +11,13 @@
 #include <string>
 #include <vector>
 
+#include "gnss/constants.h"
 #include "density_model/model_state.h"
 
 namespace vorel::density_model {
 
 // The model's own degree factor (not the program-wide one).
-inline constexpr double kDeg = 0.0174532925199433;
+inline constexpr double kDeg = gnss::kDegToRadDensity;
 
 // Where the model files are looked for: <dataDir>/NEQUICK first, then the installed
 // share/vorel/nequick, then the source tree's data/nequick (for runs from a build tree).

@@ -16,9 +16,11 @@
 #include <array>
 #include <cstdint>
 
+#include "gnss/constants.h"
+
 namespace vorel::dif {
 
-inline constexpr float kTwoPiFloat = 6.2831854820251465f;
+using gnss::kTwoPiFloat;
 inline constexpr double kTwoPiFloatAsDouble = 6.2831854820251465;
 inline constexpr float kRadiansToIndex = 2.5464789867401123f;
 

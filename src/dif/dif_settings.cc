@@ -1,3 +1,4 @@
+#include "gnss/constants.h"
 #include "dif/dif_settings.h"
 
 #include <fmt/format.h>
@@ -13,7 +14,7 @@ float NoiseSigma(double signalPower) {
 
 int SelectCarrier(int32_t constellationChoice, double& frequency) {
   if (constellationChoice == 0) {
-    frequency = 1575420000.0;
+    frequency = gnss::kL1Frequency;
     return 0;
   }
   return -1;

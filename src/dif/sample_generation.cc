@@ -1,3 +1,4 @@
+#include "gnss/constants.h"
 #include "dif/sample_generation.h"
 
 #include <fmt/format.h>
@@ -23,7 +24,7 @@ namespace vorel::dif {
 namespace {
 
 constexpr double kMetresPerMs = 299792.458;
-constexpr double kSpeedOfLight = 299792458.0;
+using gnss::kSpeedOfLight;
 constexpr double kRangeRateToRho = -3.335640940349549e-06;
 
 // The double a scan stores lands on two float slots (and the spare one behind the last).

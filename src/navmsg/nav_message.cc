@@ -5,7 +5,7 @@
 #include <cmath>
 #include <string>
 
-#include "app/time_coords/time_coords.h"
+#include "gnss/time_coords.h"
 #include "navmsg/almanac_pages.h"
 #include "navmsg/ephemeris_subframes.h"
 #include "orbits/satellite_position.h"
@@ -108,8 +108,8 @@ bool ValidPrn(int prn) { return prn >= 1 && prn <= kMessagePrnCount; }
 
 // Scenario time in seconds of week, with the table re-dated to it when asked.
 double ScenarioTime(const NavMessageSettings& settings, const RedateOrbitsFn& redateOrbits) {
-  time_coords::GpsTime time;
-  time_coords::CalendarToGpsTime(
+  gnss::GpsTime time;
+  gnss::CalendarToGpsTime(
       settings.ScenarioYear, settings.ScenarioMonth, settings.ScenarioDay, settings.ScenarioHour,
       settings.ScenarioMinute, settings.ScenarioSecond, settings.LeapSeconds, time);
   if (settings.KeepOrbitEpochs == 0 && redateOrbits) redateOrbits(time.secondsOfWeek, time.week);

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "app/time_coords/time_coords.h"
+#include "gnss/time_coords.h"
 #include "observation/record_writers.h"
 #include "orbits/satellite_position.h"
 #include "platform/text_file.h"
@@ -82,12 +82,12 @@ int ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, EpochLoop
         los[0] = dx / range;
         los[1] = dy / range;
         los[2] = dz / range;
-        const double zenith = std::acos(time_coords::DotProduct(los, loop.upRow.data(), 3));
+        const double zenith = std::acos(gnss::DotProduct(los, loop.upRow.data(), 3));
         elevation = kHalfPi - zenith;
         const double sinZenith = std::sin(zenith);
-        const double n = time_coords::DotProduct(los, loop.northRow.data(), 3) / sinZenith;
+        const double n = gnss::DotProduct(los, loop.northRow.data(), 3) / sinZenith;
         azimuth = std::acos(n);
-        if (time_coords::DotProduct(los, loop.eastRow.data(), 3) / sinZenith < 0.0)
+        if (gnss::DotProduct(los, loop.eastRow.data(), 3) / sinZenith < 0.0)
           azimuth = -azimuth;
         if (args.elevationMask > elevation) {
           aboveMask = false;
@@ -127,8 +127,8 @@ int ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, EpochLoop
       const double clock = orbits::SatelliteClockBias(env.table, tTransmit, s);
 
       // The noise draws reach no observable, but they advance the run-time rand.
-      time_coords::GaussianSamples(0.0, args.codeNoiseSigma, noise, 2, env.rand);
-      time_coords::GaussianSamples(0.0, args.phaseNoiseSigma, noise, 2, env.rand);
+      gnss::GaussianSamples(0.0, args.codeNoiseSigma, noise, 2, env.rand);
+      gnss::GaussianSamples(0.0, args.phaseNoiseSigma, noise, 2, env.rand);
 
       AdvanceEvent(loop.activeEvent, s, timeMs);
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "atmosphere/bubble_settings.h"
+#include "gnss/constants.h"
 #include "orbits/orbit_record.h"
 #include "platform/random.h"
 
@@ -25,9 +26,9 @@ struct Messages;
 namespace vorel::observation {
 
 inline constexpr int kMaxChannels = 48;
-inline constexpr double kSpeedOfLight = 299792458.0;
-inline constexpr double kDegToRad = 0.017453292519943;
-inline constexpr double kRadToDegTropo = 57.32484;
+using gnss::kDegToRad;
+using gnss::kRadToDegTropo;
+using gnss::kSpeedOfLight;
 
 struct EpochChannel {
   int32_t prn = 0;
@@ -165,7 +166,7 @@ struct TrajectoryRunArgs {
   int32_t stationLatchEnabled = 0;
   std::array<double, 4> stationValues{};
   double stationAlongTrack = 0.0;
-  double carrierFrequency = 1575420000.0;
+  double carrierFrequency = gnss::kL1Frequency;
   int32_t satelliteCount = 32;
   int32_t recordType = kRecordScn;
   platform::LineReader* eventFile = nullptr;  // null: no events

@@ -5,7 +5,7 @@
 
 #include <fmt/format.h>
 
-#include "app/time_coords/time_coords.h"
+#include "gnss/time_coords.h"
 #include "platform/messages.h"
 #include "platform/scan.h"
 #include "platform/text_file.h"
@@ -27,8 +27,8 @@ void ComputeRows(double latitudeDeg, double longitudeDeg, EpochLoop& loop) {
 }
 
 void ComputeReceiver(double latitude, double longitude, double altitude, EpochLoop& loop) {
-  time_coords::Ecef p;
-  time_coords::GeodeticToEcef(latitude, longitude, altitude, p);
+  gnss::Ecef p;
+  gnss::GeodeticToEcef(latitude, longitude, altitude, p);
   loop.receiverEcef = {p.x, p.y, p.z};
 }
 

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <string_view>
 
-#include "app/time_coords/time_coords.h"
+#include "gnss/time_coords.h"
 #include "platform/scan.h"
 
 namespace vorel::orbits {
@@ -134,7 +134,7 @@ struct RinexTemporaries {
   double IDOT = 0.0, codesOnL2 = 0.0, gpsWeek = 0.0, l2pFlag = 0.0;
   double accuracy = 0.0, health = 0.0, tgd = 0.0, iodc = 0.0;
   double transmissionTime = 0.0, fitInterval = 0.0, spare1 = 0.0, spare2 = 0.0;
-  time_coords::GpsTime clockTime{};
+  gnss::GpsTime clockTime{};
 };
 
 // The record the lines of the current block go to, in both sets; null while the block
@@ -165,7 +165,7 @@ void RinexLineOne(const std::string& line, const platform::LineReader& file,
 
   if (v.year < 99) v.year += 2000;
   if (v.year > -kYearLimit && v.year < kYearLimit && v.day > -kDayLimit && v.day < kDayLimit) {
-    time_coords::CalendarToGpsTime(v.year, v.month, v.day, v.hour, v.minute, v.seconds, 0,
+    gnss::CalendarToGpsTime(v.year, v.month, v.day, v.hour, v.minute, v.seconds, 0,
                                    v.clockTime);
   } else {
     Warn(messages, file, "date out of range; week and toc of the previous record are used");

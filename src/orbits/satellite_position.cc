@@ -1,14 +1,15 @@
+#include "gnss/constants.h"
 #include "orbits/satellite_position.h"
 
 #include <cmath>
 
-#include "app/time_coords/time_coords.h"
+#include "gnss/time_coords.h"
 
 namespace vorel::orbits {
 namespace {
 constexpr double kGravitationalParameter = 398600500000000.0;
-constexpr double kEarthRotation = 7.2921151467e-05;
-constexpr double kEarthRotationTransit = 7.292115147e-05;
+using gnss::kEarthRotation;
+using gnss::kEarthRotationTransit;
 constexpr double kRelativityFactor = -4.442807633e-10;
 constexpr double kKeplerTolerance = 1e-08;
 constexpr int kKeplerIterationCap = 100000;
@@ -88,14 +89,14 @@ void RotateForEarthSpin(double travelTime, const Vec3& position, Vec3& rotated) 
   const double c = std::cos(theta);
   const double s = std::sin(theta);
   const double matrix[9] = {c, s, 0.0, -s, c, 0.0, 0.0, 0.0, 1.0};
-  time_coords::MatrixMultiply(matrix, position.data(), 3, 3, 1, rotated.data());
+  gnss::MatrixMultiply(matrix, position.data(), 3, 3, 1, rotated.data());
 }
 
 double SatelliteClockBias(const ConstellationTable& table, double t, int satellite) {
   const SatelliteOrbits& row = table.rows[satellite];
   if (row.selectedRecord < 0 || row.selectedRecord >= kRecordsPerSet) return 0.0;
   const OrbitRecord& o = row.trueRecords[row.selectedRecord];
-  const double dt = time_coords::WrapWeekSeconds(t - o.toc);
+  const double dt = gnss::WrapWeekSeconds(t - o.toc);
   return (o.af2 * dt + o.af1) * dt + o.af0;
 }
 

@@ -10,7 +10,7 @@
 #include <memory>
 #include <vector>
 
-#include "app/time_coords/time_coords.h"
+#include "gnss/time_coords.h"
 #include "orbits/satellite_position.h"
 #include "test_support.h"
 
@@ -35,7 +35,7 @@ bool AnyContains(const std::vector<std::string>& warnings, const std::string& pa
 
 // GPS week and seconds of week from the civil date by day counting, independent of the
 // program's own calendar arithmetic.
-time_coords::GpsTime CivilToGps(int year, int month, int day, int hour, int minute, double sec) {
+gnss::GpsTime CivilToGps(int year, int month, int day, int hour, int minute, double sec) {
   using namespace std::chrono;
   const sys_days date{std::chrono::year{year} / month / day};
   const sys_days epoch{std::chrono::year{1980} / 1 / 6};
@@ -278,7 +278,7 @@ TEST_F(OrbitFilesTest, RinexNavigationMatchesAColumnReadingOfTheFile) {
     const SatelliteOrbits& row = table->rows[f.prn - 1];
     ASSERT_LT(k, row.recordCount) << f.prn;
     EXPECT_EQ(row.prn, f.prn);
-    const time_coords::GpsTime expected =
+    const gnss::GpsTime expected =
         CivilToGps(2000 + f.year, f.month, f.day, f.hour, f.minute, f.seconds);
     for (const OrbitRecord* r : {&row.trueRecords[k], &row.broadcastRecords[k]}) {
       SCOPED_TRACE(testing::Message() << "PRN " << f.prn << " record " << k);
@@ -349,8 +349,8 @@ TEST_F(OrbitFilesTest, RinexYearsBelow99GetTwoThousandAdded) {
                              RinexRecord(" 2 98  3  4  5  6", 5153.0) +
                              RinexRecord(" 3 2012  3  4  5  6", 5153.0));
   EXPECT_EQ(ReadRinexNavigation(*table, path, messages), 1);
-  const time_coords::GpsTime y2012 = CivilToGps(2012, 3, 4, 5, 6, 0.0);
-  const time_coords::GpsTime y2098 = CivilToGps(2098, 3, 4, 5, 6, 0.0);
+  const gnss::GpsTime y2012 = CivilToGps(2012, 3, 4, 5, 6, 0.0);
+  const gnss::GpsTime y2098 = CivilToGps(2098, 3, 4, 5, 6, 0.0);
   EXPECT_EQ(table->rows[0].trueRecords[0].week, y2012.week);
   EXPECT_EQ(table->rows[0].broadcastRecords[0].toc, y2012.secondsOfWeek);
   EXPECT_EQ(table->rows[1].trueRecords[0].week, y2098.week);

@@ -7,7 +7,7 @@
 
 #include "platform/random.h"
 
-namespace vorel::time_coords {
+namespace vorel::gnss {
 
 // One fold of a seconds-of-week difference into [-302400, 302400]; the bounds stay.
 double WrapWeekSeconds(double t);
@@ -51,4 +51,4 @@ void MatrixMultiply(const double* a, const double* b, int32_t rows, int32_t inne
 void GaussianSamples(double mean, double sigma, double* out, int32_t count,
                      platform::RandState& rand);
 
-}  // namespace vorel::time_coords
+}  // namespace vorel::gnss

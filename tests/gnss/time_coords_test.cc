@@ -1,10 +1,10 @@
-#include "app/time_coords/time_coords.h"
+#include "gnss/time_coords.h"
 
 #include <cmath>
 
 #include <gtest/gtest.h>
 
-namespace vorel::time_coords {
+namespace vorel::gnss {
 namespace {
 
 TEST(TimeCoords, WeekWrapFoldsOnceAndKeepsTheBounds) {
@@ -102,4 +102,4 @@ TEST(TimeCoords, DotAndRowMajorProduct) {
 }
 
 }  // namespace
-}  // namespace vorel::time_coords
+}  // namespace vorel::gnss

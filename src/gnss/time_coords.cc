@@ -1,8 +1,8 @@
-#include "app/time_coords/time_coords.h"
+#include "gnss/time_coords.h"
 
 #include <cmath>
 
-namespace vorel::time_coords {
+namespace vorel::gnss {
 
 double WrapWeekSeconds(double t) {
   if (t > 302400.0) return t - 604800.0;
@@ -106,4 +106,4 @@ void GaussianSamples(double mean, double sigma, double* out, int32_t count,
   platform::GaussianFill(seed, mean, sigma, out, count);
 }
 
-}  // namespace vorel::time_coords
+}  // namespace vorel::gnss
