@@ -64,7 +64,7 @@ void BM_GenNavMulti32(benchmark::State& st) {
   settings.ScenarioMinute = 20;
   const auto messages = vorel::platform::Messages::Silent();
   for (auto _ : st) {
-    benchmark::DoNotOptimize(vorel::navmsg::GEN_NAV_MULTI(settings, table, dir, state, messages));
+    benchmark::DoNotOptimize(vorel::navmsg::WriteAllNavigationFiles(settings, table, dir, state, messages));
   }
   std::filesystem::remove_all(dir);
 }

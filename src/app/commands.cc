@@ -46,7 +46,7 @@ Action LoadOrbits(CLI::App& p) {
                  args.KeepOrbitEpochs);
       return 1;
     }
-    const int result = orbits::Load_Almanac(s.constellation, s.orbitState, args, s.messages);
+    const int result = orbits::LoadAlmanac(s.constellation, s.orbitState, args, s.messages);
     if (result != 1) {
       fmt::print(stderr, "load-orbits: {}: no usable orbit found (read as {})\n", args.path,
                  args.KeepOrbitEpochs == 0 ? "a YUMA almanac" : "a RINEX navigation file");
@@ -61,7 +61,7 @@ Action LoadOrbits(CLI::App& p) {
 
 Action Galileo(CLI::App&) {
   return [](CommandContext& c) {
-    orbits::LOAD_GALILEO(c.session.constellation, c.session.orbitState);
+    orbits::LoadGalileo(c.session.constellation, c.session.orbitState);
     Summary(c, "loaded the built-in Galileo constellation");
     return 0;
   };
@@ -69,7 +69,7 @@ Action Galileo(CLI::App&) {
 
 Action SetTime(CLI::App&) {
   return [](CommandContext& c) {
-    const gnss::GpsTime t = SET_TIME(c.session);
+    const gnss::GpsTime t = SetScenarioTime(c.session);
     fmt::print("GPS week {}, {:.3f} s of week\n", t.week, t.secondsOfWeek);
     return 0;
   };
@@ -112,7 +112,7 @@ Action Raw(CLI::App&) {
 
 Action Events(CLI::App&) {
   return [](CommandContext& c) {
-    const int written = GEN_EVT(c.session);
+    const int written = WriteStationEventFiles(c.session);
     ReportOutputs(c, "wrote event skeleton");
     return written == kStations ? 0 : 1;
   };
@@ -203,9 +203,9 @@ Action Nav(CLI::App& p, bool all) {
     auto redate = [&s](double secondsOfWeek, int32_t week) {
       RedateOrbits(s.constellation, secondsOfWeek, week);
     };
-    const int r = all ? navmsg::GEN_NAV_MULTI(settings, s.constellation, s.dataDir.root(),
+    const int r = all ? navmsg::WriteAllNavigationFiles(settings, s.constellation, s.dataDir.root(),
                                               s.navMessage, s.messages, redate)
-                      : navmsg::GEN_NAV(settings, s.constellation, s.dataDir.root(),
+                      : navmsg::WriteNavigationFiles(settings, s.constellation, s.dataDir.root(),
                                         s.navMessage, s.messages, redate);
     if (r != 0) return 1;
     if (all)

@@ -55,7 +55,7 @@ int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutco
     std::time_t t = std::time(nullptr);
     std::tm now{};
     localtime_r(&t, &now);
-    output = prepareSimDIF(settings.dif.DifFileType, now);
+    output = DifOutputName(settings.dif.DifFileType, now);
   }
   paths.output = session.dataDir.Map(output);
   paths.record = recordOverride.empty()

@@ -166,14 +166,14 @@ void RedateOrbits(orbits::ConstellationTable& table, double secondsOfWeek, int32
   }
 }
 
-gnss::GpsTime SET_TIME(Session& session) {
+gnss::GpsTime SetScenarioTime(Session& session) {
   const gnss::GpsTime t = ScenarioGpsTime(session.settings.scenario);
   if (session.settings.scenario.KeepOrbitEpochs == 0)
     RedateOrbits(session.constellation, t.secondsOfWeek, t.week);
   return t;
 }
 
-std::string prepareSimGPS(int32_t recordType, const std::tm& now, const ScenarioSettings& s) {
+std::string ObservationOutputName(int32_t recordType, const std::tm& now, const ScenarioSettings& s) {
   const std::string date = RunDate(now);
   const std::string hh = fmt::format("{:02d}", now.tm_hour);
   const std::string mm = fmt::format("{:02d}", now.tm_min);
@@ -190,12 +190,12 @@ std::string prepareSimGPS(int32_t recordType, const std::tm& now, const Scenario
   }
 }
 
-std::string prepareSimDIF(int32_t difFileType, const std::tm& now) {
+std::string DifOutputName(int32_t difFileType, const std::tm& now) {
   return fmt::format("C:/VLD/{}{:02d}{:02d}.{}", RunDate(now), now.tm_hour, now.tm_min,
                      difFileType == 1 ? "bin" : "dat");
 }
 
-std::string prepareSimRS(int32_t stationRecordType, int station, const ScenarioSettings& s) {
+std::string StationOutputName(int32_t stationRecordType, int station, const ScenarioSettings& s) {
   switch (stationRecordType) {
     case 2:
       return fmt::format("C:/VLD/LAAS/{}{:03d}{}{:02d}{}", fmt::format("rs{}_", station),
@@ -233,7 +233,7 @@ int RunObservationSim(Session& session) {
   platform::OutputFile output;
   std::string outputName = sc.ObservationOutputFile;
   if (outputName.empty() && sc.RecordType != observation::kRecordNone)
-    outputName = prepareSimGPS(sc.RecordType, LocalNow(), sc);
+    outputName = ObservationOutputName(sc.RecordType, LocalNow(), sc);
   if (!(outputName.empty() && sc.RecordType == observation::kRecordNone))
     OpenRecord(session, output, outputName, "ObservationOutputFile");
   args.recordType = sc.RecordType;
@@ -296,7 +296,7 @@ int RunRawGeneration(Session& session) {
 
     platform::OutputFile output;
     std::string outputName = settings.stations.StationOutputFile[i];
-    if (outputName.empty()) outputName = prepareSimRS(st.StationRecordType, station, sc);
+    if (outputName.empty()) outputName = StationOutputName(st.StationRecordType, station, sc);
     OpenRecord(session, output, outputName, fmt::format("StationOutputFile of station {}", station).c_str());
     args.outputFile = output.IsOpen() ? &output : nullptr;
     args.rinexStandardLayout = sc.RinexStandardLayout;
@@ -347,7 +347,7 @@ int RunRawGeneration(Session& session) {
   return 0;
 }
 
-int GEN_EVT(Session& session) {
+int WriteStationEventFiles(Session& session) {
   int written = 0;
   for (int i = 0; i < kStations; ++i) {
     const auto path = session.dataDir.Map(session.settings.stations.StationEventFile[i]);

@@ -17,20 +17,20 @@ namespace vorel::app {
 void RedateOrbits(orbits::ConstellationTable& table, double secondsOfWeek, int32_t week);
 
 // The scenario date as GPS week and seconds; re-dates the orbits when KeepOrbitEpochs is 0.
-gnss::GpsTime SET_TIME(Session& session);
+gnss::GpsTime SetScenarioTime(Session& session);
 
 // Output names from the run-time clock (date "MM-DD-YYYY", time "HH:MM:SS") and the
 // scenario date, in the data directory's old spelling ("C:/VLD/..."); empty when the
 // record type has no rule.
-std::string prepareSimGPS(int32_t recordType, const std::tm& now, const ScenarioSettings& s);
-std::string prepareSimDIF(int32_t difFileType, const std::tm& now);
-std::string prepareSimRS(int32_t stationRecordType, int station, const ScenarioSettings& s);
+std::string ObservationOutputName(int32_t recordType, const std::tm& now, const ScenarioSettings& s);
+std::string DifOutputName(int32_t difFileType, const std::tm& now);
+std::string StationOutputName(int32_t stationRecordType, int station, const ScenarioSettings& s);
 
 // One receiver, static or on a trajectory. Returns 0, or -1 for "Invalid orbits".
 int RunObservationSim(Session& session);
 // The four reference stations in turn. Returns 0.
 int RunRawGeneration(Session& session);
 // Writes the event-file skeleton of each station. Returns the number written.
-int GEN_EVT(Session& session);
+int WriteStationEventFiles(Session& session);
 
 }  // namespace vorel::app

@@ -22,7 +22,7 @@ int LoadStartupOrbits(Session& session) {
   args.KeepOrbitEpochs = 0;  // start-up reads its orbit file as a YUMA almanac
   args.path = path.string();
   const int result =
-      orbits::Load_Almanac(session.constellation, session.orbitState, args, session.messages);
+      orbits::LoadAlmanac(session.constellation, session.orbitState, args, session.messages);
   if (result != 1)
     session.messages.Warn(fmt::format("orbit file {} (OrbitFile) holds no usable YUMA almanac",
                                       path.string()));
@@ -46,9 +46,9 @@ int StartUp(Session& session, const GlobalOptions& options, std::string& error) 
   if (!session.dataDir.Create(error)) return 2;
   session.densityModel.searchDirs = density_model::ModelSearchDirs(session.dataDir.root());
 
-  orbits::SET_CONST(settings.scenario.ConstellationChoice, session.orbitState);
+  orbits::SetSignalSystem(settings.scenario.ConstellationChoice, session.orbitState);
   LoadStartupOrbits(session);
-  SET_TIME(session);
+  SetScenarioTime(session);
   return 0;
 }
 

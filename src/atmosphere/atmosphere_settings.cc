@@ -4,45 +4,45 @@
 
 namespace vorel::atmosphere {
 
-void CHOOSE_ION(AtmosphereSettings& settings) {
+void ChooseBroadcastIonosphere(AtmosphereSettings& settings) {
   settings.klobucharSelected = 1;
   settings.ionoChoice2Selected = 0;
   settings.ionoChoice3Selected = 0;
 }
 
-void CHOOSE_ION2(AtmosphereSettings& settings) {
+void ChooseSlantIonosphere(AtmosphereSettings& settings) {
   settings.klobucharSelected = 0;
   settings.ionoChoice2Selected = 1;
   settings.ionoChoice3Selected = 0;
 }
 
-void CHOOSE_ION3(AtmosphereSettings& settings) {
+void ChooseThirdIonosphere(AtmosphereSettings& settings) {
   settings.klobucharSelected = 0;
   settings.ionoChoice2Selected = 0;
   settings.ionoChoice3Selected = 1;
 }
 
-void CHOOSE_R12(AtmosphereSettings& settings) {
+void ChooseSunspotInput(AtmosphereSettings& settings) {
   settings.fluxChosen = settings.r12Chosen == 0 ? 1 : 0;
 }
 
-void CHOOSE_FLUX(AtmosphereSettings& settings) {
+void ChooseFluxInput(AtmosphereSettings& settings) {
   settings.r12Chosen = settings.fluxChosen == 0 ? 1 : 0;
 }
 
-void CONVERT_FLUX(AtmosphereSettings& settings) {
+void ConvertFluxToSunspot(AtmosphereSettings& settings) {
   settings.sunspotNumber = SunspotFromFlux(settings.solarFlux);
 }
 
-void CONVERT_SUNSPOT(AtmosphereSettings& settings) {
+void ConvertSunspotToFlux(AtmosphereSettings& settings) {
   settings.solarFlux = FluxFromSunspot(settings.sunspotNumber);
 }
 
-void IONB_SET20(AtmosphereSettings& settings) {
+void ZeroBroadcastIonoTable(AtmosphereSettings& settings) {
   settings.ionoBroadcastTable = IonoCoefficientTable{};
 }
 
-void IONB_SET2T(AtmosphereSettings& settings) {
+void CopyTruthToBroadcastIonoTable(AtmosphereSettings& settings) {
   for (int row = 0; row < 2; ++row) {
     for (int column = 0; column < 4; ++column) {
       settings.ionoBroadcastTable.cells[row][column] = settings.ionoTruthTable.cells[row][column];

@@ -53,22 +53,22 @@ struct AtmosphereSettings {
 };
 
 // The model-choice buttons: each turns its own button on and the two others off.
-void CHOOSE_ION(AtmosphereSettings& settings);
-void CHOOSE_ION2(AtmosphereSettings& settings);
-void CHOOSE_ION3(AtmosphereSettings& settings);
+void ChooseBroadcastIonosphere(AtmosphereSettings& settings);
+void ChooseSlantIonosphere(AtmosphereSettings& settings);
+void ChooseThirdIonosphere(AtmosphereSettings& settings);
 
 // The two solar-number check boxes: each reads its own box (as the user has just set
 // it) and sets the other box to the opposite; nothing else changes.
-void CHOOSE_R12(AtmosphereSettings& settings);
-void CHOOSE_FLUX(AtmosphereSettings& settings);
+void ChooseSunspotInput(AtmosphereSettings& settings);
+void ChooseFluxInput(AtmosphereSettings& settings);
 
 // Keep the two solar numbers in step: sunspotNumber from solarFlux, and the reverse.
-void CONVERT_FLUX(AtmosphereSettings& settings);
-void CONVERT_SUNSPOT(AtmosphereSettings& settings);
+void ConvertFluxToSunspot(AtmosphereSettings& settings);
+void ConvertSunspotToFlux(AtmosphereSettings& settings);
 
 // Broadcast table to all zeros; broadcast table as a copy of the truth table.
-void IONB_SET20(AtmosphereSettings& settings);
-void IONB_SET2T(AtmosphereSettings& settings);
+void ZeroBroadcastIonoTable(AtmosphereSettings& settings);
+void CopyTruthToBroadcastIonoTable(AtmosphereSettings& settings);
 
 // 1 when a run with these settings takes the broadcast model (atmosphere on and the
 // first button set), as the run's model number; 0 otherwise.

@@ -128,7 +128,7 @@ int RunConvertFlux(AtmosphereSettings& settings, std::string_view valueText, std
     return -1;
   }
   settings.solarFlux = value;
-  CONVERT_FLUX(settings);
+  ConvertFluxToSunspot(settings);
   out = FormatSolarNumbers(settings);
   return 0;
 }
@@ -142,7 +142,7 @@ int RunConvertSunspot(AtmosphereSettings& settings, std::string_view valueText, 
     return -1;
   }
   settings.sunspotNumber = value;
-  CONVERT_SUNSPOT(settings);
+  ConvertSunspotToFlux(settings);
   out = FormatSolarNumbers(settings);
   return 0;
 }

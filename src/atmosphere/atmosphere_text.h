@@ -39,8 +39,8 @@ int CheckTropoModel(int tropoModel, std::string& error);
 // each number in its shortest exact form, always with a decimal point or exponent.
 std::string FormatSolarNumbers(const AtmosphereSettings& settings);
 
-// convert-flux VALUE: solarFlux = VALUE, then CONVERT_FLUX, and the two lines into `out`.
-// convert-sunspot VALUE: sunspotNumber = VALUE, then CONVERT_SUNSPOT, the same lines.
+// convert-flux VALUE: solarFlux = VALUE, then ConvertFluxToSunspot, and the two lines into `out`.
+// convert-sunspot VALUE: sunspotNumber = VALUE, then ConvertSunspotToFlux, the same lines.
 // A VALUE that is not a number returns -1 with the error in `error`; `settings` and `out`
 // are then untouched.
 int RunConvertFlux(AtmosphereSettings& settings, std::string_view valueText, std::string& out,

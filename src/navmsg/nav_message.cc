@@ -188,7 +188,7 @@ int GnssNavMessage(int prn, orbits::ConstellationTable& table, double alpha0, do
   return 1;
 }
 
-int GEN_NAV(const NavMessageSettings& settings, orbits::ConstellationTable& table,
+int WriteNavigationFiles(const NavMessageSettings& settings, orbits::ConstellationTable& table,
             const std::filesystem::path& dataDir, NavMessageState& state,
             const platform::Messages& messages, const RedateOrbitsFn& redateOrbits) {
   if (CheckOrbits(settings, messages) != 0) return -1;
@@ -201,7 +201,7 @@ int GEN_NAV(const NavMessageSettings& settings, orbits::ConstellationTable& tabl
                       dataDir / "simulated.nva", state, messages, redateOrbits);
 }
 
-int GEN_NAV_MULTI(const NavMessageSettings& settings, orbits::ConstellationTable& table,
+int WriteAllNavigationFiles(const NavMessageSettings& settings, orbits::ConstellationTable& table,
                   const std::filesystem::path& dataDir, NavMessageState& state,
                   const platform::Messages& messages, const RedateOrbitsFn& redateOrbits) {
   if (CheckOrbits(settings, messages) != 0) return -1;

@@ -42,7 +42,7 @@ int GnssNavMessage(int prn, orbits::ConstellationTable& table, double alpha0, do
 
 // What the two generation commands read from the settings.
 struct NavMessageSettings {
-  int navPrn = 1;                     // the satellite of GEN_NAV
+  int navPrn = 1;                     // the satellite of WriteNavigationFiles
   std::array<double, 4> ionoAlpha{};  // broadcast Klobuchar alpha0..alpha3
   std::array<double, 4> ionoBeta{};   // broadcast Klobuchar beta0..beta3
   int IodcFollowsIode = 0;            // 1: IODC carries the record's IODE (not 562)
@@ -70,18 +70,18 @@ inline constexpr const char* kGenNavMultiConfirmation =
 // generation when KeepOrbitEpochs is 0. The front end passes the program's re-dating.
 using RedateOrbitsFn = std::function<void(double secondsOfWeek, int32_t week)>;
 
-// GEN_NAV: the message of settings.navPrn into <dataDir>/simulated.nvb and
+// WriteNavigationFiles: the message of settings.navPrn into <dataDir>/simulated.nvb and
 // <dataDir>/simulated.nva. Returns 0, or -1 when no orbits are loaded, the PRN is not
 // 1..32 (both "Error message" popups) or a file cannot be created (a message on the
 // standard output). The confirmation belongs to the caller.
-int GEN_NAV(const NavMessageSettings& settings, orbits::ConstellationTable& table,
+int WriteNavigationFiles(const NavMessageSettings& settings, orbits::ConstellationTable& table,
             const std::filesystem::path& dataDir, NavMessageState& state,
             const platform::Messages& messages, const RedateOrbitsFn& redateOrbits = {});
 
-// GEN_NAV_MULTI: the messages of PRN 1 to 32 into <dataDir>/NAV/navbin<prn> and
-// <dataDir>/NAV/navascii<prn>. Returns 0, or -1 as GEN_NAV; a file that cannot be
+// WriteAllNavigationFiles: the messages of PRN 1 to 32 into <dataDir>/NAV/navbin<prn> and
+// <dataDir>/NAV/navascii<prn>. Returns 0, or -1 as WriteNavigationFiles; a file that cannot be
 // created stops the command at that PRN.
-int GEN_NAV_MULTI(const NavMessageSettings& settings, orbits::ConstellationTable& table,
+int WriteAllNavigationFiles(const NavMessageSettings& settings, orbits::ConstellationTable& table,
                   const std::filesystem::path& dataDir, NavMessageState& state,
                   const platform::Messages& messages, const RedateOrbitsFn& redateOrbits = {});
 

@@ -87,7 +87,7 @@ int ShowOrbitRecord(const ConstellationTable& table, int32_t satelliteCount, Orb
   return 0;
 }
 
-int APPLY_ORB(ConstellationTable& table, int32_t satelliteCount, OrbitPanel& panel) {
+int ApplyOrbitPanel(ConstellationTable& table, int32_t satelliteCount, OrbitPanel& panel) {
   ClampSelectedPrn(satelliteCount, panel);
   if (!PanelInTable(panel)) return 1;
   SatelliteOrbits& row = table.rows[panel.selectedPrn - 1];
@@ -103,25 +103,25 @@ int APPLY_ORB(ConstellationTable& table, int32_t satelliteCount, OrbitPanel& pan
   return 1;
 }
 
-int SET_HARB(ConstellationTable& table, ConstellationState& state) {
+int ClearBroadcastHarmonics(ConstellationTable& table, ConstellationState& state) {
   ClearSet(table, true, ClearHarmonics);
   ShowOrbitRecord(table, state.satelliteCount, state.panel);
   return 0;
 }
 
-int SET_CLOB(ConstellationTable& table, ConstellationState& state) {
+int ClearBroadcastClocks(ConstellationTable& table, ConstellationState& state) {
   ClearSet(table, true, ClearClock);
   ShowOrbitRecord(table, state.satelliteCount, state.panel);
   return 0;
 }
 
-int SET_HAR(ConstellationTable& table, ConstellationState& state) {
+int ClearTrueHarmonics(ConstellationTable& table, ConstellationState& state) {
   ClearSet(table, false, ClearHarmonics);
   ShowOrbitRecord(table, state.satelliteCount, state.panel);
   return 0;
 }
 
-int SET_CLO(ConstellationTable& table, ConstellationState& state) {
+int ClearTrueClocks(ConstellationTable& table, ConstellationState& state) {
   ClearSet(table, false, ClearClock);
   ShowOrbitRecord(table, state.satelliteCount, state.panel);
   return 0;
@@ -146,7 +146,7 @@ int32_t SatelliteCountForSystem(int32_t signalSystem) {
   }
 }
 
-int SET_CONST(int32_t signalSystem, ConstellationState& state) {
+int SetSignalSystem(int32_t signalSystem, ConstellationState& state) {
   state.satelliteCount = SatelliteCountForSystem(signalSystem);
   return 0;
 }

@@ -4,7 +4,7 @@
 // built-in Galileo constellation.
 //
 // The orbit panel is a plain record here. The operations keep the panel's habits:
-// `ShowOrbitRecord` fills Keplerian row 2 (`week`) and not row 11 (`IDOT`), `APPLY_ORB`
+// `ShowOrbitRecord` fills Keplerian row 2 (`week`) and not row 11 (`IDOT`), `ApplyOrbitPanel`
 // takes row 11 and not row 2, and `healthy` can raise a record to usable but never
 // lower it.
 
@@ -47,7 +47,7 @@ struct ConstellationState {
   bool orbitIndicator = false;
   // Path of the last orbit file chosen.
   std::string orbitFileName;
-  // Upper bound of the PRN selector (SET_CONST); 32 matches selector value 0.
+  // Upper bound of the PRN selector (SetSignalSystem); 32 matches selector value 0.
   int32_t satelliteCount = 32;
   OrbitPanel panel;
 };
@@ -61,23 +61,23 @@ int ShowOrbitRecord(const ConstellationTable& table, int32_t satelliteCount, Orb
 // Writes the panel into record `selectedRecord` of both sets: Keplerian rows 1 and 3 to 11,
 // the six harmonic rows and toc, af0, af1; status 7 in both sets when `healthy` is on.
 // Returns 1 always; a PRN or record index outside the table writes nothing.
-int APPLY_ORB(ConstellationTable& table, int32_t satelliteCount, OrbitPanel& panel);
+int ApplyOrbitPanel(ConstellationTable& table, int32_t satelliteCount, OrbitPanel& panel);
 
 // Bulk clears over PRN 1 to 32 and their records below recordCount, each followed by
 // ShowOrbitRecord. The B variants act on the broadcast set, the others on the true set.
 // Each returns 0.
-int SET_HARB(ConstellationTable& table, ConstellationState& state);
-int SET_CLOB(ConstellationTable& table, ConstellationState& state);
-int SET_HAR(ConstellationTable& table, ConstellationState& state);
-int SET_CLO(ConstellationTable& table, ConstellationState& state);
+int ClearBroadcastHarmonics(ConstellationTable& table, ConstellationState& state);
+int ClearBroadcastClocks(ConstellationTable& table, ConstellationState& state);
+int ClearTrueHarmonics(ConstellationTable& table, ConstellationState& state);
+int ClearTrueClocks(ConstellationTable& table, ConstellationState& state);
 
 // Sets the PRN selector's upper bound from the signal-system selector. Returns 0.
-int SET_CONST(int32_t signalSystem, ConstellationState& state);
+int SetSignalSystem(int32_t signalSystem, ConstellationState& state);
 int32_t SatelliteCountForSystem(int32_t signalSystem);
 
 // Fills true record 0 of PRN 1 to 30 with the built-in 27 + 3 satellite constellation
 // and switches the source indicators to it. Returns 0.
-int LOAD_GALILEO(ConstellationTable& table, ConstellationState& state);
+int LoadGalileo(ConstellationTable& table, ConstellationState& state);
 
 // The `show-orbit` command: selects PRN and record on the panel, shows the record and
 // writes the panel as text to `out`. Returns 0, or -1 when PRN or record lie outside the

@@ -57,7 +57,7 @@ constexpr GalileoSlot kSlots[kGalileoPrns] = {
 
 }  // namespace
 
-int LOAD_GALILEO(ConstellationTable& table, ConstellationState& state) {
+int LoadGalileo(ConstellationTable& table, ConstellationState& state) {
   for (int index = 0; index < 32; ++index) table.rows[index].trueRecords[0].status = 0;
 
   // Only true record 0 is written, and only these fields: recordCount, week, the

@@ -389,7 +389,7 @@ int ReadRinexNavigation(ConstellationTable& table, const std::string& path,
   }
 }
 
-int Load_Almanac(ConstellationTable& table, ConstellationState& state, const LoadAlmanacArgs& args,
+int LoadAlmanac(ConstellationTable& table, ConstellationState& state, const LoadAlmanacArgs& args,
                  const platform::Messages& messages) {
   // Marked before the file is chosen; a cancel leaves every record 0 at 1 (unusable).
   for (int index = 0; index < kClearedPrns; ++index) {

@@ -40,7 +40,7 @@ struct LoadAlmanacArgs {
 // success turns OrbitsValid and the main orbit indicator on and galileoLoaded off; then
 // shows the panel's record. Returns the reader's result (1 or -1), or 0 for a file type
 // that loads nothing.
-int Load_Almanac(ConstellationTable& table, ConstellationState& state, const LoadAlmanacArgs& args,
+int LoadAlmanac(ConstellationTable& table, ConstellationState& state, const LoadAlmanacArgs& args,
                  const platform::Messages& messages);
 
 }  // namespace vorel::orbits

@@ -61,15 +61,15 @@ TEST(FileNames, RulesOfTheRunTimeClockAndTheScenarioDate) {
   s.ScenarioYear = 2010;
   s.ScenarioMonth = 7;
   s.ScenarioDay = 1;
-  EXPECT_EQ(prepareSimGPS(0, now, s), "C:/VLD/11-21-20260905.log");
-  EXPECT_EQ(prepareSimGPS(2, now, s), "C:/VLD/simu2110.10O");  // 30 * 7 + 1
-  EXPECT_EQ(prepareSimGPS(3, now, s), "");
-  EXPECT_EQ(prepareSimGPS(5, now, s), "C:/VLD/11-21-20260905.scn");
-  EXPECT_EQ(prepareSimDIF(1, now), "C:/VLD/11-21-20260905.bin");
-  EXPECT_EQ(prepareSimDIF(0, now), "C:/VLD/11-21-20260905.dat");
-  EXPECT_EQ(prepareSimRS(2, 3, s), "C:/VLD/LAAS/rs3_2110.10O");
-  EXPECT_EQ(prepareSimRS(4, 1, s), "C:/VLD/LAAS/rs1.srv");
-  EXPECT_EQ(prepareSimRS(5, 4, s), "C:/VLD/LAAS/rs4.scn");
+  EXPECT_EQ(ObservationOutputName(0, now, s), "C:/VLD/11-21-20260905.log");
+  EXPECT_EQ(ObservationOutputName(2, now, s), "C:/VLD/simu2110.10O");  // 30 * 7 + 1
+  EXPECT_EQ(ObservationOutputName(3, now, s), "");
+  EXPECT_EQ(ObservationOutputName(5, now, s), "C:/VLD/11-21-20260905.scn");
+  EXPECT_EQ(DifOutputName(1, now), "C:/VLD/11-21-20260905.bin");
+  EXPECT_EQ(DifOutputName(0, now), "C:/VLD/11-21-20260905.dat");
+  EXPECT_EQ(StationOutputName(2, 3, s), "C:/VLD/LAAS/rs3_2110.10O");
+  EXPECT_EQ(StationOutputName(4, 1, s), "C:/VLD/LAAS/rs1.srv");
+  EXPECT_EQ(StationOutputName(5, 4, s), "C:/VLD/LAAS/rs4.scn");
 }
 
 // A Session with the broadcast orbits of 1 July 2010 loaded as they are.
@@ -83,7 +83,7 @@ class RunTest : public ::testing::Test {
     ASSERT_TRUE(session->dataDir.Create(error));
     session->messages = platform::Messages::Silent();
     orbits::LoadAlmanacArgs load{1, (test::DataDir() / "examples" / "brdc1820.10n").string()};
-    ASSERT_EQ(orbits::Load_Almanac(session->constellation, session->orbitState, load,
+    ASSERT_EQ(orbits::LoadAlmanac(session->constellation, session->orbitState, load,
                                    session->messages), 1);
     auto& sc = session->settings.scenario;
     sc.KeepOrbitEpochs = 1;

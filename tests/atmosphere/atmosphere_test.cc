@@ -119,9 +119,9 @@ TEST(KlobucharDelay, ReadsTheCoefficientsTheSessionHolds) {
   EXPECT_EQ(LoadRunKlobuchar(session->atmosphere, settings), 0);
   EXPECT_EQ(session->atmosphere.KlobucharAlpha[0], 0.0);
   settings.atmosphereEnabled = 1;
-  CHOOSE_ION2(settings);
+  ChooseSlantIonosphere(settings);
   EXPECT_EQ(LoadRunKlobuchar(session->atmosphere, settings), 0);
-  CHOOSE_ION(settings);
+  ChooseBroadcastIonosphere(settings);
   EXPECT_EQ(LoadRunKlobuchar(session->atmosphere, settings), 1);
   EXPECT_EQ(session->atmosphere.KlobucharAlpha[3], -5.9605e-08);
   EXPECT_EQ(session->atmosphere.KlobucharBeta[2], -196608.0);
@@ -259,26 +259,26 @@ TEST(TroposphereDelay, NiellInterpolationAcrossLatitudes) {
 
 TEST(AtmosphereSettings, ButtonsAndTables) {
   AtmosphereSettings s;
-  CHOOSE_ION3(s);
+  ChooseThirdIonosphere(s);
   EXPECT_EQ(s.klobucharSelected, 0);
   EXPECT_EQ(s.ionoChoice3Selected, 1);
   s.atmosphereEnabled = 1;
   EXPECT_EQ(BroadcastModelChosen(s), 0);
-  CHOOSE_ION(s);
+  ChooseBroadcastIonosphere(s);
   EXPECT_EQ(BroadcastModelChosen(s), 1);
   EXPECT_EQ(s.ionoChoice2Selected + s.ionoChoice3Selected, 0);
 
   s.r12Chosen = 1;
-  CHOOSE_R12(s);
+  ChooseSunspotInput(s);
   EXPECT_EQ(s.fluxChosen, 0);
   s.fluxChosen = 1;
-  CHOOSE_FLUX(s);
+  ChooseFluxInput(s);
   EXPECT_EQ(s.r12Chosen, 0);
 
   for (int n = 0; n < 8; ++n) s.ionoTruthTable.cells[n / 4][n % 4] = n + 1.5;
-  IONB_SET2T(s);
+  CopyTruthToBroadcastIonoTable(s);
   for (int n = 0; n < 8; ++n) EXPECT_EQ(s.ionoBroadcastTable.cells[n / 4][n % 4], n + 1.5);
-  IONB_SET20(s);
+  ZeroBroadcastIonoTable(s);
   for (int n = 0; n < 8; ++n) EXPECT_EQ(s.ionoBroadcastTable.cells[n / 4][n % 4], 0.0);
   EXPECT_EQ(s.ionoTruthTable.cells[1][3], 8.5);
 }
@@ -287,18 +287,18 @@ TEST(AtmosphereSettings, SolarNumberConversions) {
   AtmosphereSettings s;
   // Flux 150: sqrt(86.3 * 1123.6 + 167273) - 408.99 = sqrt(264239.68) - 408.99.
   s.solarFlux = 150.0;
-  CONVERT_FLUX(s);
+  ConvertFluxToSunspot(s);
   EXPECT_NEAR(s.sunspotNumber, 514.04248851627 - 408.99, 1e-9);
   // R12 100: 0.00089 * 10000 + 72.8 + 63.7 = 145.4.
   s.sunspotNumber = 100.0;
-  CONVERT_SUNSPOT(s);
+  ConvertSunspotToFlux(s);
   EXPECT_NEAR(s.solarFlux, 145.4, 1e-12);
   // The two are near inverses of each other.
-  CONVERT_FLUX(s);
+  ConvertFluxToSunspot(s);
   EXPECT_NEAR(s.sunspotNumber, 100.0, 0.05);
   // Too low a flux leaves no root.
   s.solarFlux = -100.0;
-  CONVERT_FLUX(s);
+  ConvertFluxToSunspot(s);
   EXPECT_TRUE(std::isnan(s.sunspotNumber));
 }
 

@@ -66,7 +66,7 @@ inline DifScenario MakeDifScenario(const std::filesystem::path& dir,
   nav.ScenarioMinute = scn.ScenarioMinute;
   nav.ScenarioSecond = scn.ScenarioSecond;
   nav.LeapSeconds = scn.LeapSeconds;
-  EXPECT_EQ(navmsg::GEN_NAV_MULTI(
+  EXPECT_EQ(navmsg::WriteAllNavigationFiles(
                 nav, s.constellation, sc.dataDir, s.navMessage, s.messages,
                 [&](double sow, int32_t week) { app::RedateOrbits(s.constellation, sow, week); }),
             0);

@@ -215,7 +215,7 @@ TEST(GenNav, WritesTheFilesOfOneAndOfAllSatellites) {
   Captured c;
   NavMessageSettings s = Settings();
   s.navPrn = 2;
-  ASSERT_EQ(GEN_NAV(s, table, dir.path(), state, c.messages), 0);
+  ASSERT_EQ(WriteNavigationFiles(s, table, dir.path(), state, c.messages), 0);
   EXPECT_EQ(std::filesystem::file_size(dir / "simulated.nvb"), 354000u);
   EXPECT_EQ(std::filesystem::file_size(dir / "simulated.nva"), 88500u);
   // 00:20 is 1200 s: t0 750, TOW 126.
@@ -223,7 +223,7 @@ TEST(GenNav, WritesTheFilesOfOneAndOfAllSatellites) {
       decoder::DecodeStream(decoder::BitsFromText(vorel::test::ReadFile(dir / "simulated.nva")));
   EXPECT_EQ(one[0].Tow(), 126u);
 
-  ASSERT_EQ(GEN_NAV_MULTI(s, table, dir.path(), state, c.messages), 0);
+  ASSERT_EQ(WriteAllNavigationFiles(s, table, dir.path(), state, c.messages), 0);
   for (int prn = 1; prn <= 32; ++prn) {
     const auto bin = dir.path() / "NAV" / ("navbin" + std::to_string(prn));
     const auto txt = dir.path() / "NAV" / ("navascii" + std::to_string(prn));
@@ -249,8 +249,8 @@ TEST(GenNav, RefusalsAndFileCreationMessages) {
   {
     Captured c;
     s.OrbitsValid = 0;
-    EXPECT_EQ(GEN_NAV(s, table, dir.path(), state, c.messages), -1);
-    EXPECT_EQ(GEN_NAV_MULTI(s, table, dir.path(), state, c.messages), -1);
+    EXPECT_EQ(WriteNavigationFiles(s, table, dir.path(), state, c.messages), -1);
+    EXPECT_EQ(WriteAllNavigationFiles(s, table, dir.path(), state, c.messages), -1);
     ASSERT_EQ(c.popups.size(), 2u);
     EXPECT_EQ(c.popups[0], "Error message|Please introduce orbits before generating nav message");
     EXPECT_FALSE(std::filesystem::exists(dir / "simulated.nvb"));
@@ -259,21 +259,21 @@ TEST(GenNav, RefusalsAndFileCreationMessages) {
   {
     Captured c;
     s.navPrn = 40;
-    EXPECT_EQ(GEN_NAV(s, table, dir.path(), state, c.messages), -1);
+    EXPECT_EQ(WriteNavigationFiles(s, table, dir.path(), state, c.messages), -1);
     ASSERT_EQ(c.popups.size(), 1u);
     EXPECT_NE(c.popups[0].find("navPrn 40"), std::string::npos);
     s.navPrn = 1;
   }
   {
     Captured c;  // no NAV directory: nothing creates it
-    EXPECT_EQ(GEN_NAV_MULTI(s, table, dir.path(), state, c.messages), -1);
+    EXPECT_EQ(WriteAllNavigationFiles(s, table, dir.path(), state, c.messages), -1);
     ASSERT_EQ(c.infos.size(), 1u);
     EXPECT_EQ(c.infos[0], "\n Binary File Create Error");
   }
   {
     Captured c;  // the text file's name is taken by a directory
     std::filesystem::create_directories(dir / "simulated.nva");
-    EXPECT_EQ(GEN_NAV(s, table, dir.path(), state, c.messages), -1);
+    EXPECT_EQ(WriteNavigationFiles(s, table, dir.path(), state, c.messages), -1);
     ASSERT_EQ(c.infos.size(), 1u);
     EXPECT_EQ(c.infos[0], "\n Ascii FIle Create Error");
   }
@@ -287,10 +287,10 @@ TEST(GenNav, RedatesTheOrbitsOnlyForAlmanacTables) {
   NavMessageSettings s = Settings();
   std::vector<std::pair<double, int>> calls;
   auto redate = [&](double sow, int32_t week) { calls.emplace_back(sow, week); };
-  GEN_NAV(s, table, dir.path(), state, c.messages, redate);
+  WriteNavigationFiles(s, table, dir.path(), state, c.messages, redate);
   EXPECT_TRUE(calls.empty());
   s.KeepOrbitEpochs = 0;
-  GEN_NAV(s, table, dir.path(), state, c.messages, redate);
+  WriteNavigationFiles(s, table, dir.path(), state, c.messages, redate);
   ASSERT_EQ(calls.size(), 1u);
   EXPECT_EQ(calls[0].first, 1200.0);
   EXPECT_EQ(calls[0].second, 2191);

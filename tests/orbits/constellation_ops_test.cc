@@ -85,7 +85,7 @@ TEST_F(ConstellationOpsTest, ApplyTakesIdotButNotWeekAndNeverLowersStatus) {
   state.panel.broadcastSet.clock[2] = -3.0;
   state.panel.healthy = false;
 
-  EXPECT_EQ(APPLY_ORB(*table, 32, state.panel), 1);
+  EXPECT_EQ(ApplyOrbitPanel(*table, 32, state.panel), 1);
   EXPECT_EQ(row.trueRecords[0].week, 1590);
   // The IDOT read from a file does not survive the first apply.
   EXPECT_EQ(row.trueRecords[0].IDOT, 0.5);
@@ -99,13 +99,13 @@ TEST_F(ConstellationOpsTest, ApplyTakesIdotButNotWeekAndNeverLowersStatus) {
   row.trueRecords[0].status = 0;
   row.broadcastRecords[0].status = 1;
   state.panel.healthy = true;
-  APPLY_ORB(*table, 32, state.panel);
+  ApplyOrbitPanel(*table, 32, state.panel);
   EXPECT_EQ(row.trueRecords[0].status, 7);
   EXPECT_EQ(row.broadcastRecords[0].status, 7);
 }
 
 TEST_F(ConstellationOpsTest, PrnSelectorIsHeldToSatelliteCountAndIndicesToTheTable) {
-  SET_CONST(6, state);  // three satellites
+  SetSignalSystem(6, state);  // three satellites
   state.panel.selectedPrn = 30;
   EXPECT_EQ(ShowOrbitRecord(*table, state.satelliteCount, state.panel), 0);
   EXPECT_EQ(state.panel.selectedPrn, 3);
@@ -115,13 +115,13 @@ TEST_F(ConstellationOpsTest, PrnSelectorIsHeldToSatelliteCountAndIndicesToTheTab
   state.panel.trueSet.keplerian[0] = 42.0;
   EXPECT_EQ(ShowOrbitRecord(*table, 32, state.panel), -1);
   EXPECT_EQ(state.panel.trueSet.keplerian[0], 42.0);
-  EXPECT_EQ(APPLY_ORB(*table, 32, state.panel), 1);
+  EXPECT_EQ(ApplyOrbitPanel(*table, 32, state.panel), 1);
   state.panel.selectedRecord = -1;
-  EXPECT_EQ(APPLY_ORB(*table, 32, state.panel), 1);
+  EXPECT_EQ(ApplyOrbitPanel(*table, 32, state.panel), 1);
   for (const SatelliteOrbits& row : table->rows) EXPECT_EQ(row.trueRecords[27].toe, 0.0);
 
   // Selector values without a system leave no PRN to pick; the panel stays on PRN 1.
-  SET_CONST(8, state);
+  SetSignalSystem(8, state);
   EXPECT_EQ(state.satelliteCount, 0);
   state.panel.selectedRecord = 0;
   EXPECT_EQ(ShowOrbitRecord(*table, state.satelliteCount, state.panel), 0);
@@ -144,7 +144,7 @@ TEST_F(ConstellationOpsTest, BulkClearsActOnOneSetAndOnlyOnStoredRecords) {
       row.broadcastRecords[k] = DistinctRecord(200 + k);
     }
   }
-  SET_CLOB(*table, state);
+  ClearBroadcastClocks(*table, state);
   const SatelliteOrbits& first = table->rows[0];
   for (int k = 0; k < 2; ++k) {
     EXPECT_EQ(first.broadcastRecords[k].af0, 0.0);
@@ -157,14 +157,14 @@ TEST_F(ConstellationOpsTest, BulkClearsActOnOneSetAndOnlyOnStoredRecords) {
   EXPECT_EQ(table->rows[31].broadcastRecords[1].af0, 0.0);    // PRN 32 is walked
   EXPECT_EQ(table->rows[32].broadcastRecords[0].af0, 202.0);  // PRN 33 is not
 
-  SET_HAR(*table, state);
+  ClearTrueHarmonics(*table, state);
   EXPECT_EQ(first.trueRecords[1].Cuc, 0.0);
   EXPECT_EQ(first.trueRecords[1].Cis, 0.0);
   EXPECT_EQ(first.broadcastRecords[1].Cuc, 206.0);
 
-  SET_CLO(*table, state);
+  ClearTrueClocks(*table, state);
   EXPECT_EQ(first.trueRecords[0].af2, 0.0);
-  SET_HARB(*table, state);
+  ClearBroadcastHarmonics(*table, state);
   EXPECT_EQ(first.broadcastRecords[0].Crs, 0.0);
   EXPECT_EQ(first.broadcastRecords[0].toe, 211.0);
 
@@ -183,7 +183,7 @@ TEST_F(ConstellationOpsTest, GalileoFillsTrueRecordZeroInThreePlanes) {
     row.broadcastRecords[0] = DistinctRecord(200);
   }
   state.OrbitsValid = true;
-  EXPECT_EQ(LOAD_GALILEO(*table, state), 0);
+  EXPECT_EQ(LoadGalileo(*table, state), 0);
   EXPECT_FALSE(state.OrbitsValid);
   EXPECT_TRUE(state.galileoLoaded);
 
@@ -224,7 +224,7 @@ TEST_F(ConstellationOpsTest, GalileoFillsTrueRecordZeroInThreePlanes) {
 
 TEST_F(ConstellationOpsTest, GalileoLeavesPrn5And8AtTheirOldMeanAnomaly) {
   table->rows[4].trueRecords[0].M0 = 1.25;
-  LOAD_GALILEO(*table, state);
+  LoadGalileo(*table, state);
   EXPECT_EQ(table->rows[4].trueRecords[0].M0, 1.25);
   EXPECT_EQ(table->rows[7].trueRecords[0].M0, 0.0);  // fresh row: 0.0
 
@@ -246,7 +246,7 @@ TEST_F(ConstellationOpsTest, GalileoLeavesPrn5And8AtTheirOldMeanAnomaly) {
 
   // recordCount stays 0 after a Galileo load into a fresh table: the clears pass over.
   table->rows[1].trueRecords[0].Cuc = 3.0;
-  SET_HAR(*table, state);
+  ClearTrueHarmonics(*table, state);
   EXPECT_EQ(table->rows[1].trueRecords[0].Cuc, 3.0);
 }
 

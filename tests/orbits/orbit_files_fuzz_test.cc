@@ -108,7 +108,7 @@ class OrbitFilesFuzzTest : public ::testing::Test {
   void Feed(const std::string& text, int32_t fileType, const std::string& name) {
     const std::string path = (scratch / name).string();
     test::WriteFile(path, text);
-    const int result = Load_Almanac(guarded->table, state, {fileType, path}, messages);
+    const int result = LoadAlmanac(guarded->table, state, {fileType, path}, messages);
     ASSERT_TRUE(result == 1 || result == -1) << result;
     ExpectTableIntact(*guarded);
   }

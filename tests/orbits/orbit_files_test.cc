@@ -133,7 +133,7 @@ class OrbitFilesTest : public ::testing::Test {
 TEST_F(OrbitFilesTest, YumaAlmanacFillsRecordZeroOfBothSets) {
   table->rows[0].trueRecords[0].toe = 1234.0;  // the almanac carries no toe
   table->rows[0].trueRecords[0].deltaN = 1e-9;
-  const int result = Load_Almanac(*table, state, {0, ExamplePath("yuma147.txt")}, messages);
+  const int result = LoadAlmanac(*table, state, {0, ExamplePath("yuma147.txt")}, messages);
   EXPECT_EQ(result, 1);
   EXPECT_TRUE(state.OrbitsValid);
   EXPECT_TRUE(state.orbitIndicator);
@@ -207,7 +207,7 @@ TEST_F(OrbitFilesTest, YumaSuccessIsOneSqrtAStrictlyInsideTheRange) {
   // All unhealthy, one sqrtA passes: success, and nothing usable.
   std::string path =
       Write("yuma-sick.txt", YumaBlock(1, "063", "5153.6") + YumaBlock(2, "001", "5153.6"));
-  EXPECT_EQ(Load_Almanac(*table, state, {0, path}, messages), 1);
+  EXPECT_EQ(LoadAlmanac(*table, state, {0, path}, messages), 1);
   for (int index = 0; index < 32; ++index) {
     EXPECT_EQ(table->rows[index].recordCount, 0);
     EXPECT_EQ(table->rows[index].trueRecords[0].status, 0);
@@ -217,7 +217,7 @@ TEST_F(OrbitFilesTest, YumaSuccessIsOneSqrtAStrictlyInsideTheRange) {
   state = ConstellationState{};
   path = Write("yuma-limits.txt", YumaBlock(3, "000", "5100.0") + YumaBlock(4, "000", "5500.0") +
                                       YumaBlock(5, "000", "26560.0"));
-  EXPECT_EQ(Load_Almanac(*table, state, {0, path}, messages), -1);
+  EXPECT_EQ(LoadAlmanac(*table, state, {0, path}, messages), -1);
   EXPECT_FALSE(state.OrbitsValid);
   EXPECT_EQ(table->rows[2].trueRecords[0].sqrtA, 5100.0);
   EXPECT_EQ(table->rows[3].broadcastRecords[0].sqrtA, 5500.0);
@@ -227,7 +227,7 @@ TEST_F(OrbitFilesTest, YumaSuccessIsOneSqrtAStrictlyInsideTheRange) {
 
 TEST_F(OrbitFilesTest, YumaCancelMissingFileAndEmptyFile) {
   state.OrbitsValid = true;  // from an earlier load
-  EXPECT_EQ(Load_Almanac(*table, state, {0, ""}, messages), -1);
+  EXPECT_EQ(LoadAlmanac(*table, state, {0, ""}, messages), -1);
   for (int index = 0; index < 32; ++index) {
     EXPECT_EQ(table->rows[index].trueRecords[0].status, 1);  // the mark is not undone
     EXPECT_EQ(table->rows[index].broadcastRecords[0].status, 1);
@@ -235,13 +235,13 @@ TEST_F(OrbitFilesTest, YumaCancelMissingFileAndEmptyFile) {
   EXPECT_TRUE(state.OrbitsValid);  // indicators stay as they were
   EXPECT_TRUE(state.orbitFileName.empty());
 
-  EXPECT_EQ(Load_Almanac(*table, state, {0, Write("empty.txt", "")}, messages), -1);
+  EXPECT_EQ(LoadAlmanac(*table, state, {0, Write("empty.txt", "")}, messages), -1);
   EXPECT_EQ(table->rows[0].trueRecords[0].status, 0);  // the reader clears before reading
-  EXPECT_EQ(Load_Almanac(*table, state, {0, (scratch / "absent.txt").string()}, messages), -1);
+  EXPECT_EQ(LoadAlmanac(*table, state, {0, (scratch / "absent.txt").string()}, messages), -1);
   EXPECT_TRUE(AnyContains(warnings, "absent.txt: cannot be opened"));
 
   // A file type that loads nothing still marks record 0.
-  EXPECT_EQ(Load_Almanac(*table, state, {2, ExamplePath("yuma147.txt")}, messages), 0);
+  EXPECT_EQ(LoadAlmanac(*table, state, {2, ExamplePath("yuma147.txt")}, messages), 0);
   EXPECT_EQ(table->rows[5].trueRecords[0].status, 1);
 }
 
@@ -264,7 +264,7 @@ TEST_F(OrbitFilesTest, YumaPrnOutsideTheTableIsSkippedAndReported) {
 
 TEST_F(OrbitFilesTest, RinexNavigationMatchesAColumnReadingOfTheFile) {
   const std::string path = ExamplePath("brdc1820.10n");
-  const int result = Load_Almanac(*table, state, {1, path}, messages);
+  const int result = LoadAlmanac(*table, state, {1, path}, messages);
   EXPECT_EQ(result, 1);
   EXPECT_TRUE(state.OrbitsValid);
   EXPECT_EQ(state.orbitFileName, path);
@@ -428,9 +428,9 @@ TEST_F(OrbitFilesTest, RinexWithoutHeaderEndOrChoiceFails) {
   EXPECT_EQ(ReadRinexNavigation(*table, path, messages), -1);
   EXPECT_TRUE(AnyContains(warnings, "end of file before \"END OF HEADER\""));
   EXPECT_EQ(table->rows[0].recordCount, 0);
-  EXPECT_EQ(Load_Almanac(*table, state, {1, ""}, messages), -1);
+  EXPECT_EQ(LoadAlmanac(*table, state, {1, ""}, messages), -1);
   EXPECT_EQ(table->rows[0].trueRecords[0].status, 0);  // the reader cleared the mark
-  EXPECT_EQ(Load_Almanac(*table, state, {1, path}, messages), -1);
+  EXPECT_EQ(LoadAlmanac(*table, state, {1, path}, messages), -1);
   EXPECT_EQ(state.orbitFileName, path);
   EXPECT_FALSE(state.OrbitsValid);
 }
