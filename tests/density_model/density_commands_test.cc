@@ -8,16 +8,11 @@
 
 #include "density_model/electron_density.h"
 #include "density_model/slant_tec.h"
+#include "model_fixture.h"
 #include "test_support.h"
 
 namespace vorel::density_model {
 namespace {
-
-std::unique_ptr<ModelState> FreshState() {
-  auto state = std::make_unique<ModelState>();
-  state->searchDirs = {test::DataDir() / "nequick"};
-  return state;
-}
 
 TEST(ProfileCommand, DefaultsGiveThePlotsThousandHeights) {
   auto st = FreshState();

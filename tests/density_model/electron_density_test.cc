@@ -6,47 +6,17 @@
 #include <gtest/gtest.h>
 
 #include "density_model/model_data.h"
+#include "model_fixture.h"
 #include "test_support.h"
 
 namespace vorel::density_model {
 namespace {
-
-std::unique_ptr<ModelState> FreshState() {
-  auto state = std::make_unique<ModelState>();
-  state->searchDirs = {test::DataDir() / "nequick"};
-  return state;
-}
 
 double Request(ModelState& st, double h, double lat, double lon, int month, double flux,
                double ut) {
   const double v = ElectronDensity(st, h, lat, lon, month, flux, ut);
   EXPECT_TRUE(st.error.empty()) << st.error;
   return v;
-}
-
-TEST(ElectronDensity, ArgumentsAreWrittenBack) {
-  auto st = FreshState();
-  double lon = -10.0, flux = 200.0, ut = -1.0;
-  ElectronDensity(*st, 300.0, 45.0, lon, 4, flux, ut);
-  EXPECT_EQ(lon, 350.0);
-  EXPECT_EQ(flux, 193.0);
-  EXPECT_EQ(ut, 23.0);
-  // T is the local time of the wrapped longitude: 23 + 350 / 15, less a day.
-  EXPECT_NEAR(st->T, 23.0 + 350.0 / 15.0 - 24.0, 1e-12);
-
-  lon = 370.0, flux = 193.0, ut = 24.0;
-  ElectronDensity(*st, 300.0, 45.0, lon, 4, flux, ut);
-  EXPECT_NEAR(lon, 10.0, 1e-12);
-  EXPECT_EQ(flux, 193.0);
-  EXPECT_EQ(ut, 0.0);
-  ut = 25.0;
-  ElectronDensity(*st, 300.0, 45.0, lon, 4, flux, ut);
-  EXPECT_EQ(ut, 1.0);
-
-  // ElectronDensityAt takes the longitude as it comes: -10 gives a local time 40
-  // minutes before UT, folded into the day once.
-  ElectronDensityAt(*st, 300.0, 45.0, -10.0);
-  EXPECT_NEAR(st->T, 1.0 - 10.0 / 15.0, 1e-12);
 }
 
 TEST(ElectronDensity, SunspotNumberAndDeclination) {

@@ -9,16 +9,11 @@
 
 #include <gtest/gtest.h>
 
+#include "model_fixture.h"
 #include "test_support.h"
 
 namespace vorel::density_model {
 namespace {
-
-std::unique_ptr<ModelState> StateOnShippedData() {
-  auto state = std::make_unique<ModelState>();
-  state->searchDirs = {test::DataDir() / "nequick"};
-  return state;
-}
 
 // The test's own reader: every number of a file, in order, read by the C++ stream.
 std::vector<double> AllNumbers(const std::filesystem::path& path) {
@@ -42,7 +37,7 @@ TEST(Interpolate4, ReproducesCubicsAndReturnsTheSecondValueAtZero) {
 }
 
 TEST(DipLatitude, GridPointsGiveTheFileValues) {
-  auto state = StateOnShippedData();
+  auto state = FreshState();
   ASSERT_EQ(LoadDipLatitudes(*state), 0) << state->error;
   const std::vector<double> file = AllNumbers(test::DataDir() / "nequick" / "DIPLATS.ASC");
   ASSERT_EQ(file.size(), 37u * 37u);
@@ -61,7 +56,7 @@ TEST(DipLatitude, GridPointsGiveTheFileValues) {
 }
 
 TEST(DipLatitude, PaddingStepsOverThePole) {
-  auto state = StateOnShippedData();
+  auto state = FreshState();
   ASSERT_EQ(LoadDipLatitudes(*state), 0) << state->error;
   const std::vector<double> file = AllNumbers(test::DataDir() / "nequick" / "DIPLATS.ASC");
   // Row 0 is the row at -85 half a turn away; row 38 the row at 85 half a turn away.
@@ -116,7 +111,7 @@ double DirectSeries(const double* coef, int harmonics, const int* nq, int orders
 }
 
 TEST(CcirMaps, AgreeWithADirectEvaluationOfTheSeries) {
-  auto state = StateOnShippedData();
+  auto state = FreshState();
   double foF2 = 0.0, m3000 = 0.0;
   ASSERT_EQ(CcirMaps(*state, 30.0, 4, 12.0, 80.0, 40.0, 10.0, foF2, m3000), 0) << state->error;
   for (double modip : {-70.0, -12.5, 0.0, 33.0, 80.0})
@@ -130,7 +125,7 @@ TEST(CcirMaps, AgreeWithADirectEvaluationOfTheSeries) {
 }
 
 TEST(CcirMaps, KeptHourRowsGiveMapValueBitForBit) {
-  auto state = StateOnShippedData();
+  auto state = FreshState();
   double foF2 = 0.0, m3000 = 0.0;
   for (double r12 : {10.0, 150.0})
     for (double ut : {0.0, 13.25})
@@ -147,7 +142,7 @@ TEST(CcirMaps, KeptHourRowsGiveMapValueBitForBit) {
 }
 
 TEST(CcirMaps, MixIsLinearInR12WithoutClip) {
-  auto state = StateOnShippedData();
+  auto state = FreshState();
   const std::vector<double> file = AllNumbers(test::DataDir() / "nequick" / "CCIR17.ASC");
   ASSERT_EQ(file.size(), 1976u + 882u);
   double foF2, m3000;

@@ -7,16 +7,11 @@
 
 #include "density_model/electron_density.h"
 #include "density_model/model_data.h"
+#include "model_fixture.h"
 #include "test_support.h"
 
 namespace vorel::density_model {
 namespace {
-
-std::unique_ptr<ModelState> FreshState() {
-  auto state = std::make_unique<ModelState>();
-  state->searchDirs = {test::DataDir() / "nequick"};
-  return state;
-}
 
 double Tec(ModelState& st, double lat1, double lon1, double h1, double lat2, double lon2,
            double h2, int month = 4, double flux = 150.0, double ut = 12.0) {

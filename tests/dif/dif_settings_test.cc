@@ -8,13 +8,6 @@
 namespace vorel::dif {
 namespace {
 
-TEST(DifSettings, NoiseSigmaIsAStraightLineInSignalPower) {
-  EXPECT_EQ(NoiseSigma(-154.0), 0.0f);
-  EXPECT_EQ(NoiseSigma(-150.0), 0.0f);
-  EXPECT_EQ(NoiseSigma(-158.5), 9.0f);
-  EXPECT_EQ(NoiseSigma(-160.0), 12.0f);
-}
-
 TEST(DifSettings, ParameterTableCharacterRules) {
   EXPECT_EQ(SamplingFrequencyFromText("16368", 4092.0), 16368.0);
   EXPECT_EQ(SamplingFrequencyFromText("1 whatever", 4092.0), 16368.0);

@@ -86,20 +86,5 @@ TEST(TimeCoords, CentreOfTheEarthDoesNotConvergeAndLeavesRadians) {
   EXPECT_FALSE(std::fabs(g.latitude) <= 90.0 && std::fabs(g.latitude) > 3.2);
 }
 
-TEST(TimeCoords, DotAndRowMajorProduct) {
-  const double a[] = {1, 2, 3};
-  const double b[] = {4, 5, 6};
-  EXPECT_EQ(DotProduct(a, b, 3), 32.0);
-  EXPECT_EQ(DotProduct(a, b, 0), 0.0);
-  const double m[] = {1, 2, 3, 4, 5, 6};  // 2 x 3
-  const double n[] = {7, 8, 9, 10, 11, 12};  // 3 x 2
-  double out[4];
-  MatrixMultiply(m, n, 2, 3, 2, out);
-  EXPECT_EQ(out[0], 58);
-  EXPECT_EQ(out[1], 64);
-  EXPECT_EQ(out[2], 139);
-  EXPECT_EQ(out[3], 154);
-}
-
 }  // namespace
 }  // namespace vorel::gnss
