@@ -257,32 +257,6 @@ TEST(TroposphereDelay, NiellInterpolationAcrossLatitudes) {
   EXPECT_EQ(nanRow.wetC, 0.054736038);
 }
 
-TEST(AtmosphereSettings, ButtonsAndTables) {
-  AtmosphereSettings s;
-  ChooseThirdIonosphere(s);
-  EXPECT_EQ(s.klobucharSelected, 0);
-  EXPECT_EQ(s.ionoChoice3Selected, 1);
-  s.atmosphereEnabled = 1;
-  EXPECT_EQ(BroadcastModelChosen(s), 0);
-  ChooseBroadcastIonosphere(s);
-  EXPECT_EQ(BroadcastModelChosen(s), 1);
-  EXPECT_EQ(s.ionoChoice2Selected + s.ionoChoice3Selected, 0);
-
-  s.r12Chosen = 1;
-  ChooseSunspotInput(s);
-  EXPECT_EQ(s.fluxChosen, 0);
-  s.fluxChosen = 1;
-  ChooseFluxInput(s);
-  EXPECT_EQ(s.r12Chosen, 0);
-
-  for (int n = 0; n < 8; ++n) s.ionoTruthTable.cells[n / 4][n % 4] = n + 1.5;
-  CopyTruthToBroadcastIonoTable(s);
-  for (int n = 0; n < 8; ++n) EXPECT_EQ(s.ionoBroadcastTable.cells[n / 4][n % 4], n + 1.5);
-  ZeroBroadcastIonoTable(s);
-  for (int n = 0; n < 8; ++n) EXPECT_EQ(s.ionoBroadcastTable.cells[n / 4][n % 4], 0.0);
-  EXPECT_EQ(s.ionoTruthTable.cells[1][3], 8.5);
-}
-
 TEST(AtmosphereSettings, SolarNumberConversions) {
   AtmosphereSettings s;
   // Flux 150: sqrt(86.3 * 1123.6 + 167273) - 408.99 = sqrt(264239.68) - 408.99.
