@@ -8,6 +8,7 @@
 
 #include "app/dif_command.h"
 #include "app/scenario_runs.h"
+#include "app/sp3_commands.h"
 #include "atmosphere/atmosphere_text.h"
 #include "density_model/density_commands.h"
 #include "navmsg/nav_message.h"
@@ -325,6 +326,10 @@ std::vector<CommandSpec> BuildTable() {
       {"convert-sunspot", "VALUE", "solar flux from a sunspot number", false,
        [](CLI::App& p) { return Convert(p, false); }},
       {"show-settings", "", "every setting with its value after all sources", false, ShowSettings},
+      {"sp3-to-pnm", "IN.sp3 OUT.pnm", "SP3 positions and clocks to degree-7 polynomial arcs", false,
+       Sp3ToPnmCommand},
+      {"pnm-eval", "FILE PRN WEEK SOW [--interval S]",
+       "position (km) and clock (us) of a satellite from a .pnm file", false, PnmEvalCommand},
   };
 }
 
