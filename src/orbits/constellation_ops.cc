@@ -103,28 +103,33 @@ int ApplyOrbitPanel(ConstellationTable& table, int32_t satelliteCount, OrbitPane
   return 1;
 }
 
-int ClearBroadcastHarmonics(ConstellationTable& table, ConstellationState& state) {
-  ClearSet(table, true, ClearHarmonics);
+namespace {
+
+// A bulk clear over one set, then the panel shows the record again.
+template <typename Clear>
+int ClearAndShow(ConstellationTable& table, ConstellationState& state, bool broadcast,
+                 Clear clear) {
+  ClearSet(table, broadcast, clear);
   ShowOrbitRecord(table, state.satelliteCount, state.panel);
   return 0;
+}
+
+}  // namespace
+
+int ClearBroadcastHarmonics(ConstellationTable& table, ConstellationState& state) {
+  return ClearAndShow(table, state, true, ClearHarmonics);
 }
 
 int ClearBroadcastClocks(ConstellationTable& table, ConstellationState& state) {
-  ClearSet(table, true, ClearClock);
-  ShowOrbitRecord(table, state.satelliteCount, state.panel);
-  return 0;
+  return ClearAndShow(table, state, true, ClearClock);
 }
 
 int ClearTrueHarmonics(ConstellationTable& table, ConstellationState& state) {
-  ClearSet(table, false, ClearHarmonics);
-  ShowOrbitRecord(table, state.satelliteCount, state.panel);
-  return 0;
+  return ClearAndShow(table, state, false, ClearHarmonics);
 }
 
 int ClearTrueClocks(ConstellationTable& table, ConstellationState& state) {
-  ClearSet(table, false, ClearClock);
-  ShowOrbitRecord(table, state.satelliteCount, state.panel);
-  return 0;
+  return ClearAndShow(table, state, false, ClearClock);
 }
 
 int32_t SatelliteCountForSystem(int32_t signalSystem) {
