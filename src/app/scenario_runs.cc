@@ -119,7 +119,7 @@ void CloseRecord(Session& session, platform::OutputFile& file) {
 // Carries one receiver through its run and closes its record file.
 void FlyReceiver(Session& session, const observation::TrajectoryRunArgs& args,
                  platform::OutputFile& output) {
-  observation::ModelAtmosphere models(session.atmosphere);
+  observation::ModelAtmosphere models(session.atmosphere, session.densityModel);
   observation::EpochEnvironment env{session.constellation, session.epochState, session.workerRand,
                                     &models, session.display};
   observation::EpochResult result;
@@ -224,8 +224,15 @@ int RunObservationSim(Session& session) {
     return -1;
   }
   // A model this build lacks refuses the run before its record file is touched.
-  observation::ModelAtmosphere models(session.atmosphere);
+  observation::ModelAtmosphere models(session.atmosphere, session.densityModel);
   if (observation::RefuseUnavailableModels(&models, args, session.messages)) {
+    session.RunActive.store(0, std::memory_order_relaxed);
+    return -1;
+  }
+  std::string modelError;
+  if (args.ionoEnabled == 1 && args.ionoModel != 1 &&
+      !models.PrepareSlantIonosphere(args.month, modelError)) {
+    session.messages.Popup("Error message", modelError);
     session.RunActive.store(0, std::memory_order_relaxed);
     return -1;
   }

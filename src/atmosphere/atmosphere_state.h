@@ -3,6 +3,8 @@
 // coefficients the broadcast model reads, and the troposphere's last-value record.
 // The Session holds one of these; everything else here is plain arithmetic.
 
+#include "atmosphere/slant_iono.h"
+
 namespace vorel::atmosphere {
 
 // The inputs and intermediate terms of the latest troposphere call. Each call
@@ -28,6 +30,9 @@ struct AtmosphereState {
   double KlobucharBeta[4] = {0.0, 0.0, 0.0, 0.0};
 
   TroposphereLastValues troposphere;
+
+  // The bubble's start time, the record's last column and the entry and exit marks.
+  SlantIonoState slant;
 };
 
 }  // namespace vorel::atmosphere

@@ -2,6 +2,7 @@
 
 #include "atmosphere/klobuchar.h"
 #include "atmosphere/troposphere.h"
+#include "density_model/model_data.h"
 
 namespace vorel::observation {
 
@@ -20,11 +21,34 @@ double ModelAtmosphere::Klobuchar(double latitudeRad, double longitudeRad, doubl
   return delay;
 }
 
-// Not carried yet: HasSlantIonosphere() says so and a run that asks for it is refused
-// before its first epoch, so this is never reached.
-void ModelAtmosphere::SlantIonosphere(const SlantInput&, double& delay, int32_t& bubbleClass) {
-  delay = 0.0;
-  bubbleClass = 0;
+void ModelAtmosphere::SlantIonosphere(const SlantInput& in, double& delay,
+                                      int32_t& bubbleClass) {
+  atmosphere::SlantIonoInput s;
+  s.latRad = in.latitudeRad;
+  s.lonRad = in.longitudeRad;
+  s.satIndex = in.satIndex;
+  s.lineOfSight = in.lineOfSight;
+  s.range = in.range;
+  s.satPosition = in.satPosition;
+  s.month = in.month;
+  s.ut = in.universalTime;
+  s.flux = in.solarFlux;
+  s.bubble = in.bubble;
+  s.timeMs = in.timeMs;
+  atmosphere::SlantIonoDelay(density_, state_.slant, s, delay, bubbleClass);
+}
+
+bool ModelAtmosphere::PrepareSlantIonosphere(int32_t month, std::string& error) {
+  if (month < 1 || month > 12) {
+    error = "the electron density model needs a month from 1 to 12";
+    return false;
+  }
+  if ((!density_.dipLoaded && density_model::LoadDipLatitudes(density_) != 0) ||
+      density_model::LoadCcirMonth(density_, month) != 0) {
+    error = density_.error;
+    return false;
+  }
+  return true;
 }
 
 }  // namespace vorel::observation

@@ -1,19 +1,26 @@
 #pragma once
 // The atmosphere models this build carries, as the epoch computation calls them: the
-// troposphere and the broadcast ionosphere, reading and writing the program start's
-// atmosphere state.
+// troposphere, the broadcast ionosphere and the ionosphere along the ray with its bubble,
+// reading and writing the program start's atmosphere state and electron density model.
+
+#include <string>
 
 #include "atmosphere/atmosphere_state.h"
+#include "density_model/model_state.h"
 #include "observation/epoch.h"
 
 namespace vorel::observation {
 
 class ModelAtmosphere : public AtmosphereModels {
  public:
-  explicit ModelAtmosphere(atmosphere::AtmosphereState& state) : state_(state) {}
+  ModelAtmosphere(atmosphere::AtmosphereState& state, density_model::ModelState& density)
+      : state_(state), density_(density) {}
   bool HasTroposphere() const override { return true; }
   bool HasKlobuchar() const override { return true; }
-  bool HasSlantIonosphere() const override { return false; }
+  bool HasSlantIonosphere() const override { return true; }
+  // Loads what the ionosphere along the ray needs for `month`; false with the reason (the
+  // model's data files and every place searched) when they cannot be read.
+  bool PrepareSlantIonosphere(int32_t month, std::string& error);
   double Troposphere(double elevationDeg, double temperature, double pressure, double humidity,
                      double altitude, double latitudeDeg, int32_t dayIndex,
                      int32_t model) override;
@@ -23,6 +30,7 @@ class ModelAtmosphere : public AtmosphereModels {
 
  private:
   atmosphere::AtmosphereState& state_;
+  density_model::ModelState& density_;
 };
 
 }  // namespace vorel::observation
