@@ -8,6 +8,7 @@
 
 #include "app/dif_command.h"
 #include "app/scenario_runs.h"
+#include "app/check_command.h"
 #include "app/sp3_commands.h"
 #include "atmosphere/atmosphere_text.h"
 #include "density_model/density_commands.h"
@@ -330,6 +331,9 @@ std::vector<CommandSpec> BuildTable() {
        Sp3ToPnmCommand},
       {"pnm-eval", "FILE PRN WEEK SOW [--interval S]",
        "position (km) and clock (us) of a satellite from a .pnm file", false, PnmEvalCommand},
+      {"check", "FILE [--fs HZ --if HZ --format F --ms N]",
+       "quick-look acquisition: the satellites a recording holds, Doppler, code phase, C/N0",
+       false, CheckCommand},
   };
 }
 
