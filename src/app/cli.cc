@@ -88,10 +88,22 @@ class ProgressReporter {
   std::chrono::steady_clock::time_point last_{};
 };
 
-// Runs a worker on its own thread while this thread waits; Ctrl-C stops the run.
+// Runs a worker on its own thread while this thread waits; Ctrl-C stops the run. An
+// exception the worker lets through becomes an error message and a failing status
+// instead of ending the program.
 int RunWorker(const std::function<int()>& work) {
   int status = 0;
-  std::thread worker([&] { status = work(); });
+  std::thread worker([&] {
+    try {
+      status = work();
+    } catch (const std::exception& e) {
+      fmt::print(stderr, "Error message: {}\n", e.what());
+      status = 1;
+    } catch (...) {
+      fmt::print(stderr, "Error message: the run ended on an unexpected error\n");
+      status = 1;
+    }
+  });
   worker.join();
   return status;
 }
@@ -202,6 +214,7 @@ int RunCli(const std::vector<std::string>& arguments) {
   action.sa_handler = OnInterrupt;
   sigemptyset(&action.sa_mask);
   sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);  // a service manager's stop is the first Ctrl-C
 
   int exitStatus = 0;
   for (Invocation& inv : invocations) {
@@ -218,7 +231,10 @@ int RunCli(const std::vector<std::string>& arguments) {
       exitStatus = status;
       break;
     }
-    if (gInterrupts.load() > 0) break;
+    if (gInterrupts.load() > 0) {
+      exitStatus = 130;  // stopped by the user: files closed whole, the chain ends
+      break;
+    }
   }
   gSignalSession.store(nullptr);
   return exitStatus;

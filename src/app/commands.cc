@@ -96,20 +96,21 @@ Action ShowOrbitCommand(CLI::App& p) {
   };
 }
 
+// An observation or station run and its summary: "wrote PATH" only for records that
+// were written whole; 1 for a failure (already reported), 130 for a run the user stopped.
+int ObservationRun(CommandContext& c, platform::Status (*run)(Session&)) {
+  const platform::Status status = run(c.session);
+  if (status.failed()) return status.ExitStatus();
+  ReportOutputs(c, "wrote");
+  return status.ExitStatus();
+}
+
 Action Obs(CLI::App&) {
-  return [](CommandContext& c) {
-    if (RunObservationSim(c.session) != 0) return 1;
-    ReportOutputs(c, "wrote");
-    return 0;
-  };
+  return [](CommandContext& c) { return ObservationRun(c, RunObservationSim); };
 }
 
 Action Raw(CLI::App&) {
-  return [](CommandContext& c) {
-    RunRawGeneration(c.session);
-    ReportOutputs(c, "wrote");
-    return 0;
-  };
+  return [](CommandContext& c) { return ObservationRun(c, RunRawGeneration); };
 }
 
 Action Events(CLI::App&) {
@@ -124,11 +125,11 @@ Action Events(CLI::App&) {
 int DifRun(CommandContext& c, const std::string& recordOverride) {
   dif::DifRunOutcome outcome;
   const int status = RunDif(c.session, recordOverride, outcome);
-  // A refusal or a popup has said what went wrong; the empty sample file needs no summary.
-  if (outcome.refused || outcome.popup) return status;
+  // A refusal or a failure has said what went wrong; there is no file to sum up.
+  if (outcome.refused || outcome.popup || outcome.status.failed()) return status != 0 ? status : 1;
   ReportOutputs(c, "wrote");
   Summary(c, DescribeRecording(outcome.settings, outcome.report));
-  return status;
+  return outcome.status.stopped() ? outcome.status.ExitStatus() : status;
 }
 
 Action Dif(CLI::App&) {
@@ -139,11 +140,7 @@ Action Sim(CLI::App&) {
   return [](CommandContext& c) {
     const ScenarioSettings& sc = c.session.settings.scenario;
     if (sc.DifEnabled == 1) return DifRun(c, "");
-    if (sc.ObservationEnabled == 1) {
-      if (RunObservationSim(c.session) != 0) return 1;
-      ReportOutputs(c, "wrote");
-      return 0;
-    }
+    if (sc.ObservationEnabled == 1) return ObservationRun(c, RunObservationSim);
     Summary(c, "sim: ObservationEnabled and DifEnabled are both 0: nothing to run");
     return 0;
   };
@@ -152,11 +149,12 @@ Action Sim(CLI::App&) {
 Action AutoRun(CLI::App&) {
   return [](CommandContext& c) {
     c.session.AutoRunStarted = 1;
-    if (RunObservationSim(c.session) != 0) return 1;
-    ReportOutputs(c, "wrote");
+    // A record that was refused or cut short is never handed on to the DIF run.
+    const int observed = ObservationRun(c, RunObservationSim);
+    if (observed != 0 && c.session.stopRequests.load() == 0) return observed;
     if (c.session.stopRequests.load() > 0) {
       fmt::print(stderr, "autorun: stopped during the observation run; the DIF run is not started\n");
-      return 0;
+      return observed != 0 ? observed : 130;
     }
     // The DIF run reads the record the observation run has just written.
     const std::string record = c.session.lastOutputs.empty() ? "" : c.session.lastOutputs.back();

@@ -2,6 +2,8 @@
 #include "app/scenario_runs.h"
 
 #include <cmath>
+#include <cstdint>
+#include <filesystem>
 
 #include <fmt/format.h>
 
@@ -76,7 +78,7 @@ void GatherAtmosphere(Session& session, const Settings& settings,
       // The record file stays open for the life of the program start.
       auto file = std::make_unique<platform::OutputFile>();
       const auto path = session.dataDir.Map(b.bubbleRecordPath);
-      if (!file->Open(path))
+      if (!file->OpenInPlace(path))
         session.messages.Warn(fmt::format("bubble record file {} cannot be created; the bubble "
                                           "record is not written",
                                           path.string()));
@@ -86,46 +88,58 @@ void GatherAtmosphere(Session& session, const Settings& settings,
   }
 }
 
-// Opens a record file; a path that cannot be created is reported and the run writes
-// nowhere, as it always did.
-bool OpenRecord(Session& session, platform::OutputFile& file, const std::string& settingPath,
-                const char* settingName) {
-  if (settingPath.empty()) {
+// The mapped path of a record file, empty when the setting and its rule name none.
+std::filesystem::path RecordPath(Session& session, const std::string& settingPath) {
+  if (settingPath.empty()) return {};
+  return session.dataDir.Map(settingPath);
+}
+
+bool SameFile(const std::filesystem::path& a, const std::filesystem::path& b) {
+  if (a.empty() || b.empty()) return false;
+  std::error_code ec;
+  if (std::filesystem::equivalent(a, b, ec)) return true;
+  return std::filesystem::weakly_canonical(a, ec) == std::filesystem::weakly_canonical(b, ec);
+}
+
+platform::Status Refuse(Session& session, const std::string& text) {
+  session.messages.Popup("Error message", text);
+  return platform::Status::Failed(text);
+}
+
+// Opens a record file. An empty name (no setting and no naming rule) means the run
+// writes no record, as it always did; a file that cannot be created refuses the run.
+platform::Status OpenRecord(Session& session, platform::OutputFile& file,
+                            const std::filesystem::path& path, const std::string& settingName) {
+  if (path.empty()) {
     session.messages.Warn(fmt::format("{} is empty: this run writes no record file", settingName));
-    return false;
+    return platform::Status::Ok();
   }
-  const auto path = session.dataDir.Map(settingPath);
-  if (!file.Open(path)) {
-    session.messages.Warn(fmt::format("{} {} cannot be created: this run writes no record file",
-                                      settingName, path.string()));
-    return false;
-  }
-  return true;
+  if (!file.Open(path))
+    return Refuse(session, fmt::format("{} {} cannot be created ({})", settingName, path.string(),
+                                       file.error()));
+  return platform::Status::Ok();
 }
 
-platform::LineReader* HoldInput(Session& session, const std::string& settingPath) {
-  auto reader = std::make_unique<platform::LineReader>();
-  reader->Open(session.dataDir.Map(settingPath));
-  session.heldInputs.push_back(std::move(reader));
-  return session.heldInputs.back().get();
-}
-
-void CloseRecord(Session& session, platform::OutputFile& file) {
-  const std::string path = file.path();
-  if (file.IsOpen() && !file.Close())
-    session.messages.Warn(fmt::format("writing {} failed: the file is incomplete", path));
-}
-
-// Carries one receiver through its run and closes its record file.
-void FlyReceiver(Session& session, const observation::TrajectoryRunArgs& args,
-                 platform::OutputFile& output) {
+// Carries one receiver through its run and closes its record file: whole, or not at all
+// when the run failed or a write did not reach the disk.
+platform::Status FlyReceiver(Session& session, const observation::TrajectoryRunArgs& args,
+                             platform::OutputFile& output) {
   observation::ModelAtmosphere models(session.atmosphere, session.densityModel);
   observation::EpochEnvironment env{session.constellation, session.epochState, session.workerRand,
                                     &models, session.display};
   observation::EpochResult result;
-  observation::SimulateTrajectory(env, args, result, session.RunActive, session.messages);
-  CloseRecord(session, output);
-  session.lastOutputs.push_back(output.path());
+  platform::Status status =
+      observation::SimulateTrajectory(env, args, result, session.RunActive, session.messages);
+  if (!output.IsOpen()) return status;
+  if (status.failed()) {
+    output.Abandon();
+    return status;
+  }
+  const std::string path = output.path();
+  if (!output.Close())
+    return Refuse(session, fmt::format("{}: the record was not written", output.error()));
+  session.lastOutputs.push_back(path);
+  return status;
 }
 
 }  // namespace
@@ -207,10 +221,10 @@ std::string StationOutputName(int32_t stationRecordType, int station, const Scen
   }
 }
 
-int RunObservationSim(Session& session) {
+platform::Status RunObservationSim(Session& session) {
   const Settings settings = session.settings;  // a run reads its settings once
   const ScenarioSettings& sc = settings.scenario;
-  session.RunActive.store(1, std::memory_order_relaxed);
+  platform::RunActiveScope active(session.RunActive);
 
   observation::TrajectoryRunArgs args;
   args.satelliteCount = session.orbitState.satelliteCount;
@@ -221,68 +235,81 @@ int RunObservationSim(Session& session) {
 
   if (!session.orbitState.OrbitsValid) {
     session.messages.Popup("", "Invalid orbits");
-    return -1;
+    return platform::Status::Failed("Invalid orbits");
   }
-  // A model this build lacks refuses the run before its record file is touched.
-  observation::ModelAtmosphere models(session.atmosphere, session.densityModel);
-  if (observation::RefuseUnavailableModels(&models, args, session.messages)) {
-    session.RunActive.store(0, std::memory_order_relaxed);
-    return -1;
-  }
-  std::string modelError;
-  if (args.ionoEnabled == 1 && args.ionoModel != 1 &&
-      !models.PrepareSlantIonosphere(args.month, modelError)) {
-    session.messages.Popup("Error message", modelError);
-    session.RunActive.store(0, std::memory_order_relaxed);
-    return -1;
-  }
-
-  platform::OutputFile output;
-  std::string outputName = sc.ObservationOutputFile;
-  if (outputName.empty() && sc.RecordType != observation::kRecordNone)
-    outputName = ObservationOutputName(sc.RecordType, LocalNow(), sc);
-  if (!(outputName.empty() && sc.RecordType == observation::kRecordNone))
-    OpenRecord(session, output, outputName, "ObservationOutputFile");
-  args.recordType = sc.RecordType;
-  args.rinexStandardLayout = sc.RinexStandardLayout;
-  if (sc.RecordType == observation::kRecordRinex && output.IsOpen())
-    observation::WriteRinexHeader(output, sc.RinexStandardLayout != 0);
-  args.outputFile = output.IsOpen() ? &output : nullptr;
 
   const gnss::GpsTime start = ScenarioGpsTime(sc);
   args.gpsWeek = start.week;
   args.startMs = static_cast<int32_t>(std::floor(start.secondsOfWeek) * 1000.0);
   args.dayIndex = gnss::DayIndex(sc.ScenarioMonth, sc.ScenarioDay);
   args.intervalMs = sc.ObservationInterval;
-  args.durationArg = sc.ScenarioDuration * 60;
+  const int64_t durationArg = int64_t{sc.ScenarioDuration} * 60;
+  if (durationArg > INT32_MAX)
+    return Refuse(session, fmt::format("ScenarioDuration {} is too long", sc.ScenarioDuration));
+  args.durationArg = static_cast<int32_t>(durationArg);
   args.carriedFlag = sc.AuxiliaryInputDisabled;
-  if (sc.AuxiliaryInputDisabled == 0) HoldInput(session, sc.AuxiliaryInputFile);
-
+  args.recordType = sc.RecordType;
+  args.rinexStandardLayout = sc.RinexStandardLayout;
   args.staticReceiver = sc.TrajectoryMode;
-  if (sc.TrajectoryMode == 0) {
-    args.trajectoryFile = HoldInput(session, sc.TrajectoryFile);
-  } else if (sc.TrajectoryMode == 1) {
+  if (sc.TrajectoryMode == 1) {
     args.latitude = sc.ReceiverLatitude;
     args.longitude = sc.ReceiverLongitude;
     args.altitude = sc.ReceiverAltitude;
   }
+  args.carrierFrequency = sc.ConstellationChoice == 0 ? gnss::kL1Frequency : 0.0;
+
+  // Every input is checked before the record file is touched.
+  observation::ModelAtmosphere models(session.atmosphere, session.densityModel);
+  if (observation::RefuseUnavailableModels(&models, args, session.messages))
+    return platform::Status::Failed("atmosphere model missing");
+  std::string modelError;
+  if (args.ionoEnabled == 1 && args.ionoModel != 1 &&
+      !models.PrepareSlantIonosphere(args.month, modelError))
+    return Refuse(session, modelError);
+  const std::string refusal = observation::CheckRunArgs(args);
+  if (!refusal.empty()) return Refuse(session, refusal);
+
+  platform::LineReader trajectory;  // the run's own: closed when the run ends
+  std::filesystem::path trajectoryPath;
+  if (sc.TrajectoryMode == 0) {
+    trajectoryPath = session.dataDir.Map(sc.TrajectoryFile);
+    if (!trajectory.Open(trajectoryPath))
+      return Refuse(session,
+                    fmt::format("TrajectoryFile {} cannot be read", trajectoryPath.string()));
+    args.trajectoryFile = &trajectory;
+  }
+
+  std::string outputName = sc.ObservationOutputFile;
+  if (outputName.empty() && sc.RecordType != observation::kRecordNone)
+    outputName = ObservationOutputName(sc.RecordType, LocalNow(), sc);
+  const bool wantsRecord = !(outputName.empty() && sc.RecordType == observation::kRecordNone);
+  const std::filesystem::path outputPath = RecordPath(session, outputName);
+  if (SameFile(outputPath, trajectoryPath))
+    return Refuse(session, fmt::format("ObservationOutputFile {} is the trajectory file the run "
+                                       "reads; choose another name",
+                                       outputPath.string()));
+
+  platform::OutputFile output;
+  if (wantsRecord) {
+    platform::Status opened = OpenRecord(session, output, outputPath, "ObservationOutputFile");
+    if (!opened.ok()) return opened;
+  }
+  if (sc.RecordType == observation::kRecordRinex && output.IsOpen())
+    observation::WriteRinexHeader(output, sc.RinexStandardLayout != 0);
+  args.outputFile = output.IsOpen() ? &output : nullptr;
 
   if (sc.KeepOrbitEpochs == 0)
     RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
-  args.carrierFrequency = sc.ConstellationChoice == 0 ? gnss::kL1Frequency : 0.0;
-
-  FlyReceiver(session, args, output);
-  session.RunActive.store(0, std::memory_order_relaxed);
-  return 0;
+  return FlyReceiver(session, args, output);
 }
 
-int RunRawGeneration(Session& session) {
-  session.RunActive.store(1, std::memory_order_relaxed);
+platform::Status RunRawGeneration(Session& session) {
+  platform::RunActiveScope active(session.RunActive);
   const Settings first = session.settings;
   const StationSettings& st = first.stations;
   const int32_t satelliteCount = session.orbitState.satelliteCount;
-  if (first.scenario.AuxiliaryInputDisabled == 0) HoldInput(session, first.scenario.AuxiliaryInputFile);
   double firstLongitude = 0.0;
+  platform::Status overall;
 
   for (int station = 1; station <= kStations; ++station) {
     const int i = station - 1;
@@ -300,25 +327,17 @@ int RunRawGeneration(Session& session) {
     args.codeNoiseSigma = sc.CodeNoiseSigma;
     args.phaseNoiseSigma = sc.PhaseNoiseSigma;
     args.elevationMask = settings.stations.StationMask[i] * kDegToRad;
-
-    platform::OutputFile output;
-    std::string outputName = settings.stations.StationOutputFile[i];
-    if (outputName.empty()) outputName = StationOutputName(st.StationRecordType, station, sc);
-    OpenRecord(session, output, outputName, fmt::format("StationOutputFile of station {}", station).c_str());
-    args.outputFile = output.IsOpen() ? &output : nullptr;
     args.rinexStandardLayout = sc.RinexStandardLayout;
-    platform::LineReader events(session.dataDir.Map(settings.stations.StationEventFile[i]));
-    if (!events.IsOpen())
-      session.messages.Warn(fmt::format("event file {} of station {} cannot be read: no events",
-                                        events.path(), station));
-    args.eventFile = events.IsOpen() ? &events : nullptr;
-
     args.intervalMs = sc.ObservationInterval;
     const gnss::GpsTime start = ScenarioGpsTime(sc);
     args.gpsWeek = start.week;
     args.startMs = static_cast<int32_t>(std::floor(start.secondsOfWeek) * 1000.0);
     args.dayIndex = gnss::DayIndex(sc.ScenarioMonth, sc.ScenarioDay);
-    args.durationArg = sc.ScenarioDuration * 60000;
+    const int64_t durationArg = int64_t{sc.ScenarioDuration} * 60000;
+    if (durationArg > INT32_MAX)
+      return Refuse(session, fmt::format("ScenarioDuration {} is too long for a station run",
+                                         sc.ScenarioDuration));
+    args.durationArg = static_cast<int32_t>(durationArg);
     args.carriedFlag = sc.AuxiliaryInputDisabled;
 
     const StationSettings& now = settings.stations;
@@ -342,16 +361,46 @@ int RunRawGeneration(Session& session) {
     args.latitude = latitude;
     args.longitude = longitude;
     args.altitude = now.StationAltitude[i];
-
-    if (sc.KeepOrbitEpochs == 0)
-      RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
     args.carrierFrequency = sc.ConstellationChoice == 0 ? gnss::kL1Frequency : 0.0;
     args.staticReceiver = 1;
 
-    FlyReceiver(session, args, output);
+    // The station's inputs before its record file.
+    observation::ModelAtmosphere models(session.atmosphere, session.densityModel);
+    if (observation::RefuseUnavailableModels(&models, args, session.messages))
+      return platform::Status::Failed("atmosphere model missing");
+    std::string modelError;
+    if (args.ionoEnabled == 1 && args.ionoModel != 1 &&
+        !models.PrepareSlantIonosphere(args.month, modelError))
+      return Refuse(session, modelError);
+    const std::string refusal = observation::CheckRunArgs(args);
+    if (!refusal.empty()) return Refuse(session, refusal);
+    const std::filesystem::path eventPath = session.dataDir.Map(settings.stations.StationEventFile[i]);
+    platform::LineReader events(eventPath);
+    if (!events.IsOpen())
+      session.messages.Warn(fmt::format("event file {} of station {} cannot be read: no events",
+                                        events.path(), station));
+    args.eventFile = events.IsOpen() ? &events : nullptr;
+
+    std::string outputName = settings.stations.StationOutputFile[i];
+    if (outputName.empty()) outputName = StationOutputName(st.StationRecordType, station, sc);
+    const std::filesystem::path outputPath = RecordPath(session, outputName);
+    if (SameFile(outputPath, eventPath))
+      return Refuse(session, fmt::format("StationOutputFile {} of station {} is its event file; "
+                                         "choose another name",
+                                         outputPath.string(), station));
+    platform::OutputFile output;
+    platform::Status opened = OpenRecord(session, output, outputPath,
+                                         fmt::format("StationOutputFile of station {}", station));
+    if (!opened.ok()) return opened;
+    args.outputFile = output.IsOpen() ? &output : nullptr;
+
+    if (sc.KeepOrbitEpochs == 0)
+      RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
+    platform::Status status = FlyReceiver(session, args, output);
+    if (status.failed()) return status;
+    overall.Update(status);
   }
-  session.RunActive.store(0, std::memory_order_relaxed);
-  return 0;
+  return overall;
 }
 
 int WriteStationEventFiles(Session& session) {

@@ -8,6 +8,7 @@
 
 #include "app/session.h"
 #include "gnss/time_coords.h"
+#include "platform/status.h"
 
 namespace vorel::app {
 
@@ -26,10 +27,16 @@ std::string ObservationOutputName(int32_t recordType, const std::tm& now, const 
 std::string DifOutputName(int32_t difFileType, const std::tm& now);
 std::string StationOutputName(int32_t stationRecordType, int station, const ScenarioSettings& s);
 
-// One receiver, static or on a trajectory. Returns 0, or -1 for "Invalid orbits".
-int RunObservationSim(Session& session);
-// The four reference stations in turn. Returns 0.
-int RunRawGeneration(Session& session);
+// One receiver, static or on a trajectory. Every input is checked before the record
+// file is opened; the record is written under a temporary name and takes its own name
+// only when it was written whole. Failed (reported as an "Error message" popup) when the
+// run was refused, a limit was exceeded or the record could not be written; Stopped
+// when the user stopped the run (the record is then closed whole). The record written
+// is added to session.lastOutputs.
+platform::Status RunObservationSim(Session& session);
+// The four reference stations in turn, each as above; a stop lets the remaining
+// stations start and end at once, a failure ends the chain.
+platform::Status RunRawGeneration(Session& session);
 // Writes the event-file skeleton of each station. Returns the number written.
 int WriteStationEventFiles(Session& session);
 

@@ -25,7 +25,8 @@
 namespace vorel::app {
 
 struct Session {
-  // 1 while a run may go on; cleared by the stop command and by each worker as it ends.
+  // 1 while a run may go on; cleared by the stop command and, through a
+  // platform::RunActiveScope, by each worker as it ends.
   std::atomic<uint8_t> RunActive{0};
   // Stops the user asked for (Ctrl-C) in this program start; a chain of runs ends at one.
   std::atomic<int> stopRequests{0};
@@ -63,9 +64,9 @@ struct Session {
   double originLatitude = 0.0;
   double originLongitude = 0.0;
 
-  // Files a run leaves open for the life of the program start (trajectory, auxiliary
-  // input, the bubble record).
-  std::vector<std::unique_ptr<platform::LineReader>> heldInputs;
+  // The bubble record, open from the run that asked for it to the next such run or the
+  // end of the program start. A run's other files (trajectory, events, records) are the
+  // run's own and are closed when it ends.
   std::unique_ptr<platform::OutputFile> bubbleRecordFile;
 
   // Paths the last command wrote, for the front end's summary.

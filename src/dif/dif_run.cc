@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <stdexcept>
 
 #include "dif/nav_bit_table.h"
 #include "platform/fir.h"
+#include "platform/text_file.h"
 
 namespace vorel::dif {
 namespace {
@@ -15,14 +17,11 @@ namespace {
 constexpr int kFilterTaps = 27;
 constexpr char kErrorTitle[] = "Error message";
 
-// Closes the sample file and says so if a write failed (the run itself does not look).
-void CloseOutput(std::FILE*& f, const std::filesystem::path& path,
-                 const platform::Messages& messages) {
-  if (!f) return;
-  const bool failed = std::ferror(f) != 0;
-  if (std::fclose(f) != 0 || failed)
-    messages.Warn(fmt::format("writing {} failed: the sample file is incomplete", path.string()));
-  f = nullptr;
+bool SameFile(const std::filesystem::path& a, const std::filesystem::path& b) {
+  if (a.empty() || b.empty()) return false;
+  std::error_code ec;
+  if (std::filesystem::equivalent(a, b, ec)) return true;
+  return std::filesystem::weakly_canonical(a, ec) == std::filesystem::weakly_canonical(b, ec);
 }
 
 }  // namespace
@@ -31,23 +30,48 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
                      platform::RandState& rand, std::atomic<uint8_t>& RunActive,
                      const platform::Messages& messages, const GeneratorSpeed& speed,
                      DifRunOutcome& outcome) {
-  RunActive.store(1, std::memory_order_relaxed);
+  platform::RunActiveScope active(RunActive);
+  outcome.result = 1;
   const DifSettings s = GatherDifSettings(panel);
   outcome.settings = s;
-  const std::string refusal = CheckDifSettings(s);
-  if (!refusal.empty()) {
-    messages.Popup(kErrorTitle, refusal);
-    outcome.refused = true;
-    RunActive.store(0, std::memory_order_relaxed);
+  auto named = [](const std::filesystem::path& path) {
+    return path.empty() ? std::string("no file named") : path.string();
+  };
+  auto fail = [&](const std::string& text, bool refused) {
+    messages.Popup(kErrorTitle, text);
+    outcome.refused = refused;
+    outcome.popup = !refused;
+    outcome.status = platform::Status::Failed(text);
     return 1;
+  };
+  const std::string refusal = CheckDifSettings(s);
+  if (!refusal.empty()) return fail(refusal, true);
+
+  // The inputs first: a run that cannot read them leaves every file as it was.
+  const bool scenarioDriven = s.ScenarioDriven != 0;
+  platform::LineReader scintFile;
+  platform::LineReader recordFile;
+  if (s.ScintMode > 0 && !scintFile.Open(paths.scintFile))
+    return fail(fmt::format("Specified scintillation data file doesn't exist ({})",
+                            named(paths.scintFile)),
+                false);
+  if (scenarioDriven && !recordFile.Open(paths.record))
+    return fail(fmt::format("Specified scenario file doesn't exist ({})", named(paths.record)),
+                false);
+  for (const auto* input : {&paths.record, &paths.scintFile}) {
+    const bool read = input == &paths.record ? scenarioDriven : s.ScintMode > 0;
+    if (read && SameFile(paths.output, *input))
+      return fail(fmt::format("DifOutputFile {} is also an input of the run; choose another name",
+                              paths.output.string()),
+                  true);
   }
 
-  std::FILE* output = std::fopen(paths.output.string().c_str(), "wb");
-  if (!output)
-    messages.Warn(fmt::format("DifOutputFile {} cannot be created: the samples go nowhere",
-                              paths.output.string()));
-  else
-    std::setvbuf(output, nullptr, _IOFBF, 1 << 20);
+  platform::OutputFile output;
+  if (!output.Open(paths.output))
+    return fail(fmt::format("DifOutputFile {} cannot be created ({})", paths.output.string(),
+                            output.error()),
+                false);
+  std::setvbuf(output.stream(), nullptr, _IOFBF, 1 << 20);
 
   const int32_t n = s.SamplesPerMs;
   RunBuffers buffers;
@@ -76,23 +100,12 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
   }
 
   ScintillationState scint;
-  platform::LineReader scintFile;
-  platform::LineReader recordFile;
   GeneratorFiles files;
-  files.output = output;
+  files.output = output.stream();
+  if (s.ScintMode > 0) files.scint = &scintFile;
   GeneratorContext context{state, rand, RunActive, messages, speed};
-  bool ok = true;
-  if (s.ScintMode > 0) {
-    if (!scintFile.Open(paths.scintFile)) {
-      messages.Popup(kErrorTitle, "Specified scintillation data file doesn't exist");
-      outcome.popup = true;
-      ok = false;
-    } else {
-      files.scint = &scintFile;
-    }
-  }
 
-  if (ok && s.ScenarioDriven == 0) {
+  if (!scenarioDriven) {
     if (s.TestDataMode == 2) {
       state.navBitTable.EnsureAllocated();
       const auto path = paths.dataDir / "simulated.nvb";
@@ -104,16 +117,25 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
       ConvertNavBits(state.navBitTable.Row(0));
     }
     GenerateTestSamples(s, buffers, scint, multipath, files, context, outcome.report);
-  } else if (ok) {
+  } else {
     state.navBitTable.EnsureAllocated();
     // One file per row, read on the run's threads; the PRNs short of bits are named in order.
+    // An exception must not leave the parallel region: it is caught there and re-raised.
     std::array<bool, 32> shortRow{};
+    std::array<bool, 32> thrown{};
 #pragma omp parallel for schedule(static) num_threads(std::max(1, speed.threads))
     for (int prn = 1; prn <= 32; ++prn) {
-      const auto path = paths.dataDir / "NAV" / fmt::format("navbin{}", prn);
-      shortRow[prn - 1] = ReadNavBitFile(path, state.navBitTable.Row(prn - 1)) < kNavBitsPerRow;
-      ConvertNavBits(state.navBitTable.Row(prn - 1));
+      try {
+        const auto path = paths.dataDir / "NAV" / fmt::format("navbin{}", prn);
+        shortRow[prn - 1] = ReadNavBitFile(path, state.navBitTable.Row(prn - 1)) < kNavBitsPerRow;
+        ConvertNavBits(state.navBitTable.Row(prn - 1));
+      } catch (...) {
+        thrown[prn - 1] = true;
+      }
     }
+    for (int prn = 1; prn <= 32; ++prn)
+      if (thrown[prn - 1])
+        throw std::runtime_error(fmt::format("reading the navigation bits of PRN {} failed", prn));
     std::string missing;
     for (int prn = 1; prn <= 32; ++prn)
       if (shortRow[prn - 1]) missing += fmt::format("{}{}", missing.empty() ? "" : ", ", prn);
@@ -123,22 +145,18 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
                       "keep what they held and are converted again (write them with "
                       "nav-all)",
                       missing, (paths.dataDir / "NAV").string()));
-    if (!recordFile.Open(paths.record)) {
-      messages.Popup(kErrorTitle, "Specified scenario file doesn't exist");
-      outcome.popup = true;
-    } else {
-      files.record = &recordFile;
-      RecordState record;
-      GenerateScenarioSamples(s, buffers, record, scint, multipath, files, context, outcome.report);
-    }
+    files.record = &recordFile;
+    RecordState record;
+    GenerateScenarioSamples(s, buffers, record, scint, multipath, files, context, outcome.report);
   }
+  const bool stopped = RunActive.load(std::memory_order_relaxed) == 0;
 
   // Clean-up: the record, the scintillation file, the output; the buffers go with the run.
   recordFile.Close();
   scintFile.Close();
-  CloseOutput(output, paths.output, messages);
-  RunActive.store(0, std::memory_order_relaxed);
-  outcome.result = 1;
+  if (!output.Close())
+    return fail(fmt::format("{}: the recording was not written", output.error()), false);
+  if (stopped) outcome.status = platform::Status::Stopped();
   return 1;
 }
 

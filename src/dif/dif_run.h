@@ -11,6 +11,7 @@
 #include "dif/sample_generation.h"
 #include "platform/messages.h"
 #include "platform/random.h"
+#include "platform/status.h"
 
 namespace vorel::dif {
 
@@ -25,14 +26,18 @@ struct DifRunPaths {
 struct DifRunOutcome {
   int result = 1;        // what RunDifGeneration returns
   bool refused = false;  // a setting was refused: nothing ran, no file was touched
-  bool popup = false;    // a popup ended the run at its clean-up
+  bool popup = false;    // a popup ended the run (a missing input, an unwritable output)
+  platform::Status status;  // Ok, Failed (with the popup's text) or Stopped by the user
   DifSettings settings;  // as the run derived them
   GeneratorReport report;
 };
 
-// Sets RunActive, derives the settings, opens the output, designs the filter, loads the
-// navigation bits, opens the record or the scintillation file and runs one of the two
-// generators; clears up on every path and clears RunActive. Returns 1.
+// Sets RunActive for the run, derives and checks the settings, opens the record or the
+// scintillation file, refuses an output that is one of those inputs, and only then opens
+// the output (under a temporary name beside it), designs the filter, loads the
+// navigation bits and runs one of the two generators. The recording takes its name when
+// it was written whole; a refused or failed run leaves an earlier file at that name as it
+// was. Every failure is an "Error message" popup and outcome.status. Returns 1.
 int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifState& state,
                      platform::RandState& rand, std::atomic<uint8_t>& RunActive,
                      const platform::Messages& messages, const GeneratorSpeed& speed,

@@ -1,6 +1,7 @@
 #include "observation/trajectory.h"
 
 #include <cmath>
+#include <cstdint>
 #include <string>
 
 #include <fmt/format.h>
@@ -84,26 +85,65 @@ int ScanEventLine(const std::string& line, ChannelEvent& e) {
        &s[5].enabled, &s[5].size, &s[5].finishEpoch});
 }
 
-int SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunArgs& args, EpochResult& result,
-                       std::atomic<uint8_t>& runActive, const platform::Messages& messages) {
-  if (args.intervalMs <= 0) {
-    messages.Popup("Error message",
-                   fmt::format("ObservationInterval must be a positive number of milliseconds, "
-                               "not {}",
-                               args.intervalMs));
-    return -1;
+int64_t StaticRunEndMs(const TrajectoryRunArgs& args) {
+  const int64_t start = args.startMs;
+  const int64_t interval = args.intervalMs;
+  if (interval <= 0) return start;
+  const int64_t tickEpochs = 10000 / interval;
+  const double d = args.durationArg;
+  if (tickEpochs == 0) {
+    // No progress tick: the run ends once its duration has passed (a first tick at the
+    // first epoch may end it at once, as it always did).
+    if (d <= 10.0) return start + interval;
+    const int64_t span = static_cast<int64_t>(args.durationArg) * 1000;
+    return start + (span + interval - 1) / interval * interval;
   }
-  if (args.satelliteCount < 0 || args.satelliteCount > orbits::kTableRows) {
-    messages.Popup("Error message", fmt::format("satelliteCount {} is outside 0 to {}",
-                                                args.satelliteCount, orbits::kTableRows));
-    return -1;
+  // The run ends at the first tick whose progress reaches 100; tick k falls on epoch
+  // k * tickEpochs + 1.
+  int64_t k = d <= 0.0 ? 1 : static_cast<int64_t>(std::ceil(d / 10.0));
+  if (k < 1) k = 1;
+  while (k * 1000.0 / d < 100.0) ++k;
+  while (k > 1 && (k - 1) * 1000.0 / d >= 100.0) --k;
+  return start + (k * tickEpochs + 1) * interval;
+}
+
+std::string CheckRunArgs(const TrajectoryRunArgs& args) {
+  if (args.intervalMs <= 0)
+    return fmt::format("ObservationInterval must be a positive number of milliseconds, not {}",
+                       args.intervalMs);
+  if (args.satelliteCount < 0 || args.satelliteCount > orbits::kTableRows)
+    return fmt::format("satelliteCount {} is outside 0 to {}", args.satelliteCount,
+                       orbits::kTableRows);
+  if (args.staticReceiver != 0) {
+    if (args.durationArg < 0)
+      return "ScenarioDuration must not be negative: a static run would never end";
+    if (StaticRunEndMs(args) > INT32_MAX)
+      return fmt::format(
+          "ScenarioDuration is too long for ObservationInterval {} ms: the run would pass "
+          "{} ms of the week, the largest time it can count",
+          args.intervalMs, INT32_MAX);
   }
-  if (RefuseUnavailableModels(env.atmosphere, args, messages)) return -1;
+  return "";
+}
+
+platform::Status SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunArgs& args,
+                                    EpochResult& result, std::atomic<uint8_t>& runActive,
+                                    const platform::Messages& messages) {
+  const std::string refusal = CheckRunArgs(args);
+  if (!refusal.empty()) {
+    messages.Popup("Error message", refusal);
+    return platform::Status::Failed(refusal);
+  }
+  if (const char* missing = MissingAtmosphereModel(env.atmosphere, args)) {
+    RefuseUnavailableModels(env.atmosphere, args, messages);
+    return platform::Status::Failed(missing);
+  }
   platform::LineReader* trajectory = args.staticReceiver ? nullptr : args.trajectoryFile;
   if (!args.staticReceiver && !(trajectory && trajectory->IsOpen())) {
-    messages.Warn(fmt::format("trajectory file {} cannot be read; the run ends at once",
-                              trajectory ? trajectory->path() : std::string("(none)")));
-    return 1;
+    const std::string reason = fmt::format(
+        "trajectory file {} cannot be read", trajectory ? trajectory->path() : std::string("(none)"));
+    messages.Popup("Error message", reason);
+    return platform::Status::Failed(reason);
   }
 
   EpochLoop loop;
@@ -125,6 +165,9 @@ int SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunArgs& args, Epo
 
   const int32_t tickEpochs = 10000 / args.intervalMs;
   const double runStart = args.startMs;
+  // Without a progress tick (intervals above 10 s) a static run ends at its duration.
+  const int64_t endByTime = static_cast<int64_t>(args.startMs) + int64_t{args.durationArg} * 1000;
+  bool ended = false;
   double latitude = args.latitude, longitude = args.longitude, altitude = args.altitude;
   ComputeReceiver(latitude, longitude, altitude, loop);
   ComputeRows(latitude, longitude, loop);
@@ -153,6 +196,9 @@ int SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunArgs& args, Epo
             platform::ScanLine(line, kTrajectoryFormat, {&timeMs, &latitude, &longitude,
                                                          &altitude}) < 4)
           trajectoryWarner.Report(*trajectory, line);
+        if (lineLength == 0)
+          messages.Warn(fmt::format("trajectory file {}, line {} is empty: the run ends there",
+                                    trajectory->path(), trajectory->lineNumber()));
         ComputeReceiver(latitude, longitude, altitude, loop);
         if (epochsSinceTick == 0) {
           const auto& p = loop.receiverEcef;
@@ -164,11 +210,11 @@ int SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunArgs& args, Epo
             const double dz = p[2] - checkPosition[2];
             if (std::sqrt(dx * dx + dy * dy + dz * dz) > kSpeedLimitDistance) {
               messages.Popup("Error message", "Velocity exceeds maximum");
-              return -1;
+              return platform::Status::Failed("Velocity exceeds maximum");
             }
             if (std::fabs(altitude) > kAltitudeLimit) {
               messages.Popup("Error message", "Altitude exceeds maximum");
-              return -1;
+              return platform::Status::Failed("Altitude exceeds maximum");
             }
             for (int i = 0; i < 3; ++i) checkPosition[i] = p[i];
           }
@@ -196,15 +242,18 @@ int SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunArgs& args, Epo
       ComputeEpoch(env, args, loop, result, latitude * kDegToRad, longitude * kDegToRad, altitude,
                    timeMs);
 
-      if (runActive.load(std::memory_order_relaxed) == 0 || progress >= 100.0 ||
-          lineLength <= 0)
+      if (progress >= 100.0 || lineLength <= 0 ||
+          (tickEpochs == 0 && !trajectory && timeMs >= endByTime)) {
+        ended = true;
         break;
+      }
+      if (runActive.load(std::memory_order_relaxed) == 0) break;
       epochsSinceTick += 1;
     }
   }
 
   messages.Progress(0.0);
-  return 1;
+  return ended ? platform::Status::Ok() : platform::Status::Stopped();
 }
 
 }  // namespace vorel::observation

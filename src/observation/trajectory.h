@@ -7,7 +7,10 @@
 #include <atomic>
 #include <cstdint>
 
+#include <string>
+
 #include "observation/epoch.h"
+#include "platform/status.h"
 
 namespace vorel::platform {
 struct Messages;
@@ -33,9 +36,20 @@ const char* MissingAtmosphereModel(const AtmosphereModels* models, const Traject
 bool RefuseUnavailableModels(const AtmosphereModels* models, const TrajectoryRunArgs& args,
                              const platform::Messages& messages);
 
-// Runs the loop. Returns 1 at a normal end (also after a stop), -1 when a limit was
-// exceeded or the run was refused at its start (the reason goes out as a popup).
-int SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunArgs& args, EpochResult& result,
-                       std::atomic<uint8_t>& runActive, const platform::Messages& messages);
+// Why a run with these arguments must not start (empty when it may): an interval that
+// is not positive, a satellite count outside the table, a negative duration for a
+// static receiver, or a static run whose time would pass the largest millisecond count
+// the loop keeps (2^31 - 1).
+std::string CheckRunArgs(const TrajectoryRunArgs& args);
+
+// The time (ms of the week, as a 64-bit count) of the last epoch of a static run.
+int64_t StaticRunEndMs(const TrajectoryRunArgs& args);
+
+// Runs the loop. Ok at a normal end, Stopped when `runActive` was cleared before the end
+// came, Failed when a limit was exceeded or the run was refused at its start (the reason
+// goes out as a popup).
+platform::Status SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunArgs& args,
+                                    EpochResult& result, std::atomic<uint8_t>& runActive,
+                                    const platform::Messages& messages);
 
 }  // namespace vorel::observation

@@ -1,6 +1,10 @@
 #include "platform/text_file.h"
 
 #include <stdio.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 #include <cstdlib>
 
@@ -40,18 +44,56 @@ int LineReader::ReadLine(std::string& line, size_t maxChars) {
   return static_cast<int>(line.size());
 }
 
-bool OutputFile::Open(const std::filesystem::path& path) {
-  Close();
+OutputFile::~OutputFile() {
+  if (writePath_ == path_)
+    (void)Close();
+  else
+    Abandon();
+}
+
+bool OutputFile::Open(const std::filesystem::path& path) { return OpenAs(path, false); }
+bool OutputFile::OpenInPlace(const std::filesystem::path& path) { return OpenAs(path, true); }
+
+void OutputFile::Fail(const char* what, int error) {
+  if (!failed_) error_ = fmt::format("{} {}: {}", what, path_, std::strerror(error));
+  failed_ = true;
+}
+
+bool OutputFile::OpenAs(const std::filesystem::path& path, bool inPlace) {
+  Abandon();
   path_ = path.string();
   failed_ = false;
+  error_.clear();
   buffer_.clear();
-  file_ = std::fopen(path_.c_str(), "wb");
-  return file_ != nullptr;
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec)) {
+    Fail("cannot create", EISDIR);
+    return false;
+  }
+  if (std::filesystem::exists(path, ec) && ::access(path_.c_str(), W_OK) != 0) {
+    Fail("cannot create", errno);
+    return false;
+  }
+  // A device or a pipe (/dev/null, a FIFO) is written where it is, never replaced.
+  if (inPlace || (std::filesystem::exists(path, ec) && !std::filesystem::is_regular_file(path, ec))) {
+    writePath_ = path_;
+  } else {
+    const std::filesystem::path p(path);
+    writePath_ = (p.parent_path() / ("." + p.filename().string() + ".part")).string();
+  }
+  file_ = std::fopen(writePath_.c_str(), "wb");
+  if (!file_) {
+    Fail("cannot create", errno);
+    writePath_.clear();
+    return false;
+  }
+  return true;
 }
 
 void OutputFile::Flush() {
   if (file_ && buffer_.size() > 0) {
-    if (std::fwrite(buffer_.data(), 1, buffer_.size(), file_) != buffer_.size()) failed_ = true;
+    if (std::fwrite(buffer_.data(), 1, buffer_.size(), file_) != buffer_.size())
+      Fail("cannot write", errno);
   }
   buffer_.clear();
 }
@@ -59,12 +101,29 @@ void OutputFile::Flush() {
 bool OutputFile::Close() {
   if (!file_) {
     buffer_.clear();
-    return true;
+    return !failed_ || writePath_.empty();
   }
   Flush();
-  if (std::fclose(file_) != 0) failed_ = true;
+  if (std::ferror(file_)) Fail("cannot write", EIO);
+  if (std::fflush(file_) != 0) Fail("cannot write", errno);
+  if (std::fclose(file_) != 0) Fail("cannot write", errno);
   file_ = nullptr;
+  const std::string written = writePath_;
+  writePath_.clear();
+  if (written == path_) return !failed_;
+  if (!failed_ && std::rename(written.c_str(), path_.c_str()) != 0) Fail("cannot rename to", errno);
+  if (failed_) std::remove(written.c_str());
   return !failed_;
+}
+
+void OutputFile::Abandon() {
+  buffer_.clear();
+  if (file_) {
+    std::fclose(file_);
+    file_ = nullptr;
+    if (writePath_ != path_) std::remove(writePath_.c_str());
+  }
+  writePath_.clear();
 }
 
 }  // namespace vorel::platform

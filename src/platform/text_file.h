@@ -8,8 +8,11 @@
 // the same.
 //
 // OutputFile gathers formatted text in memory and hands it to the file in large
-// writes. Writes are not looked at one by one; `Close` reports whether everything
-// reached the file.
+// writes. By default it writes to a temporary name beside the target and renames it
+// over the target only when `Close` finds that every byte reached the disk: a failed or
+// abandoned file leaves whatever stood at the target before untouched. A file that is
+// destroyed without `Close` is abandoned. `OpenInPlace` writes the target directly (for
+// files kept open for the life of a program start).
 
 #include <cstdio>
 #include <filesystem>
@@ -48,14 +51,24 @@ class LineReader {
 class OutputFile {
  public:
   OutputFile() = default;
-  ~OutputFile() { Close(); }
+  ~OutputFile();
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  // Opens for writing, truncating. Returns false when the file cannot be created.
+  // Opens for writing. Returns false when the file cannot be created (a missing or
+  // read-only folder, a target that is a folder or a read-only file); error() says why.
   bool Open(const std::filesystem::path& path);
-  // Flushes and closes; returns false if any write failed. Closing a closed file is a no-op.
+  bool OpenInPlace(const std::filesystem::path& path);
+  // Flushes and closes; the file takes its name only if every write succeeded. Returns
+  // false otherwise (error() names the file and the cause). Closing a closed file is a
+  // no-op that returns true.
   bool Close();
+  // Closes and removes what was written; an earlier file at the target stays as it was.
+  void Abandon();
+  const std::string& error() const { return error_; }
+  // The stream, for writers that hand bytes to the C library themselves. A failed
+  // write on it is seen by Close.
+  std::FILE* stream() { return file_; }
   bool IsOpen() const { return file_ != nullptr; }
   const std::string& path() const { return path_; }
 
@@ -78,10 +91,14 @@ class OutputFile {
 
  private:
   static constexpr size_t kFlushSize = 1 << 16;
+  bool OpenAs(const std::filesystem::path& path, bool inPlace);
+  void Fail(const char* what, int error);
   std::FILE* file_ = nullptr;
   std::string path_;
+  std::string writePath_;  // the temporary name, or the target itself in place
   fmt::memory_buffer buffer_;
   bool failed_ = false;
+  std::string error_;
 };
 
 }  // namespace vorel::platform

@@ -91,9 +91,6 @@ TEST_F(Cli, ErrorPopupsBecomeMessagesAndAFailingStatus) {
             std::string::npos)
       << r.err;
   EXPECT_EQ(r.out.find("version 5.1"), std::string::npos);  // the chain stops at the failure
-  r = Run(Scenario({"--set", "ObservationOutputFile=/nonexistent-dir/x.10o", "load-orbits",
-                    "--type", "rinex", Brdc(), "obs"}));
-  EXPECT_NE(r.err.find("/nonexistent-dir/x.10o cannot be created"), std::string::npos) << r.err;
 }
 
 TEST_F(Cli, NavigationFilesNeedConfirmation) {
@@ -116,31 +113,96 @@ TEST_F(Cli, NavigationFilesNeedConfirmation) {
   EXPECT_TRUE(ReadFile(dir / "VLD" / "simulated.nvb") == ReadFile(dir / "VLD" / "NAV" / "navbin3"));
 }
 
+// Ctrl-C and a service manager's SIGTERM both stop the run after its epoch: the file is
+// closed whole and the status says the user stopped it.
 TEST_F(Cli, FirstInterruptStopsTheRunAndClosesItsFileWhole) {
-  const std::string scn = (dir / "VLD" / "long.scn").string();
-  std::string line = "cd '" + dir.path().string() + "' && '" + VorelPath() + "' --data-dir VLD";
-  for (const auto& a : Scenario({"--set", "ObservationInterval=1", "--set", "ScenarioDuration=60",
-                                 "--set", "RecordType=5", "--set",
-                                 "ObservationOutputFile=C:/VLD/long.scn", "load-orbits", "--type",
-                                 "rinex", Brdc(), "obs"}))
-    line += " '" + a + "'";
-  line += " >/dev/null 2>&1 & pid=$!; sleep 1.5; kill -INT $pid; wait $pid; echo status=$?";
-  CliResult r = RunShell(line);
-  EXPECT_NE(r.out.find("status=0"), std::string::npos) << r.out;
-  const auto lines = SplitLines(ReadFile(scn));
-  ASSERT_GT(lines.size(), 100u);
-  EXPECT_LT(lines.size(), 60u * 60000u);  // stopped long before its hour
-  // Walk the epochs: every epoch is whole (time, count, that many satellite lines).
-  size_t i = 0;
-  int epochs = 0;
-  while (i < lines.size()) {
-    ASSERT_LT(i + 1, lines.size());
-    const int n = std::stoi(lines[i + 1]);
-    ASSERT_LE(i + 2 + n, lines.size());
-    i += 2 + n;
-    ++epochs;
+  for (const char* signal : {"INT", "TERM"}) {
+    const std::string scn = (dir / "VLD" / "long.scn").string();
+    std::filesystem::remove(scn);
+    std::string line = "cd '" + dir.path().string() + "' && '" + VorelPath() + "' --data-dir VLD";
+    for (const auto& a : Scenario({"--set", "ObservationInterval=1", "--set",
+                                   "ScenarioDuration=60", "--set", "RecordType=5", "--set",
+                                   "ObservationOutputFile=C:/VLD/long.scn", "load-orbits",
+                                   "--type", "rinex", Brdc(), "obs"}))
+      line += " '" + a + "'";
+    // The record is written under a temporary name beside it: wait until it has grown.
+    const std::string part = (dir / "VLD" / ".long.scn.part").string();
+    line += " >/dev/null 2>&1 & pid=$!; for i in $(seq 600); do"
+            " s=$(stat -c %s '" + part + "' 2>/dev/null || echo 0); [ \"$s\" -gt 200000 ] && break;"
+            " sleep 0.05; done; kill -" +
+            std::string(signal) + " $pid; wait $pid; echo status=$?";
+    CliResult r = RunShell(line);
+    EXPECT_NE(r.out.find("status=130"), std::string::npos) << signal << ": " << r.out;
+    const auto lines = SplitLines(ReadFile(scn));
+    ASSERT_GT(lines.size(), 100u) << signal;
+    EXPECT_LT(lines.size(), 60u * 60000u);  // stopped long before its hour
+    // Walk the epochs: every epoch is whole (time, count, that many satellite lines).
+    size_t i = 0;
+    int epochs = 0;
+    while (i < lines.size()) {
+      ASSERT_LT(i + 1, lines.size());
+      const int n = std::stoi(lines[i + 1]);
+      ASSERT_LE(i + 2 + n, lines.size());
+      i += 2 + n;
+      ++epochs;
+    }
+    EXPECT_GT(epochs, 10);
   }
-  EXPECT_GT(epochs, 10);
+}
+
+// An output that cannot be written is an error that names it, with no "wrote" line, and
+// a chain does not go on from it.
+TEST_F(Cli, OutputsThatCannotBeWrittenAreErrors) {
+  std::filesystem::create_directories(dir / "VLD" / "a-folder");
+  for (const std::string target : {"C:/VLD/missing-dir/x.scn", "C:/VLD/a-folder"}) {
+    CliResult r = Run(Scenario({"--set", "ObservationOutputFile=" + target, "--set",
+                                "RecordType=5", "load-orbits", "--type", "rinex", Brdc(),
+                                "autorun"}));
+    EXPECT_EQ(r.status, 1) << target;
+    EXPECT_NE(r.err.find("Error message: ObservationOutputFile "), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find(target.substr(7) + " cannot be created"), std::string::npos) << r.err;
+    EXPECT_EQ(r.out.find("wrote"), std::string::npos) << r.out;
+  }
+  // autorun stopped at the record: no recording was started.
+  for (const auto& e : std::filesystem::directory_iterator(dir / "VLD"))
+    EXPECT_NE(e.path().extension(), ".bin") << e.path();
+}
+
+// A refused run touches nothing: inputs are checked before any output is opened, and an
+// output that is one of the run's inputs is refused.
+TEST_F(Cli, RefusedRunsLeaveEarlierFilesAsTheyWere) {
+  std::filesystem::create_directories(dir / "VLD");
+  WriteFile(dir / "VLD" / "rec.bin", "an earlier recording");
+  WriteFile(dir / "VLD" / "rec.scn", "an earlier record");
+  const std::vector<std::string> dif = {"--set", "DifOutputFile=C:/VLD/rec.bin", "--set",
+                                        "Duration=0.01"};
+  auto with = [&](std::vector<std::string> a, std::vector<std::string> b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+  };
+  // A missing record, a missing scintillation file.
+  CliResult r = Run(with(dif, {"--set", "ObservationOutputFile=C:/VLD/none.scn", "dif"}));
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("Specified scenario file doesn't exist (" +
+                       (dir / "VLD" / "none.scn").string() + ")"),
+            std::string::npos)
+      << r.err;
+  r = Run(with(dif, {"--set", "ObservationOutputFile=C:/VLD/rec.scn", "--set", "ScintEnabled=1",
+                     "--set", "ScintType=1", "--set", "ScintFile=C:/VLD/none.txt", "dif"}));
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("none.txt"), std::string::npos) << r.err;
+  // The recording over its own record; the record at a zero interval.
+  r = Run({"--set", "DifOutputFile=C:/VLD/rec.scn", "--set", "ObservationOutputFile=C:/VLD/rec.scn",
+           "dif"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("is also an input of the run"), std::string::npos) << r.err;
+  r = Run(Scenario({"--set", "ObservationInterval=0", "--set", "RecordType=5", "--set",
+                    "ObservationOutputFile=C:/VLD/rec.scn", "load-orbits", "--type", "rinex",
+                    Brdc(), "obs"}));
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out.find("wrote"), std::string::npos);
+  EXPECT_EQ(ReadFile(dir / "VLD" / "rec.bin"), "an earlier recording");
+  EXPECT_EQ(ReadFile(dir / "VLD" / "rec.scn"), "an earlier record");
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "app/scenario_runs.h"
 
 #include <cmath>
+#include <filesystem>
 
 #include <gtest/gtest.h>
 
@@ -130,7 +131,7 @@ TEST_F(RunTest, InvalidOrbitsRefuseTheRun) {
     popups.push_back(std::string(title) + "|" + std::string(text));
   };
   session->orbitState.OrbitsValid = false;
-  EXPECT_EQ(RunObservationSim(*session), -1);
+  EXPECT_TRUE(RunObservationSim(*session).failed());
   EXPECT_EQ(popups, (std::vector<std::string>{"|Invalid orbits"}));
 }
 
@@ -148,7 +149,7 @@ TEST_F(RunTest, BroadcastIonosphereSeparatesCodeAndCarrierOnceAndHoldsIt) {
   a.ionoTruthTable.cells[1][2] = -0.6554e+05;
   a.ionoTruthTable.cells[1][3] = -0.5243e+06;
   session->settings.scenario.ElevationMask = 10.0;
-  ASSERT_EQ(RunObservationSim(*session), 0);
+  ASSERT_TRUE(RunObservationSim(*session).ok());
   const auto epochs = ReadSrv();
   ASSERT_EQ(epochs.size(), 60u);
   const double lat = -30.25 * 0.017453292519943, lon = 149.75 * 0.017453292519943;
@@ -168,7 +169,7 @@ TEST_F(RunTest, BroadcastIonosphereSeparatesCodeAndCarrierOnceAndHoldsIt) {
     }
   }
   // A second run in the same program start has no delay at all.
-  ASSERT_EQ(RunObservationSim(*session), 0);
+  ASSERT_TRUE(RunObservationSim(*session).ok());
   for (const auto& [time, sats] : ReadSrv())
     for (const Line& l : sats) EXPECT_NEAR(l.code, l.carrier, 0.0015);
 }
@@ -190,13 +191,74 @@ TEST_F(RunTest, AStopDuringStationOneLeavesTheOtherStationFilesEmpty) {
     else
       ++stationsSeen;
   };
-  EXPECT_EQ(RunRawGeneration(*session), 0);
+  EXPECT_TRUE(RunRawGeneration(*session).stopped());
   EXPECT_EQ(stationsSeen, 4);
   for (int s = 1; s <= 4; ++s)
     EXPECT_TRUE(std::filesystem::exists(dir / "LAAS" / fmt::format("rs{}.srv", s))) << s;
   EXPECT_EQ(session->originLatitude, -30.25);
   EXPECT_EQ(session->originLongitude, 149.75);
   EXPECT_EQ(test::ReadFile(dir / "LAAS" / "rs2.srv"), "");
+}
+
+int OpenDescriptors() {
+  int n = 0;
+  for ([[maybe_unused]] const auto& e : std::filesystem::directory_iterator("/proc/self/fd")) ++n;
+  return n;
+}
+
+// A long-lived front end runs many times in one process: no run may keep a file open,
+// whether it ended, was refused or could not create its record. The flag that lets a run
+// go on is down after each of them.
+TEST_F(RunTest, AThousandRunsLeaveNoDescriptorOpen) {
+  auto& sc = session->settings.scenario;
+  sc.ScenarioDuration = 0;  // one tick, then the end: a short run that still writes
+  test::WriteFile(dir / "traj.txt", "18000000,-30.25,149.75,250,x\n18001000,-30.25,149.75,250,x\n");
+  sc.AuxiliaryInputDisabled = 0;
+  sc.AuxiliaryInputFile = "C:/VLD/traj.txt";
+  const int before = OpenDescriptors();
+  for (int run = 0; run < 1000; ++run) {
+    sc.TrajectoryMode = run % 2;
+    sc.TrajectoryFile = "C:/VLD/traj.txt";
+    sc.ObservationOutputFile = run % 10 == 9 ? "C:/VLD/no-such-dir/run.srv" : "C:/VLD/run.srv";
+    const platform::Status status = RunObservationSim(*session);
+    EXPECT_EQ(status.failed(), run % 10 == 9) << run << " " << status.reason();
+    EXPECT_EQ(session->RunActive.load(), 0) << run;
+  }
+  EXPECT_EQ(OpenDescriptors(), before);
+  EXPECT_FALSE(test::ReadFile(dir / "run.srv").empty());
+}
+
+// Inputs are checked before the record is opened, and an input is never an output: a
+// refused run leaves an earlier record as it was.
+TEST_F(RunTest, RefusedRunsLeaveTheEarlierRecordUntouched) {
+  auto& sc = session->settings.scenario;
+  std::vector<std::string> popups;
+  session->messages.popup = [&](std::string_view, std::string_view text) {
+    popups.emplace_back(text);
+  };
+  ASSERT_TRUE(RunObservationSim(*session).ok());
+  const std::string earlier = test::ReadFile(dir / "run.srv");
+  ASSERT_FALSE(earlier.empty());
+  sc.ObservationInterval = 0;
+  EXPECT_TRUE(RunObservationSim(*session).failed());
+  sc.ObservationInterval = 1000;
+  sc.ScenarioDuration = -1;
+  EXPECT_TRUE(RunObservationSim(*session).failed());
+  sc.ScenarioDuration = 1;
+  sc.TrajectoryMode = 0;
+  sc.TrajectoryFile = "C:/VLD/run.srv";  // the record over its own trajectory file
+  EXPECT_TRUE(RunObservationSim(*session).failed());
+  sc.TrajectoryFile = "C:/VLD/missing.txt";
+  EXPECT_TRUE(RunObservationSim(*session).failed());
+  EXPECT_EQ(test::ReadFile(dir / "run.srv"), earlier);
+  ASSERT_EQ(popups.size(), 4u);
+  EXPECT_NE(popups[0].find("ObservationInterval"), std::string::npos);
+  EXPECT_NE(popups[1].find("ScenarioDuration"), std::string::npos);
+  EXPECT_NE(popups[2].find("run.srv is the trajectory file"), std::string::npos) << popups[2];
+  EXPECT_NE(popups[3].find("missing.txt cannot be read"), std::string::npos) << popups[3];
+  // Nothing but the record itself is left in the folder: no temporary file stays behind.
+  for (const auto& e : std::filesystem::directory_iterator(dir.path()))
+    EXPECT_EQ(e.path().filename().string().find(".part"), std::string::npos) << e.path();
 }
 
 }  // namespace

@@ -70,7 +70,7 @@ inline DifScenario MakeDifScenario(const std::filesystem::path& dir,
                 nav, s.constellation, sc.dataDir, s.navMessage, s.messages,
                 [&](double sow, int32_t week) { app::RedateOrbits(s.constellation, sow, week); }),
             0);
-  EXPECT_EQ(app::RunObservationSim(s), 0);
+  EXPECT_TRUE(app::RunObservationSim(s).ok());
   return sc;
 }
 
@@ -91,7 +91,7 @@ inline std::map<int, double> FirstEpochElevations(const std::filesystem::path& d
   options.assignments.insert(options.assignments.end(), extra.begin(), extra.end());
   std::string error;
   EXPECT_EQ(app::StartUp(*session, options, error), 0) << error;
-  EXPECT_EQ(app::RunObservationSim(*session), 0);
+  EXPECT_TRUE(app::RunObservationSim(*session).ok());
   std::map<int, double> elevations;
   platform::LineReader srv(dir / "VLD" / "rec.srv");
   std::string line;

@@ -32,10 +32,10 @@ class TrajectoryTest : public ::testing::Test {
     };
     runActive = 1;
   }
-  int Run() {
+  platform::Status Run() {
     EpochEnvironment env{*table, state, rand};
-    const int r = SimulateTrajectory(env, args, result, runActive, messages);
-    out.Close();
+    platform::Status r = SimulateTrajectory(env, args, result, runActive, messages);
+    EXPECT_TRUE(out.Close()) << out.error();
     return r;
   }
   std::vector<std::string> LogLines() { return test::SplitLines(test::ReadFile(dir / "run.log")); }
@@ -62,7 +62,7 @@ class TrajectoryTest : public ::testing::Test {
 TEST_F(TrajectoryTest, StaticRunLastsItsDurationAndSkipsTheFirstEpoch) {
   std::vector<double> progress;
   messages.progress = [&](double p) { progress.push_back(p); };
-  EXPECT_EQ(Run(), 1);
+  EXPECT_TRUE(Run().ok());
   const auto lines = LogLines();
   // 61 epochs one second apart from start + 1 s; the first is not written.
   ASSERT_EQ(lines.size(), 60u);
@@ -77,25 +77,27 @@ TEST_F(TrajectoryTest, StopTakesEffectAfterTheEpochInProgress) {
   messages.progress = [&](double p) {
     if (p > 0) runActive = 0;
   };
-  Run();
+  EXPECT_TRUE(Run().stopped());
   EXPECT_EQ(LogLines().size(), 10u);  // epochs 1..11, the 11th carries the first tick
   runActive = 0;
   ASSERT_TRUE(out.Open(dir / "run.log"));
-  Run();
+  EXPECT_TRUE(Run().stopped());
   EXPECT_TRUE(LogLines().empty());
 }
 
 TEST_F(TrajectoryTest, OneLineTrajectoryGivesTwoEpochsAtTheSameTimeAndPlace) {
   Trajectory("345700000,0.0,0.0,10.0,x\n");
-  EXPECT_EQ(Run(), 1);
+  EXPECT_TRUE(Run().ok());
   EXPECT_EQ(LogLines(), (std::vector<std::string>{"# 345700000"}));
   EXPECT_TRUE(warnings.empty());
 }
 
 TEST_F(TrajectoryTest, EmptyLineEndsTheRunLikeTheEndOfTheFile) {
   Trajectory("1000,0,0,0,x\n2000,0,0,0,x\n\n4000,0,0,0,x\n");
-  Run();
+  EXPECT_TRUE(Run().ok());
   EXPECT_EQ(LogLines(), (std::vector<std::string>{"# 2000", "# 2000"}));
+  ASSERT_EQ(warnings.size(), 1u);  // but not silently
+  EXPECT_NE(warnings[0].find("traj.txt, line 3 is empty"), std::string::npos) << warnings[0];
 }
 
 TEST_F(TrajectoryTest, SpeedLimitBitesAtTheTickLine) {
@@ -104,7 +106,7 @@ TEST_F(TrajectoryTest, SpeedLimitBitesAtTheTickLine) {
   for (int i = 0; i < 30; ++i)
     text += fmt::format("{},0.0,{:.9f},0.0,x\n", 1000 * (i + 1), i * 600.0 / 111319.49);
   Trajectory(text);
-  EXPECT_EQ(Run(), -1);
+  EXPECT_TRUE(Run().failed());
   EXPECT_EQ(popups, (std::vector<std::string>{"Error message: Velocity exceeds maximum"}));
   EXPECT_EQ(LogLines().size(), 9u);  // lines 1..10 ran; the 11th failed before its epoch
 }
@@ -114,7 +116,7 @@ TEST_F(TrajectoryTest, AltitudeLimitIsTestedOnTheTickLineOnly) {
   for (int i = 2; i <= 10; ++i) text += fmt::format("{},0,0,100,x\n", 1000 * i);
   text += "11000,0,0,18000.5,x\n12000,0,0,0,x\n";
   Trajectory(text);
-  EXPECT_EQ(Run(), -1);
+  EXPECT_TRUE(Run().failed());
   EXPECT_EQ(popups, (std::vector<std::string>{"Error message: Altitude exceeds maximum"}));
 }
 
@@ -128,23 +130,52 @@ TEST_F(TrajectoryTest, BadLinesKeepThePreviousValuesAndAreReportedOnce) {
 
 TEST_F(TrajectoryTest, RefusedRuns) {
   args.intervalMs = 0;
-  EXPECT_EQ(Run(), -1);
+  EXPECT_TRUE(Run().failed());
   ASSERT_EQ(popups.size(), 1u);
   EXPECT_NE(popups[0].find("ObservationInterval"), std::string::npos);
   args.intervalMs = 1000;
   args.tropoEnabled = 1;  // no model in this environment
   ASSERT_TRUE(out.Open(dir / "run.log"));
-  EXPECT_EQ(Run(), -1);
+  EXPECT_TRUE(Run().failed());
   EXPECT_NE(popups.back().find("troposphere"), std::string::npos);
   args.tropoEnabled = 0;
+  args.durationArg = -1;  // a static run that would never end
+  ASSERT_TRUE(out.Open(dir / "run.log"));
+  EXPECT_TRUE(Run().failed());
+  EXPECT_NE(popups.back().find("ScenarioDuration must not be negative"), std::string::npos);
+  // 35000 minutes from Wednesday 0 h pass 2^31 ms: refused, never computed.
+  args.durationArg = 35000 * 60;
+  EXPECT_NE(CheckRunArgs(args).find("too long"), std::string::npos);
+  args.durationArg = 60;
   args.staticReceiver = 0;
   platform::LineReader missing(dir / "nowhere.txt");
   args.trajectoryFile = &missing;
   ASSERT_TRUE(out.Open(dir / "run.log"));
-  EXPECT_EQ(Run(), 1);
-  ASSERT_EQ(warnings.size(), 1u);
-  EXPECT_NE(warnings[0].find("nowhere.txt"), std::string::npos);
+  EXPECT_TRUE(Run().failed());
+  EXPECT_NE(popups.back().find("nowhere.txt cannot be read"), std::string::npos);
   EXPECT_TRUE(LogLines().empty());
+}
+
+// Intervals above 10 s have no progress tick: the run ends once ScenarioDuration has
+// passed. The end the refusal check predicts is the end the loop reaches.
+TEST_F(TrajectoryTest, EveryStaticRunEndsWhereItsEndIsPredicted) {
+  args.intervalMs = 30000;
+  args.durationArg = 300;  // five minutes: ten epochs 30 s apart
+  EXPECT_TRUE(Run().ok());
+  auto lines = LogLines();
+  ASSERT_EQ(lines.size(), 9u);  // the first epoch is not written
+  EXPECT_EQ(lines.front(), "# 345660000");
+  EXPECT_EQ(lines.back(), "# 345900000");
+  EXPECT_EQ(StaticRunEndMs(args), 345900000);
+  for (int32_t interval : {1000, 3000, 7000, 10000, 25000}) {
+    args.intervalMs = interval;
+    args.durationArg = 120;
+    ASSERT_TRUE(out.Open(dir / "run.log"));
+    EXPECT_TRUE(Run().ok());
+    lines = LogLines();
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.back(), fmt::format("# {}", StaticRunEndMs(args))) << interval;
+  }
 }
 
 TEST(EventLines, ScanInTheOrderOfTheHeader) {
