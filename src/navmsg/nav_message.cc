@@ -1,5 +1,7 @@
 #include "navmsg/nav_message.h"
 
+#include "platform/text_file.h"
+
 #include <fmt/format.h>
 
 #include <cmath>
@@ -57,41 +59,39 @@ void EncodeSubframe4(int page, int32_t week, double t, int prn, const AlmanacTab
   }
 }
 
-// Files of one satellite, opened together and closed together. A write error is not
-// looked at during generation; a failed close is reported as a warning.
+// Files of one satellite, opened together and closed together. Each is written under a
+// temporary name and takes its own only when the whole message reached the disk; a file
+// that could not be written whole is an error naming it, and an earlier file stays.
 struct MessageFiles {
-  std::FILE* binary = nullptr;
-  std::FILE* text = nullptr;
-  std::filesystem::path binaryPath;
-  std::filesystem::path textPath;
+  platform::OutputFile binary;
+  platform::OutputFile text;
 
-  int Open(const platform::Messages& messages) {
-    binary = std::fopen(binaryPath.c_str(), "wb");
-    if (binary == nullptr) {
+  int Open(const std::filesystem::path& binaryPath, const std::filesystem::path& textPath,
+           const platform::Messages& messages) {
+    if (!binary.Open(binaryPath)) {
       messages.Info(kBinaryCreateError);
       return -1;
     }
-    text = std::fopen(textPath.c_str(), "wb");
-    if (text == nullptr) {
+    if (!text.Open(textPath)) {
       messages.Info(kTextCreateError);
-      Close(messages);
+      binary.Abandon();
       return -1;
     }
     return 0;
   }
 
-  void Close(const platform::Messages& messages) {
-    CloseOne(binary, binaryPath, messages);
-    CloseOne(text, textPath, messages);
-  }
-
-  static void CloseOne(std::FILE*& file, const std::filesystem::path& path,
-                       const platform::Messages& messages) {
-    if (file == nullptr) return;
-    const bool failed = std::ferror(file) != 0;
-    if (std::fclose(file) != 0 || failed)
-      messages.Warn(fmt::format("{}: the navigation bits could not all be written", path.string()));
-    file = nullptr;
+  int Close(const platform::Messages& messages) {
+    const bool binaryWhole = binary.Close();
+    if (!binaryWhole) {
+      text.Abandon();
+      messages.Popup(kErrorTitle, binary.error());
+      return -1;
+    }
+    if (!text.Close()) {
+      messages.Popup(kErrorTitle, text.error());
+      return -1;
+    }
+    return 0;
   }
 };
 
@@ -122,16 +122,13 @@ int WriteMessage(int prn, const NavMessageSettings& settings, orbits::Constellat
                  NavMessageState& state, const platform::Messages& messages,
                  const RedateOrbitsFn& redateOrbits) {
   MessageFiles files;
-  files.binaryPath = binaryPath;
-  files.textPath = textPath;
-  if (files.Open(messages) != 0) return -1;
+  if (files.Open(binaryPath, textPath, messages) != 0) return -1;
   const double t = ScenarioTime(settings, redateOrbits);
   const auto& a = settings.ionoAlpha;
   const auto& b = settings.ionoBeta;
-  GnssNavMessage(prn, table, a[0], a[1], a[2], a[3], b[0], b[1], b[2], b[3], t, files.binary,
-                 files.text, state, settings.IodcFollowsIode == 1);
-  files.Close(messages);
-  return 0;
+  GnssNavMessage(prn, table, a[0], a[1], a[2], a[3], b[0], b[1], b[2], b[3], t,
+                 files.binary.stream(), files.text.stream(), state, settings.IodcFollowsIode == 1);
+  return files.Close(messages);
 }
 
 }  // namespace
