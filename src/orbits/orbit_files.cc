@@ -575,6 +575,20 @@ int ReadRinexNavigation(ConstellationTable& table, const std::string& path,
   }
 }
 
+int32_t DetectOrbitFileType(const std::string& path) {
+  constexpr int kLinesLooked = 200;
+  platform::LineReader file;
+  if (!file.Open(path)) return -1;
+  std::string line;
+  for (int n = 0; n < kLinesLooked && file.ReadLine(line, kLineLength) != -1; ++n) {
+    if (line.find("RINEX VERSION / TYPE") != std::string::npos ||
+        line.find("END OF HEADER") != std::string::npos)
+      return 1;
+    if (line.rfind("ID:", 0) == 0) return 0;
+  }
+  return -1;
+}
+
 int LoadAlmanac(ConstellationTable& table, ConstellationState& state, const LoadAlmanacArgs& args,
                 const platform::Messages& messages) {
   // Marked before the file is chosen; a cancel leaves every record 0 at 1 (unusable).
