@@ -188,9 +188,13 @@ int RunCli(const std::vector<std::string>& arguments) {
     i = end;
   }
 
+  global.createDataDir = false;
+  for (const Invocation& inv : invocations)
+    if (!inv.command->writesNothing) global.createDataDir = true;
   std::unique_ptr<Session> session = Session::Create();
   std::string error;
-  const int startup = StartUp(*session, global, error);
+  StartupReport startupReport;
+  const int startup = StartUp(*session, global, error, &startupReport);
   if (startup != 0) {
     fmt::print(stderr, "vorel: {}\n", error);
     return 2;
@@ -207,7 +211,7 @@ int RunCli(const std::vector<std::string>& arguments) {
     else
       fmt::print(stderr, "{}: {}\n", title, text);
   };
-  if (global.quiet) session->messages.info = [](std::string_view text) { fmt::print("{}\n", text); };
+  if (global.quiet) session->messages.info = [](std::string_view) {};
 
   gSignalSession.store(session.get());
   struct sigaction action {};
@@ -221,6 +225,11 @@ int RunCli(const std::vector<std::string>& arguments) {
     CommandContext context{*session, global};
     currentLabel = inv.command->name;
     const int before = errorPopups;
+    if (inv.command->needsOrbits && !session->orbitState.OrbitsValid &&
+        !startupReport.orbitFileProblem.empty()) {
+      session->messages.Warn(startupReport.orbitFileProblem);
+      startupReport.orbitFileProblem.clear();
+    }
     session->lastOutputs.clear();
     int status = inv.command->worker ? RunWorker([&] { return inv.action(context); })
                                   : inv.action(context);

@@ -1,5 +1,6 @@
 #include "app/commands.h"
 
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
@@ -33,16 +34,32 @@ void ReportOutputs(const CommandContext& c, const char* verb) {
 Action LoadOrbits(CLI::App& p) {
   auto type = std::make_shared<std::string>();
   auto file = std::make_shared<std::string>();
-  p.add_option("--type", *type, "yuma or rinex; sets KeepOrbitEpochs to 0 or 1")
+  p.add_option("--type", *type,
+               "yuma or rinex; sets KeepOrbitEpochs to 0 or 1 (default: from the content)")
       ->check(CLI::IsMember({"yuma", "rinex"}));
   p.add_option("FILE", *file, "orbit file")->required();
   return [type, file](CommandContext& c) {
     Session& s = c.session;
+    const std::string path = s.dataDir.Map(*file).string();
+    std::string detected;
+    if (type->empty()) {
+      // Without --type the content decides, as --type would.
+      const int32_t found = orbits::DetectOrbitFileType(path);
+      if (found < 0) {
+        fmt::print(stderr,
+                   "load-orbits: {}: neither a RINEX navigation header nor a YUMA \"ID:\" line "
+                   "found; use --type yuma or --type rinex\n",
+                   path);
+        return 1;
+      }
+      s.settings.scenario.KeepOrbitEpochs = found;
+      detected = found == 0 ? "a YUMA almanac" : "a RINEX navigation file";
+    }
     if (*type == "yuma") s.settings.scenario.KeepOrbitEpochs = 0;
     if (*type == "rinex") s.settings.scenario.KeepOrbitEpochs = 1;
     orbits::LoadAlmanacArgs args;
     args.KeepOrbitEpochs = s.settings.scenario.KeepOrbitEpochs;
-    args.path = s.dataDir.Map(*file).string();
+    args.path = path;
     if (args.KeepOrbitEpochs != 0 && args.KeepOrbitEpochs != 1) {
       fmt::print(stderr, "load-orbits: KeepOrbitEpochs is {}: no file type; use --type\n",
                  args.KeepOrbitEpochs);
@@ -56,6 +73,7 @@ Action LoadOrbits(CLI::App& p) {
     }
     int satellites = 0;
     for (int i = 0; i < 32; ++i) satellites += s.constellation.Present(i) ? 1 : 0;
+    if (!detected.empty()) Summary(c, fmt::format("{}: read as {}", args.path, detected));
     Summary(c, fmt::format("loaded {} ({} healthy satellites)", args.path, satellites));
     return 0;
   };
@@ -337,8 +355,26 @@ std::vector<CommandSpec> BuildTable() {
 
 }  // namespace
 
+namespace {
+
+std::vector<CommandSpec> BuildFlaggedTable() {
+  std::vector<CommandSpec> table = BuildTable();
+  const auto among = [](const std::string& name, std::initializer_list<const char*> names) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+  };
+  for (CommandSpec& c : table) {
+    c.needsOrbits = among(c.name, {"obs", "raw", "sim", "autorun", "nav", "nav-all", "show-orbit"});
+    c.writesNothing = among(c.name, {"about", "show-settings", "convert-flux", "convert-sunspot",
+                                     "profile", "tec", "set-time", "show-orbit", "load-orbits",
+                                     "galileo"});
+  }
+  return table;
+}
+
+}  // namespace
+
 const std::vector<CommandSpec>& CommandTable() {
-  static const std::vector<CommandSpec> table = BuildTable();
+  static const std::vector<CommandSpec> table = BuildFlaggedTable();
   return table;
 }
 

@@ -27,6 +27,8 @@ struct CommandSpec {
   bool worker = false;  // runs on the worker thread with progress and Ctrl-C stop
   // Declares the command's options on `parser` and returns the action that uses them.
   std::function<std::function<int(CommandContext&)>(CLI::App& parser)> setup;
+  bool needsOrbits = false;    // a missing OrbitFile is reported when none are loaded
+  bool writesNothing = false;  // start-up need not make the data directory for it
 };
 
 const std::vector<CommandSpec>& CommandTable();

@@ -26,6 +26,43 @@ gnss::GpsTime ScenarioGpsTime(const ScenarioSettings& s) {
   return t;
 }
 
+// The run's start (milliseconds of the week) and length in the int32 the epoch loop counts
+// in. Both are formed in 64 bits; a scenario whose values do not fit is refused with an
+// "Error message" naming the setting, and nothing is computed from it.
+struct RunClock {
+  int32_t startMs = 0;
+  int32_t durationArg = 0;
+};
+
+bool ScenarioRunClock(const Session& session, const ScenarioSettings& s, int64_t unitsPerMinute,
+                      RunClock& clock) {
+  const int64_t duration = int64_t{s.ScenarioDuration} * unitsPerMinute;
+  if (duration < INT32_MIN || duration > INT32_MAX) {
+    session.messages.Popup("Error message",
+                           fmt::format("ScenarioDuration {} min is too long for a run's clock",
+                                       s.ScenarioDuration));
+    return false;
+  }
+  gnss::GpsTime t;
+  const bool converted =
+      gnss::CalendarToGpsTime(s.ScenarioYear, s.ScenarioMonth, s.ScenarioDay, s.ScenarioHour,
+                              s.ScenarioMinute, s.ScenarioSecond, s.LeapSeconds, t) == 0;
+  const double startMs = std::floor(t.secondsOfWeek) * 1000.0;
+  if (!converted || !(startMs >= INT32_MIN && startMs <= INT32_MAX)) {
+    session.messages.Popup(
+        "Error message",
+        fmt::format("the scenario start (ScenarioYear {}, ScenarioMonth {}, ScenarioDay {}, "
+                    "ScenarioHour {}, ScenarioMinute {}, ScenarioSecond {}, LeapSeconds {}) "
+                    "does not fit a run's clock of milliseconds in the week",
+                    s.ScenarioYear, s.ScenarioMonth, s.ScenarioDay, s.ScenarioHour,
+                    s.ScenarioMinute, s.ScenarioSecond, s.LeapSeconds));
+    return false;
+  }
+  clock.startMs = static_cast<int32_t>(startMs);
+  clock.durationArg = static_cast<int32_t>(duration);
+  return true;
+}
+
 std::string RunDate(const std::tm& now) {
   return fmt::format("{:02d}-{:02d}-{:04d}", now.tm_mon + 1, now.tm_mday, now.tm_year + 1900);
 }
@@ -237,16 +274,16 @@ platform::Status RunObservationSim(Session& session) {
     session.messages.Popup("", "Invalid orbits");
     return platform::Status::Failed("Invalid orbits");
   }
+  RunClock clock;
+  if (!ScenarioRunClock(session, sc, 60, clock))
+    return platform::Status::Failed("the scenario's start or duration does not fit the run clock");
 
   const gnss::GpsTime start = ScenarioGpsTime(sc);
   args.gpsWeek = start.week;
-  args.startMs = static_cast<int32_t>(std::floor(start.secondsOfWeek) * 1000.0);
+  args.startMs = clock.startMs;
   args.dayIndex = gnss::DayIndex(sc.ScenarioMonth, sc.ScenarioDay);
   args.intervalMs = sc.ObservationInterval;
-  const int64_t durationArg = int64_t{sc.ScenarioDuration} * 60;
-  if (durationArg > INT32_MAX)
-    return Refuse(session, fmt::format("ScenarioDuration {} is too long", sc.ScenarioDuration));
-  args.durationArg = static_cast<int32_t>(durationArg);
+  args.durationArg = clock.durationArg;
   args.carriedFlag = sc.AuxiliaryInputDisabled;
   args.recordType = sc.RecordType;
   args.rinexStandardLayout = sc.RinexStandardLayout;
@@ -316,6 +353,9 @@ platform::Status RunRawGeneration(Session& session) {
     // Each station reads the settings afresh, as the panels were read per station.
     const Settings settings = session.settings;
     const ScenarioSettings& sc = settings.scenario;
+    RunClock clock;
+    if (!ScenarioRunClock(session, sc, 60000, clock))
+      return platform::Status::Failed("the scenario's start or duration does not fit the run clock");
     observation::TrajectoryRunArgs args;
     args.satelliteCount = satelliteCount;
     args.recordType = st.StationRecordType;
@@ -331,13 +371,9 @@ platform::Status RunRawGeneration(Session& session) {
     args.intervalMs = sc.ObservationInterval;
     const gnss::GpsTime start = ScenarioGpsTime(sc);
     args.gpsWeek = start.week;
-    args.startMs = static_cast<int32_t>(std::floor(start.secondsOfWeek) * 1000.0);
+    args.startMs = clock.startMs;
     args.dayIndex = gnss::DayIndex(sc.ScenarioMonth, sc.ScenarioDay);
-    const int64_t durationArg = int64_t{sc.ScenarioDuration} * 60000;
-    if (durationArg > INT32_MAX)
-      return Refuse(session, fmt::format("ScenarioDuration {} is too long for a station run",
-                                         sc.ScenarioDuration));
-    args.durationArg = static_cast<int32_t>(durationArg);
+    args.durationArg = clock.durationArg;
     args.carriedFlag = sc.AuxiliaryInputDisabled;
 
     const StationSettings& now = settings.stations;

@@ -1,10 +1,10 @@
 #include "density_model/density_commands.h"
 
+#include <fmt/format.h>
+
 #include <cmath>
 #include <iterator>
 #include <utility>
-
-#include <fmt/format.h>
 
 #include "density_model/electron_density.h"
 #include "density_model/slant_tec.h"
@@ -45,8 +45,7 @@ bool CheckRequest(const char* command, int month, double ut, double flux, std::s
 
 }  // namespace
 
-int RunProfile(ModelState& state, const ProfileArgs& args, std::string& out,
-               std::string& error) {
+int RunProfile(ModelState& state, const ProfileArgs& args, std::string& out, std::string& error) {
   if (!CheckRange("profile", "lat", args.lat, -90.0, 90.0, error) ||
       !CheckFinite("profile", "lon", args.lon, error) ||
       !CheckRequest("profile", args.month, args.ut, args.flux, error) ||
@@ -57,6 +56,13 @@ int RunProfile(ModelState& state, const ProfileArgs& args, std::string& out,
   }
   if (!(args.step > 0.0)) {
     error = fmt::format("profile: --step must be above 0 (got {})", args.step);
+    return -1;
+  }
+  // A step lost in the rounding of a height (h + step == h) would never move the loop on;
+  // the largest heights, at either end of the range, are where it is lost first.
+  if (args.hmin + args.step == args.hmin || args.hmax + args.step == args.hmax) {
+    error = fmt::format("profile: --step {} is lost in the rounding of the heights {} to {}",
+                        args.step, args.hmin, args.hmax);
     return -1;
   }
   if (args.hmax < args.hmin || (args.hmax - args.hmin) / args.step > kMaxProfileLines) {
@@ -76,8 +82,18 @@ int RunProfile(ModelState& state, const ProfileArgs& args, std::string& out,
     error = state.error;
     return -1;
   }
+  // Rounding can make a step move less than asked, so the count is held to the limit
+  // here too; a profile that would pass it is refused whole.
+  const size_t start = out.size();
   auto sink = std::back_inserter(out);
+  double lines = 0.0;
   for (double h = args.hmin; h < args.hmax; h = h + args.step) {
+    if (++lines > kMaxProfileLines) {
+      out.resize(start);
+      error = fmt::format("profile: --step {} gives more than {} heights from {} to {}", args.step,
+                          kMaxProfileLines, args.hmin, args.hmax);
+      return -1;
+    }
     fmt::format_to(sink, "{:.3f} {:.6e}\n", h, ElectronDensityHeight(state, h));
   }
   return 0;

@@ -1,6 +1,7 @@
 #include "gnss/time_coords.h"
 
 #include <cmath>
+#include <cstdint>
 
 namespace vorel::gnss {
 
@@ -17,21 +18,27 @@ int CalendarToGpsTime(int32_t year, int32_t month, int32_t day, int32_t hour, in
   static constexpr int32_t kDaysBefore[2][12] = {
       {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334},
       {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335}};
-  const int32_t y = year - 1901;
-  int32_t days = (y / 4) * 1461 + (y % 4) * 365 + day;
+  // The day count is formed in 64 bits: any int32 date fits there, and the week is
+  // then checked against int32 instead of wrapping. Truncating division and remainder
+  // behave as they do in 32 bits, so every date that fitted before gives the same week.
+  const int64_t y = int64_t{year} - 1901;
+  const int64_t days = (y / 4) * 1461 + (y % 4) * 365 + day;
   const int leap = (year % 4 == 0) ? 1 : 0;
   // A month outside 1..12 has no table entry; it contributes no days rather than
   // reading outside the table.
   const int32_t monthDays = (month >= 1 && month <= 12) ? kDaysBefore[leap][month - 1] : 0;
-  const int32_t n = days + monthDays - 28860;
-  int32_t week = n / 7;
-  const int32_t dayOfWeek = n - 7 * week;
-  double sow = (((seconds / 60 + minute) / 60 + hour) / 24 + dayOfWeek) * 86400.0 + leapSeconds;
+  const int64_t n = days + monthDays - 28860;
+  int64_t week = n / 7;
+  const int64_t dayOfWeek = n - 7 * week;
+  double sow =
+      (((seconds / 60 + minute) / 60 + hour) / 24 + static_cast<double>(dayOfWeek)) * 86400.0 +
+      leapSeconds;
   if (sow < 0) {
     sow += 604800.0;
     week -= 1;
   }
-  out.week = week;
+  if (week < INT32_MIN || week > INT32_MAX || !std::isfinite(sow)) return -1;
+  out.week = static_cast<int32_t>(week);
   out.secondsOfWeek = sow;
   return 0;
 }
@@ -89,8 +96,8 @@ double DotProduct(const double* a, const double* b, int32_t n) {
   return sum;
 }
 
-void MatrixMultiply(const double* a, const double* b, int32_t rows, int32_t inner,
-                    int32_t columns, double* out) {
+void MatrixMultiply(const double* a, const double* b, int32_t rows, int32_t inner, int32_t columns,
+                    double* out) {
   for (int32_t r = 0; r < rows; ++r) {
     for (int32_t c = 0; c < columns; ++c) {
       double sum = 0.0;

@@ -20,7 +20,9 @@ struct GpsTime {
   double secondsOfWeek = 0.0;
 };
 
-// Every year divisible by 4 is a leap year here (2100 included). Returns 0.
+// Every year divisible by 4 is a leap year here (2100 included). Returns 0, or -1 with
+// `out` untouched when the week does not fit an int32 or the seconds are not finite;
+// every int32 input is safe.
 int CalendarToGpsTime(int32_t year, int32_t month, int32_t day, int32_t hour, int32_t minute,
                       double seconds, int32_t leapSeconds, GpsTime& out);
 

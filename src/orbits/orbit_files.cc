@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cmath>
+#include <limits>
 #include <string_view>
 
 #include "gnss/time_coords.h"
@@ -54,6 +55,42 @@ int16_t LowSixteenBits(double value) {
   return static_cast<int16_t>(bits);
 }
 
+// ---- Value bounds ----------------------------------------------------------------------
+
+// What a stored value may be. The bounds are far outside anything a real broadcast or
+// almanac carries; they only keep out values that make no orbit (e = 1.5 has no Kepler
+// solution, 9.9D+99 or NaN gives NaN positions for every epoch). docs/orbits.md lists them.
+struct FieldBound {
+  std::string_view name;
+  double low, high;
+  bool lowIncluded = true, highIncluded = true;
+};
+
+constexpr double kHuge = std::numeric_limits<double>::max();
+constexpr FieldBound kAnyFinite{"", -kHuge, kHuge};
+constexpr FieldBound kEccentricity{"eccentricity", 0.0, 1.0, true, false};
+constexpr FieldBound kSqrtA{"sqrtA", 0.0, 100000.0, false, true};
+constexpr double kAngleLimit = 100.0;    // radians
+constexpr double kRateLimit = 1e-3;      // radians per second
+constexpr double kHarmonicAngle = 1.0;   // radians (Cuc, Cus, Cic, Cis)
+constexpr double kHarmonicRadius = 1e5;  // metres (Crc, Crs)
+constexpr double kClockLimit = 1.0;      // s, s/s, s/s^2
+constexpr double kToeLimit = 1e7;        // seconds
+
+constexpr FieldBound Symmetric(std::string_view name, double limit) {
+  return FieldBound{name, -limit, limit};
+}
+
+// Empty when the value is inside; otherwise the reason, for the warning.
+std::string OutOfBounds(double value, const FieldBound& b) {
+  if (!std::isfinite(value)) return fmt::format("{} is not a finite number", b.name);
+  const bool aboveLow = b.lowIncluded ? value >= b.low : value > b.low;
+  const bool belowHigh = b.highIncluded ? value <= b.high : value < b.high;
+  if (aboveLow && belowHigh) return "";
+  return fmt::format("{} {} is outside {}{}, {}{}", b.name, value, b.lowIncluded ? '[' : '(', b.low,
+                     b.high, b.highIncluded ? ']' : ')');
+}
+
 // ---- YUMA ----------------------------------------------------------------------------
 
 enum class YumaField { Id, Health, e, Time, i0, OmegaDot, sqrtA, Omega0, omega, M0, af0, af1 };
@@ -84,6 +121,31 @@ const YumaKey* FindYumaKey(std::string_view line) {
   for (const YumaKey& key : kYumaKeys)
     if (line.substr(0, key.key.size()) == key.key) return &key;
   return nullptr;
+}
+
+FieldBound YumaBound(YumaField field) {
+  switch (field) {
+    case YumaField::e:
+      return kEccentricity;
+    case YumaField::sqrtA:
+      return kSqrtA;
+    case YumaField::i0:
+      return Symmetric("orbital inclination", kAngleLimit);
+    case YumaField::Omega0:
+      return Symmetric("right ascension", kAngleLimit);
+    case YumaField::omega:
+      return Symmetric("argument of perigee", kAngleLimit);
+    case YumaField::M0:
+      return Symmetric("mean anomaly", kAngleLimit);
+    case YumaField::OmegaDot:
+      return Symmetric("rate of right ascension", kRateLimit);
+    case YumaField::af0:
+      return Symmetric("af0", kClockLimit);
+    case YumaField::af1:
+      return Symmetric("af1", kClockLimit);
+    default:
+      return kAnyFinite;  // not stored
+  }
 }
 
 void StoreYumaValue(YumaField field, double value, OrbitRecord& r) {
@@ -152,9 +214,54 @@ void StoreBoth(RinexTarget& target, Store store) {
   store(*target.broadcastRecord);
 }
 
+// What is needed to take a record back when one of its values is out of bounds: the
+// row whose count it raised and the slot as it was before, in both sets.
+struct RinexRecordCheck {
+  SatelliteOrbits* row = nullptr;
+  OrbitRecord savedTrue{}, savedBroadcast{};
+  bool refused = false;
+  bool sqrtASeen = false;  // line 3 was read: its sqrtA takes part in the success check
+};
+
+// Checks the values of one record line; the first value out of bounds refuses the
+// record, with the file and line in the warning.
+void CheckRinexValues(std::initializer_list<std::pair<double, FieldBound>> values,
+                      const platform::LineReader& file, int32_t prn, RinexRecordCheck& check,
+                      const platform::Messages& messages) {
+  if (check.refused) return;
+  for (const auto& [value, bound] : values) {
+    const std::string reason = OutOfBounds(value, bound);
+    if (reason.empty()) continue;
+    Warn(messages, file, fmt::format("{}; the record of PRN {} is refused", reason, prn));
+    check.refused = true;
+    return;
+  }
+}
+
+// The end of a record: a refused one is taken back, as if the file had not held it; a
+// sound one lets its sqrtA count for success.
+void FinishRinexRecord(const RinexTemporaries& v, RinexTarget& target, RinexRecordCheck& check,
+                       int& result) {
+  if (check.refused) {
+    if (check.row != nullptr && target.Valid()) {
+      *target.trueRecord = check.savedTrue;
+      *target.broadcastRecord = check.savedBroadcast;
+      check.row->recordCount -= 1;
+    } else if (target.Valid()) {
+      // A record without its first line wrote into the record before it: that record
+      // now holds the refused values and is made unusable.
+      StoreBoth(target, [](OrbitRecord& r) { r.status = 0; });
+    }
+    target = RinexTarget{};
+  } else if (check.sqrtASeen) {
+    CheckSqrtA(v.sqrtA, result);
+  }
+  check = RinexRecordCheck{};
+}
+
 void RinexLineOne(const std::string& line, const platform::LineReader& file,
                   ConstellationTable& table, RinexTemporaries& v, RinexTarget& target,
-                  std::array<bool, kTableRows>& overflowReported,
+                  RinexRecordCheck& check, std::array<bool, kTableRows>& overflowReported,
                   const platform::Messages& messages) {
   const int filled = platform::ScanLine(
       line, "%s>%i%i%i%i%i%i%f%f%f%f",
@@ -164,12 +271,17 @@ void RinexLineOne(const std::string& line, const platform::LineReader& file,
          fmt::format("record line 1 scanned {} of 10 values", filled < 0 ? 0 : filled));
 
   if (v.year < 99) v.year += 2000;
-  if (v.year > -kYearLimit && v.year < kYearLimit && v.day > -kDayLimit && v.day < kDayLimit) {
-    gnss::CalendarToGpsTime(v.year, v.month, v.day, v.hour, v.minute, v.seconds, 0,
-                                   v.clockTime);
+  if (v.year > -kYearLimit && v.year < kYearLimit && v.day > -kDayLimit && v.day < kDayLimit &&
+      std::isfinite(v.seconds)) {
+    gnss::CalendarToGpsTime(v.year, v.month, v.day, v.hour, v.minute, v.seconds, 0, v.clockTime);
   } else {
     Warn(messages, file, "date out of range; week and toc of the previous record are used");
   }
+  CheckRinexValues({{v.clockTime.secondsOfWeek, Symmetric("toc", kToeLimit)},
+                    {v.af0, Symmetric("af0", kClockLimit)},
+                    {v.af1, Symmetric("af1", kClockLimit)},
+                    {v.af2, Symmetric("af2", kClockLimit)}},
+                   file, v.prn, check, messages);
 
   target = RinexTarget{};
   if (!PrnInTable(v.prn)) {
@@ -189,6 +301,9 @@ void RinexLineOne(const std::string& line, const platform::LineReader& file,
     }
     return;
   }
+  check.row = &row;
+  check.savedTrue = row.trueRecords[k];
+  check.savedBroadcast = row.broadcastRecords[k];
   row.recordCount = k + 1;
   target.trueRecord = &row.trueRecords[k];
   target.broadcastRecord = &row.broadcastRecords[k];
@@ -204,7 +319,7 @@ void RinexLineOne(const std::string& line, const platform::LineReader& file,
 // Lines 2 to 8 of a record; `needed` is how many leading values the line must give for
 // nothing to be reported.
 void RinexOrbitLine(int lineInRecord, const std::string& line, const platform::LineReader& file,
-                    RinexTemporaries& v, RinexTarget& target, int& result,
+                    RinexTemporaries& v, RinexTarget& target, RinexRecordCheck& check,
                     const platform::Messages& messages) {
   constexpr std::string_view kFormat = "%s>%f%f%f%f";
   int filled = 0;
@@ -218,6 +333,11 @@ void RinexOrbitLine(int lineInRecord, const std::string& line, const platform::L
         r.deltaN = v.deltaN;
         r.M0 = v.M0;
       });
+      CheckRinexValues({{v.iode, kAnyFinite},
+                        {v.Crs, Symmetric("Crs", kHarmonicRadius)},
+                        {v.deltaN, Symmetric("deltaN", kRateLimit)},
+                        {v.M0, Symmetric("M0", kAngleLimit)}},
+                       file, v.prn, check, messages);
       break;
     case 3:
       filled = platform::ScanLine(line, kFormat, {&v.Cuc, &v.e, &v.Cus, &v.sqrtA});
@@ -227,7 +347,12 @@ void RinexOrbitLine(int lineInRecord, const std::string& line, const platform::L
         r.Cus = v.Cus;
         r.sqrtA = v.sqrtA;
       });
-      CheckSqrtA(v.sqrtA, result);
+      check.sqrtASeen = true;
+      CheckRinexValues({{v.Cuc, Symmetric("Cuc", kHarmonicAngle)},
+                        {v.e, kEccentricity},
+                        {v.Cus, Symmetric("Cus", kHarmonicAngle)},
+                        {v.sqrtA, kSqrtA}},
+                       file, v.prn, check, messages);
       break;
     case 4:
       filled = platform::ScanLine(line, kFormat, {&v.toe, &v.Cic, &v.Omega0, &v.Cis});
@@ -237,6 +362,11 @@ void RinexOrbitLine(int lineInRecord, const std::string& line, const platform::L
         r.Omega0 = v.Omega0;
         r.Cis = v.Cis;
       });
+      CheckRinexValues({{v.toe, Symmetric("toe", kToeLimit)},
+                        {v.Cic, Symmetric("Cic", kHarmonicAngle)},
+                        {v.Omega0, Symmetric("Omega0", kAngleLimit)},
+                        {v.Cis, Symmetric("Cis", kHarmonicAngle)}},
+                       file, v.prn, check, messages);
       break;
     case 5:
       filled = platform::ScanLine(line, kFormat, {&v.i0, &v.Crc, &v.omega, &v.OmegaDot});
@@ -246,22 +376,42 @@ void RinexOrbitLine(int lineInRecord, const std::string& line, const platform::L
         r.omega = v.omega;
         r.OmegaDot = v.OmegaDot;
       });
+      CheckRinexValues({{v.i0, Symmetric("i0", kAngleLimit)},
+                        {v.Crc, Symmetric("Crc", kHarmonicRadius)},
+                        {v.omega, Symmetric("omega", kAngleLimit)},
+                        {v.OmegaDot, Symmetric("OmegaDot", kRateLimit)}},
+                       file, v.prn, check, messages);
       break;
     case 6:
       filled = platform::ScanLine(line, kFormat, {&v.IDOT, &v.codesOnL2, &v.gpsWeek, &v.l2pFlag});
       needed = 1;
       StoreBoth(target, [&](OrbitRecord& r) { r.IDOT = v.IDOT; });
+      CheckRinexValues({{v.IDOT, Symmetric("IDOT", kRateLimit)},
+                        {v.codesOnL2, kAnyFinite},
+                        {v.gpsWeek, kAnyFinite},
+                        {v.l2pFlag, kAnyFinite}},
+                       file, v.prn, check, messages);
       break;
     case 7:
       filled = platform::ScanLine(line, kFormat, {&v.accuracy, &v.health, &v.tgd, &v.iodc});
       needed = 2;
       // A record that is not healthy keeps whatever status it held.
       if (v.health == 0.0) StoreBoth(target, [&](OrbitRecord& r) { r.status = kStatusUsable; });
+      CheckRinexValues({{v.accuracy, kAnyFinite},
+                        {v.health, kAnyFinite},
+                        {v.tgd, kAnyFinite},
+                        {v.iodc, kAnyFinite}},
+                       file, v.prn, check, messages);
       break;
     default:
       filled = platform::ScanLine(line, kFormat,
                                   {&v.transmissionTime, &v.fitInterval, &v.spare1, &v.spare2});
       needed = 0;
+      CheckRinexValues({{v.transmissionTime, kAnyFinite},
+                        {v.fitInterval, kAnyFinite},
+                        {v.spare1, kAnyFinite},
+                        {v.spare2, kAnyFinite}},
+                       file, v.prn, check, messages);
       break;
   }
   if (filled < needed)
@@ -290,6 +440,15 @@ int ReadYumaAlmanac(platform::LineReader& file, ConstellationTable& table,
   // Current row, or none: before the first ID line, and after an ID outside the table.
   SatelliteOrbits* row = nullptr;
   bool seenId = false;
+  // The almanac block being read: whether one of its sqrtA passed, and whether a value
+  // out of bounds refused it. A block counts for success only when it is not refused.
+  bool blockSqrtAPasses = false;
+  bool blockRefused = false;
+  auto endBlock = [&] {
+    if (blockSqrtAPasses && !blockRefused) result = 1;
+    blockSqrtAPasses = false;
+    blockRefused = false;
+  };
 
   while (file.ReadLine(line, kLineLength) != -1) {
     const YumaKey* key = FindYumaKey(line);
@@ -303,6 +462,7 @@ int ReadYumaAlmanac(platform::LineReader& file, ConstellationTable& table,
            fmt::format("no value after \"{}\"; the previous value is used", key->key));
 
     if (key->field == YumaField::Id) {
+      endBlock();
       seenId = true;
       if (!PrnInTable(intValue)) {
         Warn(messages, file,
@@ -317,8 +477,14 @@ int ReadYumaAlmanac(platform::LineReader& file, ConstellationTable& table,
       continue;
     }
 
-    // The range check looks at every sqrtA read, stored or not.
-    if (key->field == YumaField::sqrtA) CheckSqrtA(value, result);
+    // The range check looks at every sqrtA read, stored or not; a sqrtA of a stored
+    // almanac counts once the whole block is known to be sound.
+    if (key->field == YumaField::sqrtA && !blockRefused) {
+      if (row == nullptr)
+        CheckSqrtA(value, result);
+      else
+        blockSqrtAPasses = blockSqrtAPasses || (value > kSqrtALow && value < kSqrtAHigh);
+    }
 
     if (row == nullptr) {
       if (!seenId) Warn(messages, file, "value before the first \"ID:\" line is skipped");
@@ -332,9 +498,24 @@ int ReadYumaAlmanac(platform::LineReader& file, ConstellationTable& table,
       }
       continue;
     }
+    if (key->field != YumaField::Time) {
+      const std::string reason = OutOfBounds(value, YumaBound(key->field));
+      if (!reason.empty()) {
+        // The almanac is left unusable, as a load leaves every row it does not fill.
+        Warn(messages, file,
+             fmt::format("{}; the almanac of PRN {} is refused", reason, row->trueRecords[0].prn));
+        row->trueRecords[0].status = 0;
+        row->broadcastRecords[0].status = 0;
+        row->recordCount = 0;
+        row = nullptr;
+        blockRefused = true;
+        continue;
+      }
+    }
     StoreYumaValue(key->field, value, row->trueRecords[0]);
     StoreYumaValue(key->field, value, row->broadcastRecords[0]);
   }
+  endBlock();
   return result;
 }
 
@@ -363,6 +544,7 @@ int ReadRinexNavigation(ConstellationTable& table, const std::string& path,
   int result = -1;
   RinexTemporaries values;
   RinexTarget target;
+  RinexRecordCheck check;
   std::array<bool, kTableRows> overflowReported{};
   bool ended = false;  // end of file met; the rest of the record reads nothing
 
@@ -371,7 +553,10 @@ int ReadRinexNavigation(ConstellationTable& table, const std::string& path,
       length = file.ReadLine(line, kLineLength);
       if (length <= 0) {
         // A line that cannot be read is passed over; only the eighth ends the reading.
-        if (lineInRecord == 8) return result;
+        if (lineInRecord == 8) {
+          FinishRinexRecord(values, target, check, result);
+          return result;
+        }
         if (length == 0) {
           Warn(messages, file, fmt::format("empty record line {} passed over", lineInRecord));
         } else if (!ended) {
@@ -381,16 +566,31 @@ int ReadRinexNavigation(ConstellationTable& table, const std::string& path,
         continue;
       }
       if (lineInRecord == 1) {
-        RinexLineOne(line, file, table, values, target, overflowReported, messages);
+        RinexLineOne(line, file, table, values, target, check, overflowReported, messages);
       } else {
-        RinexOrbitLine(lineInRecord, line, file, values, target, result, messages);
+        RinexOrbitLine(lineInRecord, line, file, values, target, check, messages);
       }
     }
+    FinishRinexRecord(values, target, check, result);
   }
 }
 
+int32_t DetectOrbitFileType(const std::string& path) {
+  constexpr int kLinesLooked = 200;
+  platform::LineReader file;
+  if (!file.Open(path)) return -1;
+  std::string line;
+  for (int n = 0; n < kLinesLooked && file.ReadLine(line, kLineLength) != -1; ++n) {
+    if (line.find("RINEX VERSION / TYPE") != std::string::npos ||
+        line.find("END OF HEADER") != std::string::npos)
+      return 1;
+    if (line.rfind("ID:", 0) == 0) return 0;
+  }
+  return -1;
+}
+
 int LoadAlmanac(ConstellationTable& table, ConstellationState& state, const LoadAlmanacArgs& args,
-                 const platform::Messages& messages) {
+                const platform::Messages& messages) {
   // Marked before the file is chosen; a cancel leaves every record 0 at 1 (unusable).
   for (int index = 0; index < kClearedPrns; ++index) {
     table.rows[index].trueRecords[0].status = 1;

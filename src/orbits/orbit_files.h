@@ -28,6 +28,12 @@ int ReadYumaAlmanac(platform::LineReader& file, ConstellationTable& table,
 int ReadRinexNavigation(ConstellationTable& table, const std::string& path,
                         const platform::Messages& messages);
 
+// Tells an orbit file's type from its content, as the KeepOrbitEpochs value that loads
+// it: 1 when a RINEX header label ("RINEX VERSION / TYPE", "END OF HEADER") comes first,
+// 0 when a YUMA "ID:" line comes first, -1 when neither is met in the first 200 lines or
+// the file cannot be read.
+int32_t DetectOrbitFileType(const std::string& path);
+
 // The `load-orbits` command.
 struct LoadAlmanacArgs {
   // File type: 0 YUMA, 1 RINEX navigation, anything else loads nothing.

@@ -18,11 +18,11 @@ class Cli : public ::testing::Test {
   }
   std::string Brdc() const { return (DataDir() / "examples" / "brdc1820.10n").string(); }
   std::vector<std::string> Scenario(std::vector<std::string> extra = {}) const {
-    std::vector<std::string> a = {"--set", "KeepOrbitEpochs=1",    "--set", "ScenarioHour=5",
-                                  "--set", "ReceiverLatitude=-30.25", "--set",
-                                  "ReceiverLongitude=149.75", "--set", "ReceiverAltitude=250",
-                                  "--set", "ObservationInterval=1000", "--set",
-                                  "ScenarioDuration=2"};
+    std::vector<std::string> a = {
+        "--set", "KeepOrbitEpochs=1",       "--set", "ScenarioHour=5",
+        "--set", "ReceiverLatitude=-30.25", "--set", "ReceiverLongitude=149.75",
+        "--set", "ReceiverAltitude=250",    "--set", "ObservationInterval=1000",
+        "--set", "ScenarioDuration=2"};
     a.insert(a.end(), extra.begin(), extra.end());
     return a;
   }
@@ -62,6 +62,65 @@ TEST_F(Cli, MissingOrbitsAndSettingsFileAreReported) {
   EXPECT_NE(r.err.find("no-such.10n"), std::string::npos);
 }
 
+TEST_F(Cli, CommandsThatNeedNoOrbitsOrDataDirectoryStayQuietAboutThem) {
+  CliResult r = Run({"about", "show-settings"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.err, "");  // no word about the missing OrbitFile
+  EXPECT_FALSE(std::filesystem::exists(dir / "VLD"));
+  // The OrbitFile problem is told once, to the first command that needs orbits.
+  r = Run({"about", "obs", "obs"});
+  EXPECT_NE(r.err.find("(OrbitFile) cannot be read"), std::string::npos) << r.err;
+  EXPECT_EQ(r.err.find("(OrbitFile)"), r.err.rfind("(OrbitFile)"));
+  EXPECT_TRUE(std::filesystem::exists(dir / "VLD" / "NAV"));
+}
+
+TEST_F(Cli, QuietSilencesTheProgramsOwnNotesToo) {
+  // A directory where the message file goes: the generator's "Create Error" note.
+  std::filesystem::create_directories(dir / "VLD" / "simulated.nvb");
+  const std::vector<std::string> nav = {"--yes", "load-orbits", "--type", "rinex", Brdc(), "nav"};
+  CliResult r = Run(nav);
+  EXPECT_NE(r.out.find("Binary File Create Error"), std::string::npos) << r.out;
+  std::vector<std::string> quiet = nav;
+  quiet.insert(quiet.begin(), "--quiet");
+  r = Run(quiet);
+  EXPECT_EQ(r.out, "");
+}
+
+TEST_F(Cli, LoadOrbitsTellsTheFileTypeFromTheContent) {
+  const std::string yuma = (DataDir() / "examples" / "yuma147.txt").string();
+  CliResult r = Run({"load-orbits", yuma, "load-orbits", Brdc()});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, yuma + ": read as a YUMA almanac\nloaded " + yuma +
+                       " (30 healthy satellites)\n" + Brdc() +
+                       ": read as a RINEX navigation file\nloaded " + Brdc() +
+                       " (30 healthy satellites)\n");
+  // --type is taken as given, without a note.
+  r = Run({"load-orbits", "--type", "rinex", Brdc()});
+  EXPECT_EQ(r.out, "loaded " + Brdc() + " (30 healthy satellites)\n");
+  WriteFile(dir / "plain.txt", "nothing here\n");
+  r = Run({"load-orbits", (dir / "plain.txt").string()});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("plain.txt: neither a RINEX navigation header nor a YUMA \"ID:\" line"),
+            std::string::npos)
+      << r.err;
+}
+
+TEST_F(Cli, ScenarioTimesBeyondTheRunClockAreRefused) {
+  CliResult r = Run(Scenario({"--set", "ScenarioHour=600", "load-orbits", Brdc(), "obs"}));
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("Error message: the scenario start (ScenarioYear 2010, ScenarioMonth 7, "
+                       "ScenarioDay 1, ScenarioHour 600"),
+            std::string::npos)
+      << r.err;
+  EXPECT_EQ(r.out.find("wrote"), std::string::npos);
+  // 40,000 minutes is 2,400,000,000 ms: beyond the int32 the stations' clock counts in.
+  r = Run(Scenario({"--set", "ScenarioDuration=40000", "load-orbits", Brdc(), "raw"}));
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("Error message: ScenarioDuration 40000 min is too long"), std::string::npos)
+      << r.err;
+  EXPECT_EQ(r.out.find("wrote"), std::string::npos);
+}
+
 TEST_F(Cli, ChainedCommandsShareOneProgramStart) {
   auto args = [&](const std::string& name) {
     return Scenario({"--set", "ObservationOutputFile=C:/VLD/" + name, "load-orbits", "--type",
@@ -94,8 +153,8 @@ TEST_F(Cli, ErrorPopupsBecomeMessagesAndAFailingStatus) {
 }
 
 TEST_F(Cli, NavigationFilesNeedConfirmation) {
-  CliResult r = Run({"--set", "KeepOrbitEpochs=1", "load-orbits", "--type", "rinex", Brdc(),
-                     "nav", "--prn", "3"});
+  CliResult r = Run({"--set", "KeepOrbitEpochs=1", "load-orbits", "--type", "rinex", Brdc(), "nav",
+                     "--prn", "3"});
   EXPECT_EQ(r.status, 0);  // a "no" (here: closed input) is an answer, not a failure
   EXPECT_NE(r.err.find("not confirmed"), std::string::npos);
   EXPECT_FALSE(std::filesystem::exists(dir / "VLD" / "simulated.nvb"));

@@ -1,10 +1,10 @@
 #include "density_model/density_commands.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <memory>
 #include <string>
-
-#include <gtest/gtest.h>
 
 #include "density_model/electron_density.h"
 #include "density_model/slant_tec.h"
@@ -70,6 +70,33 @@ TEST(ProfileCommand, BadArgumentsAndMissingDataWriteNothing) {
   EXPECT_NE(error.find("DIPLATS.ASC"), std::string::npos);
   EXPECT_NE(error.find(empty.path().string()), std::string::npos);
   EXPECT_TRUE(out.empty());
+}
+
+TEST(ProfileCommand, StepLostInTheHeightsRoundingIsRefusedNotLoopedOn) {
+  // Doubles near 1e17 are 16 apart: adding a step of 1 leaves the height where it was,
+  // and the range holds only about 60 heights, so the count check alone lets it through.
+  auto st = FreshState();
+  ProfileArgs args;
+  args.flux = 100.0, args.month = 3;
+  std::string out = "kept\n", error;
+  for (double base : {1e17, -1e17}) {
+    args.hmin = base, args.hmax = base + 1000.0, args.step = 1.0;
+    EXPECT_EQ(RunProfile(*st, args, out, error), -1) << base;
+    EXPECT_NE(error.find("--step 1 is lost in the rounding"), std::string::npos) << error;
+  }
+  // Far from the top end of the range: the step is lost at hmax only.
+  args.hmin = 0.0, args.hmax = 1e17, args.step = 4.0;
+  EXPECT_EQ(RunProfile(*st, args, out, error), -1);
+  EXPECT_NE(error.find("--step"), std::string::npos);
+  args.hmin = 0.0, args.hmax = 10.0, args.step = 1e-320;  // subnormal, lost at once
+  EXPECT_EQ(RunProfile(*st, args, out, error), -1);
+  EXPECT_NE(error.find("--step"), std::string::npos);
+  EXPECT_EQ(out, "kept\n");
+
+  // A step that is not lost near 1e17 works: 32 is two spacings.
+  args.hmin = 1e17, args.hmax = 1e17 + 96.0, args.step = 32.0;
+  ASSERT_EQ(RunProfile(*st, args, out, error), 0) << error;
+  EXPECT_EQ(test::SplitLines(out).size(), 4u);  // "kept" and three heights
 }
 
 TEST(TecCommand, PrintsContentAndL1Delay) {

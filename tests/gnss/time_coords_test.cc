@@ -1,8 +1,9 @@
 #include "gnss/time_coords.h"
 
-#include <cmath>
-
 #include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
 
 namespace vorel::gnss {
 namespace {
@@ -52,6 +53,38 @@ TEST(TimeCoords, LeapDaysFollowOneAnotherAndEveryFourthYearLeaps) {
   CalendarToGpsTime(2100, 2, 28, 0, 0, 0.0, 0, a);
   CalendarToGpsTime(2100, 3, 1, 0, 0, 0.0, 0, b);
   EXPECT_EQ(days(b) - days(a), 2.0);
+}
+
+TEST(TimeCoords, CalendarIsSafeForEveryInt) {
+  // Year 10,000,000 overflowed a 32-bit day count. Counted by hand: 365 days a year from
+  // 1980 plus the 2,499,505 years divisible by 4 in 1980..9999999, less the 5 days from
+  // 1 to 6 January 1980: 3,651,776,800 days, exactly week 521,682,400.
+  GpsTime t;
+  EXPECT_EQ(CalendarToGpsTime(10000000, 1, 1, 0, 0, 0.0, 0, t), 0);
+  EXPECT_EQ(t.week, 521682400);
+  EXPECT_EQ(t.secondsOfWeek, 0.0);
+
+  // A week beyond int32 is refused and leaves the result alone.
+  const GpsTime untouched{77, 5.0};
+  for (int32_t year : {INT32_MAX, INT32_MIN, INT32_MIN + 1901}) {
+    t = untouched;
+    EXPECT_EQ(CalendarToGpsTime(year, 12, 31, 23, 59, 59.0, 0, t), -1) << year;
+    EXPECT_EQ(t.week, untouched.week);
+    EXPECT_EQ(t.secondsOfWeek, untouched.secondsOfWeek);
+  }
+  t = untouched;
+  EXPECT_EQ(CalendarToGpsTime(2010, 7, 1, 0, 0, NAN, 0, t), -1);
+  EXPECT_EQ(t.week, untouched.week);
+
+  // Hours, minutes and days out of their ranges are plain arithmetic, not overflow.
+  EXPECT_EQ(CalendarToGpsTime(2010, 7, 4, 600, 0, 0.0, 0, t), 0);
+  EXPECT_EQ(t.week, 1591);
+  EXPECT_EQ(t.secondsOfWeek, 600 * 3600.0);
+  EXPECT_EQ(CalendarToGpsTime(2010, 7, INT32_MAX, INT32_MAX, INT32_MAX, 1e300, INT32_MAX, t), 0);
+  EXPECT_TRUE(std::isfinite(t.secondsOfWeek));
+  EXPECT_EQ(CalendarToGpsTime(2010, INT32_MIN, 1, INT32_MIN, INT32_MIN, -1e12, INT32_MIN, t), 0);
+  EXPECT_TRUE(std::isfinite(t.secondsOfWeek));
+  EXPECT_EQ(CalendarToGpsTime(2010, 7, 1, 0, 0, INFINITY, 0, t), -1);
 }
 
 TEST(TimeCoords, GeodeticRoundTripAndKnownPoints) {

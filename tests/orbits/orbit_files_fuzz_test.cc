@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -48,7 +49,10 @@ const char* const kInserts[] = {"-",
                                 "Health: 0",
                                 "SQRT 5200",
                                 "0",
-                                " 1e308 1e308 -1e308 1e308"};
+                                " 1e308 1e308 -1e308 1e308",
+                                "1.5",
+                                "0.9900D+100",
+                                "-0.5D+01"};
 
 std::string Mutate(const std::string& text, Lcg& rng) {
   std::string out = text;
@@ -95,6 +99,23 @@ void ExpectTableIntact(const GuardedTable& g) {
   }
 }
 
+// A usable record must make an orbit: every field finite and an eccentricity in [0, 1);
+// anything else runs the Kepler solver to its limit and gives NaN positions.
+void ExpectUsableRecordsSound(const ConstellationTable& table) {
+  for (const SatelliteOrbits& row : table.rows) {
+    for (int k = 0; k < row.recordCount; ++k) {
+      for (const OrbitRecord* r : {&row.trueRecords[k], &row.broadcastRecords[k]}) {
+        if (r->status != kStatusUsable) continue;
+        const double* first = &r->toc;
+        const size_t count = (sizeof(OrbitRecord) - offsetof(OrbitRecord, toc)) / sizeof(double);
+        for (size_t i = 0; i < count; ++i) ASSERT_TRUE(std::isfinite(first[i])) << i;
+        ASSERT_GE(r->e, 0.0);
+        ASSERT_LT(r->e, 1.0);
+      }
+    }
+  }
+}
+
 class OrbitFilesFuzzTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -111,6 +132,7 @@ class OrbitFilesFuzzTest : public ::testing::Test {
     const int result = LoadAlmanac(guarded->table, state, {fileType, path}, messages);
     ASSERT_TRUE(result == 1 || result == -1) << result;
     ExpectTableIntact(*guarded);
+    ExpectUsableRecordsSound(guarded->table);
   }
 
   std::unique_ptr<GuardedTable> guarded;

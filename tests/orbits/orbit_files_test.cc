@@ -262,6 +262,46 @@ TEST_F(OrbitFilesTest, YumaPrnOutsideTheTableIsSkippedAndReported) {
 
 // ---- RINEX ----
 
+// Replaces the value after the label of one almanac line.
+std::string WithYumaValue(std::string block, const std::string& label, const std::string& value) {
+  const size_t at = block.find(label);
+  const size_t end = block.find('\n', at);
+  return block.replace(at, end - at, label + "   " + value);
+}
+
+TEST_F(OrbitFilesTest, YumaValuesThatMakeNoOrbitRefuseTheirAlmanac) {
+  // 15 lines per block: eccentricity on line 4 of a block, mean anomaly on 11, sqrtA on 8.
+  const std::string path =
+      Write("yuma-bad-values.txt",
+            YumaBlock(1, "000", "5153.6") +
+                WithYumaValue(YumaBlock(2, "000", "5153.6"), "Eccentricity:", "1.5") +
+                WithYumaValue(YumaBlock(3, "000", "5153.6"), "Mean Anom(rad):", "0.99E+100") +
+                WithYumaValue(YumaBlock(4, "000", "5153.6"), "Af0(s):", "1.0E+999") +
+                YumaBlock(5, "000", "-5153.6") + YumaBlock(6, "000", "0.0"));
+  EXPECT_EQ(LoadAlmanac(*table, state, {0, path}, messages), 1);
+  EXPECT_TRUE(AnyContains(warnings, path + ":19: eccentricity 1.5 is outside [0, 1); the "
+                                           "almanac of PRN 2 is refused"));
+  EXPECT_TRUE(AnyContains(warnings, path + ":41: mean anomaly 9.9e+99 is outside [-100, 100]"));
+  EXPECT_TRUE(AnyContains(warnings, path + ":57: af0 is not a finite number"));
+  EXPECT_TRUE(AnyContains(warnings, path + ":68: sqrtA -5153.6 is outside (0, 100000]"));
+  EXPECT_TRUE(AnyContains(warnings, path + ":83: sqrtA 0 is outside (0, 100000]"));
+  EXPECT_EQ(warnings.size(), 5u);
+  EXPECT_EQ(table->rows[0].trueRecords[0].status, kStatusUsable);
+  for (int index = 1; index < 6; ++index) {
+    // Health 0 came before the bad value; the refusal takes the satellite back out.
+    EXPECT_EQ(table->rows[index].recordCount, 0) << index;
+    EXPECT_EQ(table->rows[index].trueRecords[0].status, 0) << index;
+    EXPECT_EQ(table->rows[index].broadcastRecords[0].status, 0) << index;
+  }
+
+  // A passing sqrtA in a refused almanac does not make the load a success.
+  warnings.clear();
+  const std::string only = Write(
+      "yuma-only-bad.txt", WithYumaValue(YumaBlock(1, "000", "5153.6"), "Af1(s/s):", "-1.0E+3"));
+  EXPECT_EQ(LoadAlmanac(*table, state, {0, only}, messages), -1);
+  EXPECT_TRUE(AnyContains(warnings, only + ":13: af1 -1000 is outside [-1, 1]"));
+}
+
 TEST_F(OrbitFilesTest, RinexNavigationMatchesAColumnReadingOfTheFile) {
   const std::string path = ExamplePath("brdc1820.10n");
   const int result = LoadAlmanac(*table, state, {1, path}, messages);
@@ -421,6 +461,57 @@ TEST_F(OrbitFilesTest, RinexLinesThatFailKeepEarlierValues) {
   EXPECT_EQ(row.trueRecords[1].toc, 4 * 86400.0 + 7200.0);
   EXPECT_TRUE(AnyContains(warnings, path + ":13: record line 3 scanned 0 of 4 values"));
   EXPECT_TRUE(AnyContains(warnings, path + ":14: empty record line 4 passed over"));
+}
+
+// Replaces value `field` (0 to 3) of orbit line `line` (2 to 8) of a record.
+std::string WithRinexValue(std::string record, int line, int field, const std::string& value) {
+  size_t at = 0;
+  for (int l = 1; l < line; ++l) at = record.find('\n', at) + 1;
+  return record.replace(at + 3 + 19 * field, 19, fmt::format("{:>19}", value));
+}
+
+TEST_F(OrbitFilesTest, RinexRecordsThatMakeNoOrbitAreRefusedWithFileAndLine) {
+  // Two records of PRN 7 from an earlier load; the second slot must come back unchanged.
+  std::string first = kHeader;
+  first += RinexRecord(" 7 10  7  1  0  0", 5153.0) + RinexRecord(" 7 10  7  1  2  0", 5154.0);
+  ASSERT_EQ(ReadRinexNavigation(*table, Write("first.10n", first), messages), 1);
+  const OrbitRecord before = table->rows[6].trueRecords[1];
+
+  const std::string good = RinexRecord(" 7 10  7  1  0  0", 5200.0);
+  std::string text = std::string(kHeader) + good +
+                     WithRinexValue(RinexRecord(" 7 10  7  1  4  0", 5201.0), 3, 1,
+                                    "0.150000000000D+01") +                                  // e
+                     WithRinexValue(good, 2, 3, "0.990000000000D+99").replace(0, 2, " 8") +  // M0
+                     WithRinexValue(good, 5, 3, "-0.1D+999").replace(0, 2, " 9") +  // OmegaDot
+                     RinexRecord("10 10  7  1  0  0", 0.0) +
+                     WithRinexValue(good, 6, 0, "0.1D+400").replace(0, 2, "11");  // IDOT
+  const std::string path = Write("bad-values.10n", text);
+  EXPECT_EQ(ReadRinexNavigation(*table, path, messages), 1);
+  // Header 2 lines, 8 lines a record: record r, line l is file line 2 + 8 r + l.
+  EXPECT_TRUE(AnyContains(warnings, path + ":13: eccentricity 1.5 is outside [0, 1); the record "
+                                           "of PRN 7 is refused"));
+  EXPECT_TRUE(AnyContains(warnings, path + ":20: M0 9.9e+98 is outside [-100, 100]"));
+  EXPECT_TRUE(AnyContains(warnings, path + ":31: OmegaDot is not a finite number"));
+  EXPECT_TRUE(AnyContains(warnings, path + ":37: sqrtA 0 is outside (0, 100000]"));
+  EXPECT_TRUE(AnyContains(warnings, path + ":48: IDOT is not a finite number"));
+  EXPECT_EQ(warnings.size(), 5u);
+
+  const SatelliteOrbits& row = table->rows[6];
+  EXPECT_EQ(row.recordCount, 1);
+  EXPECT_EQ(row.trueRecords[0].sqrtA, 5200.0);
+  EXPECT_EQ(row.trueRecords[1].sqrtA, before.sqrtA);
+  EXPECT_EQ(row.broadcastRecords[1].e, before.e);
+  EXPECT_EQ(row.trueRecords[1].toc, before.toc);
+  for (int prn = 8; prn <= 11; ++prn) {
+    EXPECT_EQ(table->rows[prn - 1].recordCount, 0) << prn;
+    EXPECT_EQ(table->rows[prn - 1].trueRecords[0].status, 0) << prn;
+  }
+
+  // The passing sqrtA of a refused record does not make the load a success.
+  const std::string only =
+      Write("only-bad.10n", std::string(kHeader) + WithRinexValue(good, 3, 1, "-0.1D+00"));
+  EXPECT_EQ(ReadRinexNavigation(*table, only, messages), -1);
+  EXPECT_TRUE(AnyContains(warnings, only + ":5: eccentricity -0.1 is outside [0, 1)"));
 }
 
 TEST_F(OrbitFilesTest, RinexWithoutHeaderEndOrChoiceFails) {
