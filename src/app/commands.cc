@@ -8,6 +8,7 @@
 
 #include "app/dif_command.h"
 #include "app/scenario_runs.h"
+#include "app/scint_commands.h"
 #include "app/sp3_commands.h"
 #include "atmosphere/atmosphere_text.h"
 #include "density_model/density_commands.h"
@@ -330,6 +331,15 @@ std::vector<CommandSpec> BuildTable() {
        Sp3ToPnmCommand},
       {"pnm-eval", "FILE PRN WEEK SOW [--interval S]",
        "position (km) and clock (us) of a satellite from a .pnm file", false, PnmEvalCommand},
+      {"scint-load", "", "read ScintTargetFile; set FilterPoles and FilterZeros from it", false,
+       ScintLoadCommand},
+      {"scint-fit", "", "fit the shaping filter to ScintTargetFile; write ScintFilterOutFile",
+       false, ScintFitCommand},
+      {"scint-generate", "", "amplitude and phase scintillation series (scintGenData.dat)", false,
+       ScintGenerateCommand},
+      {"scint-table", "OUT INDEX1 INDEX2 INDEX3 [--channels N]",
+       "scintillation file of a DIF run for bubble classes 1 to 3 at ScintRate", false,
+       ScintTableCommand},
   };
 }
 
