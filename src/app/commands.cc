@@ -10,6 +10,7 @@
 #include "app/dif_command.h"
 #include "app/scenario_runs.h"
 #include "app/check_command.h"
+#include "app/scint_commands.h"
 #include "app/sp3_commands.h"
 #include "atmosphere/atmosphere_text.h"
 #include "density_model/density_commands.h"
@@ -350,6 +351,15 @@ std::vector<CommandSpec> BuildTable() {
       {"check", "FILE [--fs HZ --if HZ --format F --ms N]",
        "quick-look acquisition: the satellites a recording holds, Doppler, code phase, C/N0",
        false, CheckCommand},
+      {"scint-load", "", "read ScintTargetFile; set FilterPoles and FilterZeros from it", false,
+       ScintLoadCommand},
+      {"scint-fit", "", "fit the shaping filter to ScintTargetFile; write ScintFilterOutFile",
+       false, ScintFitCommand},
+      {"scint-generate", "", "amplitude and phase scintillation series (scintGenData.dat)", false,
+       ScintGenerateCommand},
+      {"scint-table", "OUT INDEX1 INDEX2 INDEX3 [--channels N]",
+       "scintillation file of a DIF run for bubble classes 1 to 3 at ScintRate", false,
+       ScintTableCommand},
   };
 }
 

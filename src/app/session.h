@@ -21,6 +21,7 @@
 #include "platform/messages.h"
 #include "platform/random.h"
 #include "platform/text_file.h"
+#include "scintillation/filter_fit.h"
 
 namespace vorel::app {
 
@@ -59,6 +60,9 @@ struct Session {
 
   // The navigation bits of the DIF generator and the statics of its .scn reader.
   dif::DifState dif;
+
+  // Colour in which the scintillation fit marks its target; steps at every fit.
+  int32_t FitPlotColour = scintillation::kFitPlotColourStart;
 
   // Station 1's position in relative mode, kept from one station run to the next.
   double originLatitude = 0.0;

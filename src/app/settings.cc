@@ -366,6 +366,22 @@ std::vector<SettingDef> BuildRegistry() {
   r.push_back(S_INT(SignalOptionB, dif.SignalOptionB, "", "signal tab option B (set by SignalChoice; no run reads it)"));
   r.push_back(S_INT(InCode, dif.InCode, "", "signal tab code toggle 1 or 2 (no run reads it)", 1, 2));
   r.push_back(S_INT(DifThreads, dif.DifThreads, "", "threads of the sample generator (channels on threads), 0: one per core; the file is the same for any number", 0, 64));
+  // Scintillation: the series generator and the shaping-filter fit.
+  r.push_back(S_DBL(AmpBandLow, scint.AmpBandLow, "Hz", "amplitude band-pass, low corner (at 20 samples/s)"));
+  r.push_back(S_DBL(AmpBandHigh, scint.AmpBandHigh, "Hz", "amplitude band-pass, high corner; 10 Hz or more is held at 9.8 Hz"));
+  r.push_back(S_DBL(PhaseBandLow, scint.PhaseBandLow, "Hz", "phase band-pass, low corner"));
+  r.push_back(S_DBL(PhaseBandHigh, scint.PhaseBandHigh, "Hz", "phase band-pass, high corner; 10 Hz or more is held at 9.8 Hz"));
+  r.push_back(S_DBL(ScintIndex, scint.ScintIndex, "", "amplitude scintillation index: standard deviation of the raw amplitude series around its mean of 1"));
+  r.push_back(S_DBL(ScintCorrelation, scint.ScintCorrelation, "", "size of the (negative) amplitude-phase correlation; 0 is refused"));
+  r.push_back(S_DBL(PhaseSigma, scint.PhaseSigma, "rad", "phase scale"));
+  r.push_back(S_INT(AmpFilterOn, scint.AmpFilterOn, "", "1: shape the amplitude with the filter of AmpFilterFile (b times 1.1)"));
+  r.push_back(S_INT(PhaseFilterOn, scint.PhaseFilterOn, "", "1: shape the phase with the filter of PhaseFilterFile (b times 3.1)"));
+  r.push_back(S_TXT(AmpFilterFile, scint.AmpFilterFile, "path", "amplitude shaping filter (a file written by scint-fit)"));
+  r.push_back(S_TXT(PhaseFilterFile, scint.PhaseFilterFile, "path", "phase shaping filter (a file written by scint-fit)"));
+  r.push_back(S_TXT(ScintTargetFile, scint.ScintTargetFile, "path", "target response: `N,na`, then N lines `frequency,response`"));
+  r.push_back(S_INT(FilterPoles, scint.FilterPoles, "", "na of the fit (scint-load sets it from the target file)"));
+  r.push_back(S_INT(FilterZeros, scint.FilterZeros, "", "nb of the fit (scint-load sets N - na - 1)"));
+  r.push_back(S_TXT(ScintFilterOutFile, scint.ScintFilterOutFile, "path", "filter file scint-fit writes"));
   std::sort(r.begin(), r.end(), [](const SettingDef& a, const SettingDef& b) { return a.name < b.name; });
   return r;
 }

@@ -19,6 +19,7 @@
 #include "atmosphere/atmosphere_settings.h"
 #include "atmosphere/bubble_settings.h"
 #include "dif/dif_settings.h"
+#include "scintillation/scint_settings.h"
 
 namespace vorel::platform {
 struct Messages;
@@ -148,6 +149,7 @@ struct Settings {
   BubblePanel bubble;
   DifPanel dif;
   NavPanel nav;
+  scintillation::ScintSettings scint;
   std::string SettingsFile;  // informational: the file read at start-up
 };
 
