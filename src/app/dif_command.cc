@@ -12,39 +12,9 @@
 namespace vorel::app {
 
 dif::DifPanelValues DifPanelFromSettings(const Settings& settings) {
-  const DifPanel& d = settings.dif;
-  dif::DifPanelValues p;
-  p.IfFrequency = d.IfFrequency;
-  p.SamplingFrequency = d.SamplingFrequency;
-  p.BitsPerSample = d.BitsPerSample;
-  p.Bandwidth = d.Bandwidth;
-  p.FilterWindow = d.FilterWindow;
-  p.OutputPacked = d.OutputPacked;
-  p.Decimation = d.Decimation;
-  p.FilterOn = d.FilterOn;
-  p.SignalPower = d.SignalPower;
-  p.Duration = d.Duration;
-  p.ScenarioDriven = d.ScenarioDriven;
-  p.MaxChannels = d.MaxChannels;
-  p.MultipathOn = d.MultipathOn;
-  p.ScintEnabled = d.ScintEnabled;
-  p.ScintType = d.ScintType;
-  p.ScintFile = d.ScintFile;
-  p.ScintRate = d.ScintRate;
-  p.ScintStart = d.ScintStart;
-  p.ScintPrn = d.ScintPrn;
-  p.TestPrn = d.TestPrn;
-  p.TestCodeOn = d.TestCodeOn;
-  p.TestCarrierOn = d.TestCarrierOn;
-  p.TestDataOn = d.TestDataOn;
-  p.TestDataMode = d.TestDataMode;
-  p.TestDopplerOn = d.TestDopplerOn;
-  p.TestDoppler = d.TestDoppler;
-  p.ConstellationChoice = settings.scenario.ConstellationChoice;
-  const size_t rows = std::min<size_t>(d.MultipathTable.size(), dif::kMultipathRows);
-  for (size_t r = 0; r < rows; ++r) p.MultipathTable[r] = d.MultipathTable[r];
-  p.multipathRowCount = static_cast<int32_t>(rows);
-  return p;
+  dif::DifPanelValues panel = settings.dif;
+  panel.ConstellationChoice = settings.scenario.ConstellationChoice;
+  return panel;
 }
 
 int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutcome& outcome) {

@@ -9,7 +9,7 @@
 
 namespace vorel::app {
 
-// The DIF panel values of the settings, as the generator's set-up reads them.
+// The DIF panel values of the settings with the scenario's system selector filled in.
 dif::DifPanelValues DifPanelFromSettings(const Settings& settings);
 
 // Runs RunDifGeneration on the session. `recordOverride`, when not empty, is the .scn

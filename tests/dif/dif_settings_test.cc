@@ -101,10 +101,12 @@ TEST(DifSettings, CommandLineSettingsReachThePanelValues) {
   EXPECT_EQ(s.FilterWindow, 1);
   EXPECT_EQ(s.Decimation, 2);
   EXPECT_EQ(s.OutputPacked, 0);
-  ASSERT_EQ(p.multipathRowCount, 3);
-  EXPECT_EQ(p.MultipathTable[1].enable, "x");
-  EXPECT_EQ(p.MultipathTable[1].prn, 7);
-  EXPECT_EQ(p.MultipathTable[1].amplitude, 0.25);
+  std::array<MultipathRow, kMultipathRows> rows{};
+  ASSERT_EQ(MultipathRowsOf(p, rows), 3);
+  EXPECT_EQ(rows[1].enable, "x");
+  EXPECT_EQ(rows[1].prn, 7);
+  EXPECT_EQ(rows[1].amplitude, 0.25);
+  EXPECT_EQ(rows[3].enable, "");  // rows beyond those given stay empty
   ASSERT_TRUE(app::ApplySetAssignment(settings, "SignalChoice=SP1", "--set", error));
   EXPECT_EQ(settings.dif.SignalOptionA, 1);
   EXPECT_EQ(settings.dif.SignalOptionB, 0);
