@@ -106,16 +106,15 @@ bool ReadInt(std::string_view text, double min, double max, int32_t& value, std:
   return true;
 }
 
-bool ReadDouble(std::string_view text, double min, double max, double& value,
-                std::string& error) {
+bool ReadDouble(std::string_view text, double min, double max, double& value, std::string& error) {
   double v = 0.0;
   if (!ParseSettingDouble(text, v, error) || !CheckSettingRange(v, min, max, error)) return false;
   value = v;
   return true;
 }
 
-bool ReadText(std::string_view text, std::span<const std::string_view> choices,
-              std::string& value, std::string& error) {
+bool ReadText(std::string_view text, std::span<const std::string_view> choices, std::string& value,
+              std::string& error) {
   text = TrimSetting(text);
   if (choices.empty()) {
     value = std::string(text);
@@ -154,8 +153,8 @@ bool ReadTexts(std::string_view text, std::array<std::string, kSettingArraySize>
                std::string& error) {
   const auto parts = SplitSettingList(text);
   if (parts.size() != kSettingArraySize) {
-    error = fmt::format("expected {} paths (stations 1 to 4), got {}", kSettingArraySize,
-                        parts.size());
+    error =
+        fmt::format("expected {} paths (stations 1 to 4), got {}", kSettingArraySize, parts.size());
     return false;
   }
   for (int i = 0; i < kSettingArraySize; ++i) values[i] = std::string(parts[i]);

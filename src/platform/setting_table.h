@@ -21,10 +21,9 @@ inline constexpr double kNoBound = HUGE_VAL;
 
 template <typename S>
 struct Setting {
-  using Member =
-      std::variant<std::monostate, int32_t S::*, double S::*, std::string S::*,
-                   std::array<double, kSettingArraySize> S::*,
-                   std::array<std::string, kSettingArraySize> S::*>;
+  using Member = std::variant<std::monostate, int32_t S::*, double S::*, std::string S::*,
+                              std::array<double, kSettingArraySize> S::*,
+                              std::array<std::string, kSettingArraySize> S::*>;
 
   std::string_view name;
   Member member;
@@ -65,8 +64,8 @@ std::string ShowDoubles(const std::array<double, kSettingArraySize>& values);
 std::string ShowTexts(const std::array<std::string, kSettingArraySize>& values);
 bool ReadInt(std::string_view text, double min, double max, int32_t& value, std::string& error);
 bool ReadDouble(std::string_view text, double min, double max, double& value, std::string& error);
-bool ReadText(std::string_view text, std::span<const std::string_view> choices,
-              std::string& value, std::string& error);
+bool ReadText(std::string_view text, std::span<const std::string_view> choices, std::string& value,
+              std::string& error);
 bool ReadDoubles(std::string_view text, double min, double max,
                  std::array<double, kSettingArraySize>& values, std::string& error);
 bool ReadTexts(std::string_view text, std::array<std::string, kSettingArraySize>& values,
@@ -81,12 +80,18 @@ template <typename S>
 std::string_view SettingType(const Setting<S>& setting) {
   if (!setting.type.empty()) return setting.type;
   switch (setting.member.index()) {
-    case 1: return "int";
-    case 2: return "double";
-    case 3: return "text";
-    case 4: return "4 x double";
-    case 5: return "4 x path";
-    default: return "";
+    case 1:
+      return "int";
+    case 2:
+      return "double";
+    case 3:
+      return "text";
+    case 4:
+      return "4 x double";
+    case 5:
+      return "4 x path";
+    default:
+      return "";
   }
 }
 
@@ -95,18 +100,17 @@ template <typename S>
 std::string ShowSetting(const Setting<S>& setting, const S& values) {
   namespace d = setting_detail;
   if (setting.show) return setting.show(values);
-  return std::visit(
-      d::Overload{[](std::monostate) { return std::string(); },
-                  [&](int32_t S::*m) { return std::to_string(values.*m); },
-                  [&](double S::*m) { return ShowSettingDouble(values.*m); },
-                  [&](std::string S::*m) { return d::ShowText(values.*m); },
-                  [&](std::array<double, kSettingArraySize> S::*m) {
-                    return d::ShowDoubles(values.*m);
-                  },
-                  [&](std::array<std::string, kSettingArraySize> S::*m) {
-                    return d::ShowTexts(values.*m);
-                  }},
-      setting.member);
+  return std::visit(d::Overload{[](std::monostate) { return std::string(); },
+                                [&](int32_t S::*m) { return std::to_string(values.*m); },
+                                [&](double S::*m) { return ShowSettingDouble(values.*m); },
+                                [&](std::string S::*m) { return d::ShowText(values.*m); },
+                                [&](std::array<double, kSettingArraySize> S::*m) {
+                                  return d::ShowDoubles(values.*m);
+                                },
+                                [&](std::array<std::string, kSettingArraySize> S::*m) {
+                                  return d::ShowTexts(values.*m);
+                                }},
+                    setting.member);
 }
 
 // Reads `text` into the member, checking the kind and the range. Returns false with the
@@ -117,18 +121,17 @@ bool ReadSetting(const Setting<S>& setting, S& values, std::string_view text, st
   if (setting.read) return setting.read(values, text, error);
   const double lo = setting.min, hi = setting.max;
   return std::visit(
-      d::Overload{[&](std::monostate) { return false; },
-                  [&](int32_t S::*m) { return d::ReadInt(text, lo, hi, values.*m, error); },
-                  [&](double S::*m) { return d::ReadDouble(text, lo, hi, values.*m, error); },
-                  [&](std::string S::*m) {
-                    return d::ReadText(text, setting.choices, values.*m, error);
-                  },
-                  [&](std::array<double, kSettingArraySize> S::*m) {
-                    return d::ReadDoubles(text, lo, hi, values.*m, error);
-                  },
-                  [&](std::array<std::string, kSettingArraySize> S::*m) {
-                    return d::ReadTexts(text, values.*m, error);
-                  }},
+      d::Overload{
+          [&](std::monostate) { return false; },
+          [&](int32_t S::*m) { return d::ReadInt(text, lo, hi, values.*m, error); },
+          [&](double S::*m) { return d::ReadDouble(text, lo, hi, values.*m, error); },
+          [&](std::string S::*m) { return d::ReadText(text, setting.choices, values.*m, error); },
+          [&](std::array<double, kSettingArraySize> S::*m) {
+            return d::ReadDoubles(text, lo, hi, values.*m, error);
+          },
+          [&](std::array<std::string, kSettingArraySize> S::*m) {
+            return d::ReadTexts(text, values.*m, error);
+          }},
       setting.member);
 }
 
