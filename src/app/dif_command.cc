@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <ctime>
 #include <thread>
 
@@ -12,39 +13,9 @@
 namespace vorel::app {
 
 dif::DifPanelValues DifPanelFromSettings(const Settings& settings) {
-  const DifPanel& d = settings.dif;
-  dif::DifPanelValues p;
-  p.IfFrequency = d.IfFrequency;
-  p.SamplingFrequency = d.SamplingFrequency;
-  p.BitsPerSample = d.BitsPerSample;
-  p.Bandwidth = d.Bandwidth;
-  p.FilterWindow = d.FilterWindow;
-  p.OutputPacked = d.OutputPacked;
-  p.Decimation = d.Decimation;
-  p.FilterOn = d.FilterOn;
-  p.SignalPower = d.SignalPower;
-  p.Duration = d.Duration;
-  p.ScenarioDriven = d.ScenarioDriven;
-  p.MaxChannels = d.MaxChannels;
-  p.MultipathOn = d.MultipathOn;
-  p.ScintEnabled = d.ScintEnabled;
-  p.ScintType = d.ScintType;
-  p.ScintFile = d.ScintFile;
-  p.ScintRate = d.ScintRate;
-  p.ScintStart = d.ScintStart;
-  p.ScintPrn = d.ScintPrn;
-  p.TestPrn = d.TestPrn;
-  p.TestCodeOn = d.TestCodeOn;
-  p.TestCarrierOn = d.TestCarrierOn;
-  p.TestDataOn = d.TestDataOn;
-  p.TestDataMode = d.TestDataMode;
-  p.TestDopplerOn = d.TestDopplerOn;
-  p.TestDoppler = d.TestDoppler;
-  p.ConstellationChoice = settings.scenario.ConstellationChoice;
-  const size_t rows = std::min<size_t>(d.MultipathTable.size(), dif::kMultipathRows);
-  for (size_t r = 0; r < rows; ++r) p.MultipathTable[r] = d.MultipathTable[r];
-  p.multipathRowCount = static_cast<int32_t>(rows);
-  return p;
+  dif::DifPanelValues panel = settings.dif;
+  panel.ConstellationChoice = settings.scenario.ConstellationChoice;
+  return panel;
 }
 
 int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutcome& outcome) {
@@ -67,30 +38,87 @@ int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutco
   dif::GeneratorSpeed speed;
   const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
   speed.threads = settings.dif.DifThreads > 0 ? settings.dif.DifThreads : static_cast<int>(cores);
-  dif::RunDifGeneration(DifPanelFromSettings(settings), paths, session.dif, session.workerRand,
+  const dif::DifPanelValues panel = DifPanelFromSettings(settings);
+  if (const dif::DifSettings derived = dif::GatherDifSettings(panel);
+      dif::CheckDifSettings(derived).empty())
+    for (const std::string& w : RecordingWarnings(panel, derived)) session.messages.Warn(w);
+  dif::RunDifGeneration(panel, paths, session.dif, session.workerRand,
                         session.RunActive, session.messages, speed, outcome);
   if (outcome.refused) return 1;
   session.lastOutputs.push_back(paths.output.string());
   return outcome.popup ? 1 : 0;
 }
 
+RecordingShape ShapeOf(const dif::DifSettings& s) {
+  RecordingShape r;
+  r.decimation = s.Decimation == 0 ? 1 : s.Decimation;
+  r.samplesPerByte = s.OutputPacked == 0 ? 1 : (s.BitsPerSample == 1 ? 8 : 4);
+  r.computedPerMs = s.SamplesPerMs;
+  r.writtenPerMs =
+      dif::PackedCount(s.SamplesPerMs, s.BitsPerSample, s.Decimation, s.OutputPacked) *
+      r.samplesPerByte;
+  r.skippedPerMs = r.computedPerMs - r.writtenPerMs * r.decimation;
+  return r;
+}
+
+std::vector<std::string> RecordingWarnings(const dif::DifPanelValues& panel,
+                                           const dif::DifSettings& s) {
+  std::vector<std::string> out;
+  const double typed = std::strtod(panel.SamplingFrequency.c_str(), nullptr);
+  const double used = s.SamplingFrequency / 1000.0;
+  if (typed != used)
+    out.push_back(fmt::format(
+        "SamplingFrequency \"{}\" is read by its first character: the recording is sampled at "
+        "{} kHz",
+        panel.SamplingFrequency, used));
+  const RecordingShape r = ShapeOf(s);
+  if (r.skippedPerMs > 0)
+    out.push_back(fmt::format(
+        "each millisecond has {} computed samples, but the file holds {} of them{}{}: the last "
+        "{} of every millisecond are left out, a gap at each millisecond, so the file carries "
+        "{} samples per second, not {}",
+        r.computedPerMs, r.writtenPerMs,
+        r.decimation > 1 ? fmt::format(" (every {})", r.decimation == 2 ? "2nd" : "3rd") : std::string(),
+        s.OutputPacked == 1 ? fmt::format(", {} to a byte", r.samplesPerByte) : std::string(),
+        r.skippedPerMs, int64_t{r.writtenPerMs} * 1000,
+        fmt::format("{}", s.SamplingFrequency / r.decimation)));
+  if (s.OutputPacked == 0 && s.BitsPerSample > 8)
+    out.push_back(fmt::format(
+        "Direct with BitsPerSample {}: a byte holds only the low 8 bits of each level (0..{}), "
+        "so the levels in the file wrap around",
+        s.BitsPerSample, dif::LevelCount(s.BitsPerSample) - 1));
+  return out;
+}
+
 std::string DescribeRecording(const dif::DifSettings& s, const dif::GeneratorReport& report) {
-  const int32_t d = s.Decimation == 0 ? 1 : s.Decimation;
+  const RecordingShape shape = ShapeOf(s);
+  const int32_t d = shape.decimation;
   const double rate = s.SamplingFrequency / d;
   std::string layout;
   if (s.OutputPacked == 0)
-    layout = "Direct: one sample a byte, in the low bits";
+    layout = s.BitsPerSample > 8 ? "Direct: one sample a byte, its low 8 bits alone"
+                                 : "Direct: one sample a byte, in the low bits";
   else if (s.BitsPerSample == 1)
     layout = "Packed: 8 samples a byte, the earliest in bit 0";
   else
     layout = "Packed: 4 samples a byte, the earliest in bits 1..0";
+  // Samples left out because a millisecond does not fill its last byte change the rate in
+  // the file; a gap that decimation leaves is told in a warning.
+  std::string samples;
+  if (shape.computedPerMs % shape.samplesPerByte != 0)
+    samples = fmt::format("{} samples per ms then a gap of {} (fs {} Hz{})", shape.writtenPerMs,
+                          shape.skippedPerMs, fmt::format("{}", s.SamplingFrequency),
+                          d > 1 ? fmt::format(", decimated by {}", d) : std::string());
+  else
+    samples = fmt::format("{} samples per second (fs {} Hz{})", fmt::format("{}", rate),
+                          fmt::format("{}", s.SamplingFrequency),
+                          d > 1 ? fmt::format(", decimated by {}", d) : std::string());
   return fmt::format(
-      "{} ms of signal, {} bytes: {} samples per second (fs {} Hz{}), IF {} Hz, real samples, "
+      "{} ms of signal, {} bytes: {}, IF {} Hz, real samples, "
       "{} bit(s) a sample, {}; levels unsigned 0..{} (0 the block's minimum), the block "
       "quantised against its own range, no header",
-      report.blocks, report.bytes, fmt::format("{}", rate), fmt::format("{}", s.SamplingFrequency),
-      d > 1 ? fmt::format(", decimated by {}", d) : std::string(), fmt::format("{}", s.IfFrequency),
-      s.BitsPerSample, layout, dif::LevelCount(s.BitsPerSample) - 1);
+      report.blocks, report.bytes, samples, fmt::format("{}", s.IfFrequency), s.BitsPerSample,
+      layout, dif::LevelCount(s.BitsPerSample) - 1);
 }
 
 }  // namespace vorel::app

@@ -3,13 +3,14 @@
 // `autorun` start.
 
 #include <string>
+#include <vector>
 
 #include "app/session.h"
 #include "dif/dif_run.h"
 
 namespace vorel::app {
 
-// The DIF panel values of the settings, as the generator's set-up reads them.
+// The DIF panel values of the settings with the scenario's system selector filled in.
 dif::DifPanelValues DifPanelFromSettings(const Settings& settings);
 
 // Runs RunDifGeneration on the session. `recordOverride`, when not empty, is the .scn
@@ -17,6 +18,24 @@ dif::DifPanelValues DifPanelFromSettings(const Settings& settings);
 // observation run wrote). The sample file is added to lastOutputs. Returns 0, or 1 when a
 // setting was refused or a popup ended the run.
 int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutcome& outcome);
+
+// What a run writes of each millisecond: the generator computes computedPerMs samples,
+// the file holds writtenPerMs of them (every decimation-th), and the last skippedPerMs are
+// left out.
+struct RecordingShape {
+  int32_t decimation = 1;
+  int32_t samplesPerByte = 1;
+  int32_t computedPerMs = 0;
+  int32_t writtenPerMs = 0;
+  int32_t skippedPerMs = 0;
+};
+RecordingShape ShapeOf(const dif::DifSettings& s);
+
+// Warnings, in plain words, where the file differs from what the settings suggest: a typed
+// sampling rate the first-character rule turns into another, samples left out at the end
+// of each millisecond, Direct levels wider than a byte.
+std::vector<std::string> RecordingWarnings(const dif::DifPanelValues& panel,
+                                           const dif::DifSettings& s);
 
 // "16368 samples per ms (16.368 MHz), IF 4092 kHz, 2 bits, Packed: 4 samples a byte, the
 // earliest in the lowest bits; levels unsigned, 0 the block's minimum": what a receiver

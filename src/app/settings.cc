@@ -2,14 +2,11 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <cmath>
 
 #include <fmt/format.h>
 #include <toml++/toml.h>
 
-#include "atmosphere/atmosphere_text.h"
-#include "dif/ca_code.h"
 #include "platform/messages.h"
 #include "platform/scan.h"
 #include "platform/text_file.h"
@@ -17,372 +14,41 @@
 namespace vorel::app {
 namespace {
 
-std::string_view Trim(std::string_view s) {
-  while (!s.empty() && std::isspace(static_cast<unsigned char>(s.front()))) s.remove_prefix(1);
-  while (!s.empty() && std::isspace(static_cast<unsigned char>(s.back()))) s.remove_suffix(1);
-  return s;
+using platform::TrimSetting;
+constexpr double kNone = platform::kNoBound;
+
+// The entry `e` of module struct S, which Settings holds at `Part`.
+template <typename S, S Settings::*Part>
+std::string ShowIn(const void* e, const Settings& settings) {
+  return platform::ShowSetting(*static_cast<const platform::Setting<S>*>(e), settings.*Part);
 }
 
-bool ParseIntText(std::string_view text, int32_t& value, std::string& error) {
-  text = Trim(text);
-  if (!text.empty() && text.front() == '+') text.remove_prefix(1);
-  int64_t v = 0;
-  auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), v);
-  if (text.empty() || ec != std::errc() || end != text.data() + text.size() || v < INT32_MIN ||
-      v > INT32_MAX) {
-    error = fmt::format("expected a whole number, got \"{}\"", text);
-    return false;
-  }
-  value = static_cast<int32_t>(v);
-  return true;
+template <typename S, S Settings::*Part>
+bool ReadIn(const void* e, Settings& settings, std::string_view text, std::string& error) {
+  return platform::ReadSetting(*static_cast<const platform::Setting<S>*>(e), settings.*Part, text,
+                               error);
 }
 
-bool ParseDoubleText(std::string_view text, double& value, std::string& error) {
-  return atmosphere::ParseSettingNumber(text, value, error) == 0;
+template <typename S, S Settings::*Part>
+void Append(std::vector<SettingDef>& registry, const platform::SettingTable<S>& table) {
+  for (const platform::Setting<S>& e : table)
+    registry.push_back(SettingDef{e.name, platform::SettingType(e), e.unit, e.meaning,
+                                  platform::SettingRangeText(e.min, e.max), &e,
+                                  &ShowIn<S, Part>, &ReadIn<S, Part>});
 }
-
-std::vector<std::string_view> SplitCommas(std::string_view text) {
-  std::vector<std::string_view> parts;
-  size_t start = 0;
-  for (;;) {
-    size_t comma = text.find(',', start);
-    parts.push_back(Trim(text.substr(start, comma == std::string_view::npos ? text.npos : comma - start)));
-    if (comma == std::string_view::npos) break;
-    start = comma + 1;
-  }
-  return parts;
-}
-
-std::string ShowDouble(double v) { return fmt::format("{}", v); }
-
-using IntRef = std::function<int32_t&(Settings&)>;
-using DoubleRef = std::function<double&(Settings&)>;
-using TextRef = std::function<std::string&(Settings&)>;
-template <typename T>
-using ArrayRef = std::function<std::array<T, kStations>&(Settings&)>;
-
-SettingDef Int(std::string name, IntRef ref, std::string unit, std::string meaning,
-               int32_t lo = INT32_MIN, int32_t hi = INT32_MAX) {
-  SettingDef d{std::move(name), "int", std::move(unit), std::move(meaning), {}, {}};
-  d.show = [ref](const Settings& s) { return fmt::format("{}", ref(const_cast<Settings&>(s))); };
-  d.fromText = [ref, lo, hi](Settings& s, std::string_view text, std::string& error) {
-    int32_t v = 0;
-    if (!ParseIntText(text, v, error)) return false;
-    if (v < lo || v > hi) {
-      error = fmt::format("{} is outside {} to {}", v, lo, hi);
-      return false;
-    }
-    ref(s) = v;
-    return true;
-  };
-  return d;
-}
-
-SettingDef Double(std::string name, DoubleRef ref, std::string unit, std::string meaning) {
-  SettingDef d{std::move(name), "double", std::move(unit), std::move(meaning), {}, {}};
-  d.show = [ref](const Settings& s) { return ShowDouble(ref(const_cast<Settings&>(s))); };
-  d.fromText = [ref](Settings& s, std::string_view text, std::string& error) {
-    double v = 0;
-    if (!ParseDoubleText(text, v, error)) return false;
-    ref(s) = v;
-    return true;
-  };
-  return d;
-}
-
-SettingDef Text(std::string name, TextRef ref, std::string type, std::string meaning) {
-  SettingDef d{std::move(name), std::move(type), "", std::move(meaning), {}, {}};
-  d.show = [ref](const Settings& s) { return "\"" + ref(const_cast<Settings&>(s)) + "\""; };
-  d.fromText = [ref](Settings& s, std::string_view text, std::string&) {
-    ref(s) = std::string(Trim(text));
-    return true;
-  };
-  return d;
-}
-
-SettingDef Choice(std::string name, TextRef ref, std::vector<std::string> choices,
-                  std::string meaning) {
-  SettingDef d{std::move(name), "text", "", std::move(meaning), {}, {}};
-  d.show = [ref](const Settings& s) { return "\"" + ref(const_cast<Settings&>(s)) + "\""; };
-  d.fromText = [ref, choices](Settings& s, std::string_view text, std::string& error) {
-    text = Trim(text);
-    for (const auto& c : choices) {
-      if (c == text) {
-        ref(s) = c;
-        return true;
-      }
-    }
-    error = fmt::format("expected one of {}, got \"{}\"", fmt::join(choices, ", "), text);
-    return false;
-  };
-  return d;
-}
-
-SettingDef DoubleArray(std::string name, ArrayRef<double> ref, std::string unit,
-                       std::string meaning) {
-  SettingDef d{std::move(name), "4 x double", std::move(unit), std::move(meaning), {}, {}};
-  d.show = [ref](const Settings& s) {
-    auto& a = ref(const_cast<Settings&>(s));
-    return fmt::format("[{}, {}, {}, {}]", ShowDouble(a[0]), ShowDouble(a[1]), ShowDouble(a[2]),
-                       ShowDouble(a[3]));
-  };
-  d.fromText = [ref](Settings& s, std::string_view text, std::string& error) {
-    auto parts = SplitCommas(text);
-    if (parts.size() != kStations) {
-      error = fmt::format("expected {} values (stations 1 to 4), got {}", kStations, parts.size());
-      return false;
-    }
-    std::array<double, kStations> v{};
-    for (int i = 0; i < kStations; ++i) {
-      if (!ParseDoubleText(parts[i], v[i], error)) {
-        error = fmt::format("station {}: {}", i + 1, error);
-        return false;
-      }
-    }
-    ref(s) = v;
-    return true;
-  };
-  return d;
-}
-
-SettingDef TextArray(std::string name, ArrayRef<std::string> ref, std::string meaning) {
-  SettingDef d{std::move(name), "4 x path", "", std::move(meaning), {}, {}};
-  d.show = [ref](const Settings& s) {
-    auto& a = ref(const_cast<Settings&>(s));
-    return fmt::format("[\"{}\", \"{}\", \"{}\", \"{}\"]", a[0], a[1], a[2], a[3]);
-  };
-  d.fromText = [ref](Settings& s, std::string_view text, std::string& error) {
-    auto parts = SplitCommas(text);
-    if (parts.size() != kStations) {
-      error = fmt::format("expected {} paths (stations 1 to 4), got {}", kStations, parts.size());
-      return false;
-    }
-    for (int i = 0; i < kStations; ++i) ref(s)[i] = std::string(parts[i]);
-    return true;
-  };
-  return d;
-}
-
-SettingDef IonoTable(std::string name,
-                     std::function<atmosphere::IonoCoefficientTable&(Settings&)> ref,
-                     std::string meaning) {
-  SettingDef d{name, "8 x double", "s/semicircle^n", std::move(meaning), {}, {}};
-  d.show = [ref](const Settings& s) {
-    return atmosphere::FormatIonoTable(ref(const_cast<Settings&>(s)));
-  };
-  d.fromText = [ref, name](Settings& s, std::string_view text, std::string& error) {
-    std::string_view t = Trim(text);
-    if (t.size() >= 2 && t.front() == '[' && t.back() == ']') t = t.substr(1, t.size() - 2);
-    if (atmosphere::ParseIonoTable(name, t, ref(s), error) != 0) {
-      // The parser names the setting itself; the caller adds the source.
-      const std::string prefix = name + ": ";
-      if (error.rfind(prefix, 0) == 0) error = error.substr(prefix.size());
-      return false;
-    }
-    return true;
-  };
-  return d;
-}
-
-SettingDef MultipathTableSetting() {
-  SettingDef d{"MultipathTable", "up to 8 rows of 6", "", "multipath rows: switch (\"y\", \"n\", other keeps the row before's), label, PRN, amplitude, delay, start time (s); `--set` form `y,,5,0.5,30,2;n,,7,0.3,10,0`", {}, {}};
-  d.show = [](const Settings& s) {
-    std::vector<std::string> rows;
-    for (const dif::MultipathRow& r : s.dif.MultipathTable)
-      rows.push_back(fmt::format("[\"{}\", \"{}\", {}, {}, {}, {}]", r.enable, r.label, r.prn,
-                                 ShowDouble(r.amplitude), ShowDouble(r.delay), ShowDouble(r.startTime)));
-    return fmt::format("[{}]", fmt::join(rows, ", "));
-  };
-  d.fromText = [](Settings& s, std::string_view text, std::string& error) {
-    std::vector<dif::MultipathRow> rows;
-    text = Trim(text);
-    if (!text.empty()) {
-      size_t start = 0;
-      for (;;) {
-        const size_t semi = text.find(';', start);
-        const std::string_view rowText = text.substr(start, semi == std::string_view::npos ? text.npos : semi - start);
-        const auto cols = SplitCommas(rowText);
-        const int number = static_cast<int>(rows.size()) + 1;
-        if (cols.size() != 6) {
-          error = fmt::format("row {}: expected 6 columns (switch, label, PRN, amplitude, delay, start time), got {}", number, cols.size());
-          return false;
-        }
-        dif::MultipathRow row;
-        row.enable = std::string(cols[0]);
-        row.label = std::string(cols[1]);
-        std::string why;
-        if (!ParseIntText(cols[2], row.prn, why) || !ParseDoubleText(cols[3], row.amplitude, why) ||
-            !ParseDoubleText(cols[4], row.delay, why) || !ParseDoubleText(cols[5], row.startTime, why)) {
-          error = fmt::format("row {}: {}", number, why);
-          return false;
-        }
-        rows.push_back(row);
-        if (rows.size() > static_cast<size_t>(dif::kMultipathRows)) {
-          error = fmt::format("the table has {} rows at most", dif::kMultipathRows);
-          return false;
-        }
-        if (semi == std::string_view::npos) break;
-        start = semi + 1;
-      }
-    }
-    s.dif.MultipathTable = std::move(rows);
-    return true;
-  };
-  return d;
-}
-
-SettingDef SignalChoiceSetting() {
-  SettingDef d{"SignalChoice", "text", "", "signal button: CA, L1C, L2C, L5, SP1, SP2 or BOC; sets SignalOptionA/B and nothing else: every run makes C/A code on L1", {}, {}};
-  d.show = [](const Settings& s) { return "\"" + s.dif.SignalChoice + "\""; };
-  d.fromText = [](Settings& s, std::string_view text, std::string& error) {
-    dif::SignalChoice choice;
-    const std::string t(Trim(text));
-    if (!dif::ParseSignalChoice(t, choice)) {
-      error = fmt::format("expected one of CA, L1C, L2C, L5, SP1, SP2, BOC, got \"{}\"", t);
-      return false;
-    }
-    const dif::SignalOptions o = dif::SignalChoiceOptions(choice);
-    s.dif.SignalChoice = t;
-    s.dif.SignalOptionA = o.optionA;
-    s.dif.SignalOptionB = o.optionB;
-    return true;
-  };
-  return d;
-}
-
-#define S_INT(NAME, EXPR, ...) Int(#NAME, [](Settings& s) -> int32_t& { return s.EXPR; }, __VA_ARGS__)
-#define S_DBL(NAME, EXPR, ...) Double(#NAME, [](Settings& s) -> double& { return s.EXPR; }, __VA_ARGS__)
-#define S_TXT(NAME, EXPR, ...) Text(#NAME, [](Settings& s) -> std::string& { return s.EXPR; }, __VA_ARGS__)
-#define S_DARR(NAME, EXPR, ...) \
-  DoubleArray(#NAME, [](Settings& s) -> std::array<double, kStations>& { return s.EXPR; }, __VA_ARGS__)
 
 std::vector<SettingDef> BuildRegistry() {
   std::vector<SettingDef> r;
-  // Scenario.
-  r.push_back(S_INT(ObservationEnabled, scenario.ObservationEnabled, "", "1: `sim` runs the observation run (when DifEnabled is 0)"));
-  r.push_back(S_INT(DifEnabled, scenario.DifEnabled, "", "1: `sim` runs the DIF run"));
-  r.push_back(S_INT(ScenarioYear, scenario.ScenarioYear, "", "scenario date: year"));
-  r.push_back(S_INT(ScenarioMonth, scenario.ScenarioMonth, "", "scenario date: month", 1, 12));
-  r.push_back(S_INT(ScenarioDay, scenario.ScenarioDay, "", "scenario date: day of month", 1, 31));
-  r.push_back(S_INT(ScenarioHour, scenario.ScenarioHour, "h", "scenario start: hour (GPS time)"));
-  r.push_back(S_INT(ScenarioMinute, scenario.ScenarioMinute, "min", "scenario start: minute"));
-  r.push_back(S_DBL(ScenarioSecond, scenario.ScenarioSecond, "s", "scenario start: second"));
-  r.push_back(S_INT(LeapSeconds, scenario.LeapSeconds, "s", "added to the GPS seconds of week of the scenario date"));
-  r.push_back(S_INT(ScenarioDuration, scenario.ScenarioDuration, "min", "length of an observation run (a reference station run lasts 1000 times longer unless stopped)"));
-  r.push_back(S_INT(ObservationInterval, scenario.ObservationInterval, "ms", "epoch interval of a static receiver; 1 for a record that feeds a DIF run"));
-  r.push_back(S_DBL(ElevationMask, scenario.ElevationMask, "deg", "satellites below are left out"));
-  r.push_back(S_INT(TrajectoryMode, scenario.TrajectoryMode, "", "1: static receiver at ReceiverLatitude/Longitude/Altitude; 0: TrajectoryFile"));
-  r.push_back(S_TXT(TrajectoryFile, scenario.TrajectoryFile, "path", "trajectory: one line per epoch, `ms,lat,lon,alt,x`"));
-  r.push_back(S_DBL(ReceiverLatitude, scenario.ReceiverLatitude, "deg", "static receiver latitude"));
-  r.push_back(S_DBL(ReceiverLongitude, scenario.ReceiverLongitude, "deg", "static receiver longitude"));
-  r.push_back(S_DBL(ReceiverAltitude, scenario.ReceiverAltitude, "m", "static receiver height above the ellipsoid"));
-  r.push_back(S_INT(ConstellationChoice, scenario.ConstellationChoice, "", "signal system: below 3: 32 satellites; 3-5: 24; 6: 3; 7: 36; above: 0. 0 alone gives the L1 carrier, others a carrier of 0"));
-  r.push_back(S_INT(KeepOrbitEpochs, scenario.KeepOrbitEpochs, "", "0: move the orbits to the scenario time and load orbit files as YUMA; 1: keep their epochs and load as RINEX navigation"));
-  r.push_back(S_DBL(CodeNoiseSigma, scenario.CodeNoiseSigma, "m", "code noise standard deviation (drawn, not applied)"));
-  r.push_back(S_DBL(PhaseNoiseSigma, scenario.PhaseNoiseSigma, "m", "phase noise standard deviation (drawn, not applied)"));
-  r.push_back(S_INT(RecordType, scenario.RecordType, "", "record of an observation run: 0 .log, 1 .god, 2 RINEX, 3 none, 4 .srv, 5 .scn", 0, 5));
-  r.push_back(S_TXT(ObservationOutputFile, scenario.ObservationOutputFile, "path", "record file of an observation run; empty: named from the date and time by RecordType"));
-  r.push_back(S_INT(AuxiliaryInputDisabled, scenario.AuxiliaryInputDisabled, "", "0: AuxiliaryInputFile is opened (and never read)"));
-  r.push_back(S_TXT(AuxiliaryInputFile, scenario.AuxiliaryInputFile, "path", "auxiliary input, opened only"));
-  r.push_back(S_TXT(OrbitFile, scenario.OrbitFile, "path", "YUMA almanac loaded at start-up"));
-  r.push_back(S_INT(RinexStandardLayout, scenario.RinexStandardLayout, "", "1: RINEX observation files in the standard 2.11 columns with continuation lines, for standard tools; 0: the program's own layout", 0, 1));
-  // Reference stations.
-  r.push_back(S_DARR(StationMask, stations.StationMask, "deg", "elevation mask of stations 1 to 4"));
-  r.push_back(S_DARR(StationLatitude, stations.StationLatitude, "deg", "station latitudes (absolute mode; station 1 in relative mode)"));
-  r.push_back(S_DARR(StationLongitude, stations.StationLongitude, "deg", "station longitudes (absolute mode; station 1 in relative mode)"));
-  r.push_back(S_DARR(StationAltitude, stations.StationAltitude, "m", "station heights"));
-  r.push_back(S_DARR(StationOffsetNorth, stations.StationOffsetNorth, "m", "relative mode, stations 2 to 4: moves both latitude and longitude by offset / 111120"));
-  r.push_back(S_DARR(StationOffsetEast, stations.StationOffsetEast, "m", "relative mode: read, not applied"));
-  r.push_back(TextArray("StationOutputFile", [](Settings& s) -> std::array<std::string, kStations>& { return s.stations.StationOutputFile; }, "record files of stations 1 to 4; empty: named by StationRecordType"));
-  r.push_back(TextArray("StationEventFile", [](Settings& s) -> std::array<std::string, kStations>& { return s.stations.StationEventFile; }, "event files of stations 1 to 4 (`events` writes their skeletons)"));
-  r.push_back(S_INT(StationRecordType, stations.StationRecordType, "", "record of the station runs: 2 RINEX (no header), 4 .srv, 5 .scn; others as RecordType", 0, 5));
-  r.push_back(S_INT(StationCoordinatesAbsolute, stations.StationCoordinatesAbsolute, "", "1: absolute station coordinates; 0: relative to station 1"));
-  r.push_back(S_INT(StationLatchEnabled, stations.StationLatchEnabled, "", "1: latch the first epoch's time (carried only)"));
-  r.push_back(S_DARR(StationLatchValues, stations.StationLatchValues, "", "four latch values, carried and not applied"));
-  r.push_back(S_DBL(StationBaseOffset, stations.StationBaseOffset, "m", "along-track offset of station 1"));
-  // Atmosphere.
-  r.push_back(S_INT(atmosphereEnabled, atmosphere.atmosphereEnabled, "", "1: troposphere and ionosphere on"));
-  r.push_back(S_DBL(surfaceTemperature, atmosphere.surfaceTemperature, "degC", "surface temperature at the receiver"));
-  r.push_back(S_DBL(surfacePressure, atmosphere.surfacePressure, "mbar", "surface pressure at the receiver"));
-  r.push_back(S_DBL(surfaceHumidity, atmosphere.surfaceHumidity, "%", "relative humidity at the receiver"));
-  r.push_back(S_INT(tropoModel, atmosphere.tropoModel, "", "troposphere model 1, 2 or 3", 1, 3));
-  r.push_back(S_INT(klobucharSelected, atmosphere.klobucharSelected, "", "1: broadcast (Klobuchar) ionosphere; 0: electron density model"));
-  r.push_back(S_DBL(solarFlux, atmosphere.solarFlux, "sfu", "10.7 cm solar flux for the electron density model"));
-  r.push_back(S_DBL(sunspotNumber, atmosphere.sunspotNumber, "", "twelve-month smoothed sunspot number"));
-  r.push_back(IonoTable("ionoTruthTable", [](Settings& s) -> atmosphere::IonoCoefficientTable& { return s.atmosphere.ionoTruthTable; }, "Klobuchar coefficients the simulated ionosphere obeys: alpha0..alpha3, beta0..beta3"));
-  r.push_back(IonoTable("ionoBroadcastTable", [](Settings& s) -> atmosphere::IonoCoefficientTable& { return s.atmosphere.ionoBroadcastTable; }, "Klobuchar coefficients the navigation message transmits: alpha0..alpha3, beta0..beta3"));
-  // Bubble.
-  r.push_back(S_INT(bubbleEnabled, bubble.bubbleEnabled, "", "1: a plasma bubble in the slant ionosphere"));
-  r.push_back(S_INT(bubbleClassify, bubble.bubbleClassify, "", "1: classify the delay taken out"));
-  r.push_back(S_DBL(bubbleLatitude, bubble.bubbleLatitude, "deg", "latitude of the bubble's centre"));
-  r.push_back(S_DBL(bubbleLonNorth, bubble.bubbleLonNorth, "deg", "longitude of the centre of the north edge"));
-  r.push_back(S_DBL(bubbleLonSouth, bubble.bubbleLonSouth, "deg", "longitude of the centre of the south edge"));
-  r.push_back(S_DBL(bubbleWidth, bubble.bubbleWidth, "km", "east-west extent"));
-  r.push_back(S_DBL(bubbleLength, bubble.bubbleLength, "km", "north-south extent"));
-  r.push_back(S_DBL(bubbleDrift, bubble.bubbleDrift, "m/s", "drift speed along the east-west axis"));
-  r.push_back(S_INT(bubbleDriftWest, bubble.bubbleDriftWest, "", "1: drift to the west"));
-  r.push_back(S_INT(bubbleApplyDelay, bubble.bubbleApplyDelay, "", "1: take the electrons inside the bubble out of the delay"));
-  r.push_back(S_INT(bubbleRecordEnabled, bubble.bubbleRecordEnabled, "", "1: write the bubble record file"));
-  r.push_back(S_TXT(bubbleRecordPath, bubble.bubbleRecordPath, "path", "bubble record file"));
-  r.push_back(S_DBL(bubbleDepth, bubble.bubbleDepth, "", "carried, not used"));
-  r.push_back(S_INT(bubbleMode, bubble.bubbleMode, "", "carried, not used"));
-  // Navigation message.
-  r.push_back(S_INT(navPrn, nav.navPrn, "", "satellite of `nav` (1 to 32)"));
-  r.push_back(S_INT(IodcFollowsIode, nav.IodcFollowsIode, "", "1: the navigation message's IODC carries the record's IODE, for receivers that insist they match; 0: IODC 562 in every frame", 0, 1));
-  // DIF panel values that start-up reads.
-  r.push_back(S_DBL(Duration, dif.Duration, "min", "length of a DIF run"));
-  r.push_back(Choice("OutputPacked", [](Settings& s) -> std::string& { return s.dif.OutputPacked; }, {"Direct", "Packed"}, "sample file layout: Direct (one sample a byte) or Packed"));
-  r.push_back(S_INT(FilterOn, dif.FilterOn, "", "1: band-pass filter the DIF samples"));
-  r.push_back(S_INT(MaxChannels, dif.MaxChannels, "", "most channels of a DIF run"));
-  r.push_back(S_TXT(DifOutputFile, dif.DifOutputFile, "path", "sample file of a DIF run; empty: named from the date and time"));
-  r.push_back(S_INT(DifFileType, dif.DifFileType, "", "1: .bin sample file name, other: .dat"));
-  // DIF parameter table, rows 1 to 7, as typed.
-  r.push_back(S_DBL(IfFrequency, dif.IfFrequency, "kHz", "intermediate frequency of the L1 carrier in the recording"));
-  r.push_back(S_TXT(SamplingFrequency, dif.SamplingFrequency, "text", "sampling rate in kHz by its first character: 1 gives 16368, 4 gives 40920, 5 gives 54560; any other takes the IfFrequency number"));
-  r.push_back(S_INT(BitsPerSample, dif.BitsPerSample, "", "quantiser bits (Packed: 1 or 2)"));
-  r.push_back(S_DBL(Bandwidth, dif.Bandwidth, "MHz", "pass band of the 27-tap band-pass filter around the IF"));
-  r.push_back(S_TXT(FilterWindow, dif.FilterWindow, "text", "filter window by its third character: a Blackman, m Hamming, n Hann, u rectangular, other Bartlett"));
-  r.push_back(S_TXT(Decimation, dif.Decimation, "text", "by its first character: n none, 2 or 3 keep every 2nd or 3rd sample"));
-  // The other DIF settings.
-  r.push_back(S_DBL(SignalPower, dif.SignalPower, "dBW", "sets the noise: sigma = max(0, 9 - 2 (158.5 + SignalPower)) times a satellite's amplitude"));
-  r.push_back(S_INT(ScenarioDriven, dif.ScenarioDriven, "", "0: test signal of one satellite; other: follow the .scn record in ObservationOutputFile"));
-  r.push_back(S_INT(MultipathOn, dif.MultipathOn, "", "1: add the paths of MultipathTable"));
-  r.push_back(MultipathTableSetting());
-  r.push_back(S_INT(ScintEnabled, dif.ScintEnabled, "", "1: scintillation from ScintFile"));
-  r.push_back(S_INT(ScintType, dif.ScintType, "", "0: all satellites (columns by bubble class); 1: one satellite, ScintPrn from ScintStart"));
-  r.push_back(S_TXT(ScintFile, dif.ScintFile, "path", "scintillation data file"));
-  r.push_back(S_INT(ScintRate, dif.ScintRate, "1/s", "scintillation values per second (0 means 1)"));
-  r.push_back(S_INT(ScintStart, dif.ScintStart, "s", "ScintType 1: seconds into the run before the file is read"));
-  r.push_back(S_INT(ScintPrn, dif.ScintPrn, "", "ScintType 1: the satellite that scintillates"));
-  r.push_back(S_INT(TestPrn, dif.TestPrn, "", "test signal: satellite 1 to 32", 1, 32));
-  r.push_back(S_INT(TestCodeOn, dif.TestCodeOn, "", "test signal: 1 C/A code, other all code values +1"));
-  r.push_back(S_INT(TestCarrierOn, dif.TestCarrierOn, "", "test signal: 0 baseband, no carrier"));
-  r.push_back(S_INT(TestDataOn, dif.TestDataOn, "", "test signal: 0 takes TestDataMode as 0"));
-  r.push_back(S_INT(TestDataMode, dif.TestDataMode, "", "test signal bits: 0 all +1, 1 alternating, 2 from simulated.nvb"));
-  r.push_back(S_INT(TestDopplerOn, dif.TestDopplerOn, "", "test signal: 1 applies TestDoppler"));
-  r.push_back(S_DBL(TestDoppler, dif.TestDoppler, "Hz", "test signal Doppler"));
-  r.push_back(SignalChoiceSetting());
-  r.push_back(S_INT(SignalOptionA, dif.SignalOptionA, "", "signal tab option A (set by SignalChoice; no run reads it)"));
-  r.push_back(S_INT(SignalOptionB, dif.SignalOptionB, "", "signal tab option B (set by SignalChoice; no run reads it)"));
-  r.push_back(S_INT(InCode, dif.InCode, "", "signal tab code toggle 1 or 2 (no run reads it)", 1, 2));
-  r.push_back(S_INT(DifThreads, dif.DifThreads, "", "threads of the sample generator (channels on threads), 0: one per core; the file is the same for any number", 0, 64));
-  // Scintillation: the series generator and the shaping-filter fit.
-  r.push_back(S_DBL(AmpBandLow, scint.AmpBandLow, "Hz", "amplitude band-pass, low corner (at 20 samples/s)"));
-  r.push_back(S_DBL(AmpBandHigh, scint.AmpBandHigh, "Hz", "amplitude band-pass, high corner; 10 Hz or more is held at 9.8 Hz"));
-  r.push_back(S_DBL(PhaseBandLow, scint.PhaseBandLow, "Hz", "phase band-pass, low corner"));
-  r.push_back(S_DBL(PhaseBandHigh, scint.PhaseBandHigh, "Hz", "phase band-pass, high corner; 10 Hz or more is held at 9.8 Hz"));
-  r.push_back(S_DBL(ScintIndex, scint.ScintIndex, "", "amplitude scintillation index: standard deviation of the raw amplitude series around its mean of 1"));
-  r.push_back(S_DBL(ScintCorrelation, scint.ScintCorrelation, "", "size of the (negative) amplitude-phase correlation; 0 is refused"));
-  r.push_back(S_DBL(PhaseSigma, scint.PhaseSigma, "rad", "phase scale"));
-  r.push_back(S_INT(AmpFilterOn, scint.AmpFilterOn, "", "1: shape the amplitude with the filter of AmpFilterFile (b times 1.1)"));
-  r.push_back(S_INT(PhaseFilterOn, scint.PhaseFilterOn, "", "1: shape the phase with the filter of PhaseFilterFile (b times 3.1)"));
-  r.push_back(S_TXT(AmpFilterFile, scint.AmpFilterFile, "path", "amplitude shaping filter (a file written by scint-fit)"));
-  r.push_back(S_TXT(PhaseFilterFile, scint.PhaseFilterFile, "path", "phase shaping filter (a file written by scint-fit)"));
-  r.push_back(S_TXT(ScintTargetFile, scint.ScintTargetFile, "path", "target response: `N,na`, then N lines `frequency,response`"));
-  r.push_back(S_INT(FilterPoles, scint.FilterPoles, "", "na of the fit (scint-load sets it from the target file)"));
-  r.push_back(S_INT(FilterZeros, scint.FilterZeros, "", "nb of the fit (scint-load sets N - na - 1)"));
-  r.push_back(S_TXT(ScintFilterOutFile, scint.ScintFilterOutFile, "path", "filter file scint-fit writes"));
-  std::sort(r.begin(), r.end(), [](const SettingDef& a, const SettingDef& b) { return a.name < b.name; });
+  Append<ScenarioSettings, &Settings::scenario>(r, ScenarioSettingTable());
+  Append<StationSettings, &Settings::stations>(r, StationSettingTable());
+  Append<atmosphere::AtmosphereSettings, &Settings::atmosphere>(
+      r, atmosphere::AtmosphereSettingTable());
+  Append<BubblePanel, &Settings::bubble>(r, atmosphere::BubbleSettingTable());
+  Append<NavPanel, &Settings::nav>(r, navmsg::NavSettingTable());
+  Append<DifPanel, &Settings::dif>(r, dif::DifSettingTable());
+  Append<scintillation::ScintSettings, &Settings::scint>(r, scintillation::ScintSettingTable());
+  std::sort(r.begin(), r.end(),
+            [](const SettingDef& a, const SettingDef& b) { return a.name < b.name; });
   return r;
 }
 
@@ -467,6 +133,111 @@ bool ApplyTomlTable(Settings& settings, const toml::table& table, const std::str
 
 }  // namespace
 
+const platform::SettingTable<ScenarioSettings>& ScenarioSettingTable() {
+  using S = ScenarioSettings;
+  static const platform::SettingTable<S> table = {
+      {.name = "ObservationEnabled", .member = &S::ObservationEnabled,
+       .meaning = "1: `sim` runs the observation run (when DifEnabled is 0)"},
+      {.name = "DifEnabled", .member = &S::DifEnabled, .meaning = "1: `sim` runs the DIF run"},
+      {.name = "ScenarioYear", .member = &S::ScenarioYear, .min = 1980, .max = 2100,
+       .meaning = "scenario date: year"},
+      {.name = "ScenarioMonth", .member = &S::ScenarioMonth, .min = 1, .max = 12,
+       .meaning = "scenario date: month"},
+      {.name = "ScenarioDay", .member = &S::ScenarioDay, .min = 1, .max = 31,
+       .meaning = "scenario date: day of month"},
+      {.name = "ScenarioHour", .member = &S::ScenarioHour, .unit = "h", .min = 0, .max = 23,
+       .meaning = "scenario start: hour (GPS time)"},
+      {.name = "ScenarioMinute", .member = &S::ScenarioMinute, .unit = "min", .min = 0,
+       .max = 59, .meaning = "scenario start: minute"},
+      {.name = "ScenarioSecond", .member = &S::ScenarioSecond, .unit = "s", .min = 0, .max = 60,
+       .meaning = "scenario start: second"},
+      {.name = "LeapSeconds", .member = &S::LeapSeconds, .unit = "s", .min = 0, .max = 100,
+       .meaning = "added to the GPS seconds of week of the scenario date"},
+      // A station run counts milliseconds of ScenarioDuration in an int.
+      {.name = "ScenarioDuration", .member = &S::ScenarioDuration, .unit = "min", .min = 0,
+       .max = 35000,
+       .meaning = "length of an observation run (a reference station run lasts 1000 times "
+                  "longer unless stopped)"},
+      {.name = "ObservationInterval", .member = &S::ObservationInterval, .unit = "ms", .max = 3600000,
+       .meaning = "epoch interval of a static receiver; 1 for a record that feeds a DIF run"},
+      {.name = "ElevationMask", .member = &S::ElevationMask, .unit = "deg", .min = -90,
+       .max = 90, .meaning = "satellites below are left out"},
+      {.name = "TrajectoryMode", .member = &S::TrajectoryMode,
+       .meaning = "1: static receiver at ReceiverLatitude/Longitude/Altitude; 0: TrajectoryFile"},
+      {.name = "TrajectoryFile", .member = &S::TrajectoryFile, .type = "path",
+       .meaning = "trajectory: one line per epoch, `ms,lat,lon,alt,x`"},
+      {.name = "ReceiverLatitude", .member = &S::ReceiverLatitude, .unit = "deg", .min = -90,
+       .max = 90, .meaning = "static receiver latitude"},
+      {.name = "ReceiverLongitude", .member = &S::ReceiverLongitude, .unit = "deg",
+       .min = -180, .max = 360, .meaning = "static receiver longitude"},
+      {.name = "ReceiverAltitude", .member = &S::ReceiverAltitude, .unit = "m",
+       .meaning = "static receiver height above the ellipsoid"},
+      {.name = "ConstellationChoice", .member = &S::ConstellationChoice,
+       .meaning = "signal system: below 3: 32 satellites; 3-5: 24; 6: 3; 7: 36; above: 0. 0 "
+                  "alone gives the L1 carrier, others a carrier of 0"},
+      {.name = "KeepOrbitEpochs", .member = &S::KeepOrbitEpochs,
+       .meaning = "0: move the orbits to the scenario time and load orbit files as YUMA; 1: "
+                  "keep their epochs and load as RINEX navigation"},
+      {.name = "CodeNoiseSigma", .member = &S::CodeNoiseSigma, .unit = "m", .min = 0,
+       .max = kNone, .meaning = "code noise standard deviation (drawn, not applied)"},
+      {.name = "PhaseNoiseSigma", .member = &S::PhaseNoiseSigma, .unit = "m", .min = 0,
+       .max = kNone, .meaning = "phase noise standard deviation (drawn, not applied)"},
+      {.name = "RecordType", .member = &S::RecordType, .min = 0, .max = 5,
+       .meaning = "record of an observation run: 0 .log, 1 .god, 2 RINEX, 3 none, 4 .srv, 5 "
+                  ".scn"},
+      {.name = "ObservationOutputFile", .member = &S::ObservationOutputFile, .type = "path",
+       .meaning = "record file of an observation run; empty: named from the date and time by "
+                  "RecordType"},
+      {.name = "AuxiliaryInputDisabled", .member = &S::AuxiliaryInputDisabled,
+       .meaning = "0: AuxiliaryInputFile is opened (and never read)"},
+      {.name = "AuxiliaryInputFile", .member = &S::AuxiliaryInputFile, .type = "path",
+       .meaning = "auxiliary input, opened only"},
+      {.name = "OrbitFile", .member = &S::OrbitFile, .type = "path",
+       .meaning = "YUMA almanac loaded at start-up"},
+      {.name = "RinexStandardLayout", .member = &S::RinexStandardLayout, .min = 0, .max = 1,
+       .meaning = "1: RINEX observation files in the standard 2.11 columns with continuation "
+                  "lines, for standard tools; 0: the program's own layout"},
+  };
+  return table;
+}
+
+const platform::SettingTable<StationSettings>& StationSettingTable() {
+  using S = StationSettings;
+  static const platform::SettingTable<S> table = {
+      {.name = "StationMask", .member = &S::StationMask, .unit = "deg", .min = -90, .max = 90,
+       .meaning = "elevation mask of stations 1 to 4"},
+      {.name = "StationLatitude", .member = &S::StationLatitude, .unit = "deg", .min = -90,
+       .max = 90,
+       .meaning = "station latitudes (absolute mode; station 1 in relative mode)"},
+      {.name = "StationLongitude", .member = &S::StationLongitude, .unit = "deg", .min = -180,
+       .max = 360,
+       .meaning = "station longitudes (absolute mode; station 1 in relative mode)"},
+      {.name = "StationAltitude", .member = &S::StationAltitude, .unit = "m",
+       .meaning = "station heights"},
+      {.name = "StationOffsetNorth", .member = &S::StationOffsetNorth, .unit = "m",
+       .meaning = "relative mode, stations 2 to 4: moves both latitude and longitude by offset "
+                  "/ 111120"},
+      {.name = "StationOffsetEast", .member = &S::StationOffsetEast, .unit = "m",
+       .meaning = "relative mode: read, not applied"},
+      {.name = "StationOutputFile", .member = &S::StationOutputFile,
+       .meaning = "record files of stations 1 to 4; empty: named by StationRecordType"},
+      {.name = "StationEventFile", .member = &S::StationEventFile,
+       .meaning = "event files of stations 1 to 4 (`events` writes their skeletons)"},
+      {.name = "StationRecordType", .member = &S::StationRecordType, .min = 0, .max = 5,
+       .meaning = "record of the station runs: 2 RINEX (no header), 4 .srv, 5 .scn; others as "
+                  "RecordType"},
+      {.name = "StationCoordinatesAbsolute", .member = &S::StationCoordinatesAbsolute,
+       .meaning = "1: absolute station coordinates; 0: relative to station 1"},
+      {.name = "StationLatchEnabled", .member = &S::StationLatchEnabled,
+       .meaning = "1: latch the first epoch's time (carried only)"},
+      {.name = "StationLatchValues", .member = &S::StationLatchValues,
+       .meaning = "four latch values, carried and not applied"},
+      {.name = "StationBaseOffset", .member = &S::StationBaseOffset, .unit = "m",
+       .meaning = "along-track offset of station 1"},
+  };
+  return table;
+}
+
 const std::vector<SettingDef>& SettingRegistry() {
   static const std::vector<SettingDef> registry = BuildRegistry();
   return registry;
@@ -488,7 +259,7 @@ std::string NearestSettingName(std::string_view name) {
       best = &d;
     }
   }
-  return best ? best->name : std::string();
+  return best ? std::string(best->name) : std::string();
 }
 
 bool ApplySetAssignment(Settings& settings, std::string_view assignment, std::string_view source,
@@ -498,7 +269,7 @@ bool ApplySetAssignment(Settings& settings, std::string_view assignment, std::st
     error = fmt::format("{}: \"{}\" is not of the form Name=value", source, assignment);
     return false;
   }
-  const std::string_view name = Trim(assignment.substr(0, eq));
+  const std::string_view name = TrimSetting(assignment.substr(0, eq));
   const SettingDef* def = FindSetting(name);
   if (!def) {
     error = UnknownMessage(source, name);
@@ -535,6 +306,7 @@ void ReadSettingsFile(Settings& settings, const std::filesystem::path& path,
                               path.string()));
     return;
   }
+  const Settings before = settings;
   auto& sc = settings.scenario;
   std::string line;
   int lines = 0;
@@ -599,6 +371,25 @@ void ReadSettingsFile(Settings& settings, const std::filesystem::path& path,
       default: break;
     }
   }
+  // The file's numbers pass the same ranges as every other source; one outside its range
+  // is reported with its line and the setting keeps the value it had before the file.
+  static constexpr std::pair<int, std::string_view> kNumberLines[] = {
+      {3, "ReceiverLatitude"}, {4, "ReceiverLongitude"}, {5, "ReceiverAltitude"},
+      {6, "ScenarioYear"},     {7, "ScenarioMonth"},     {8, "ScenarioDay"},
+      {9, "ScenarioHour"},     {10, "ScenarioMinute"},   {11, "ScenarioDuration"},
+      {12, "Duration"},        {16, "MaxChannels"}};
+  for (const auto& [n, name] : kNumberLines) {
+    const SettingDef* def = FindSetting(name);
+    if (def == nullptr || n > lines) continue;
+    Settings probe = settings;
+    std::string error;
+    if (def->fromText(probe, def->show(settings), error)) continue;
+    const std::string kept = def->show(before);
+    messages.Warn(fmt::format("settings file {}, line {}: {}: {}; it keeps {}", path.string(), n,
+                              name, error, kept));
+    std::string ignored;
+    def->fromText(settings, kept, ignored);
+  }
   if (!unread.empty())
     messages.Warn(fmt::format("settings file {}: line(s) {} could not be read; those settings "
                               "keep their values",
@@ -620,9 +411,11 @@ std::string SettingsReference() {
       "command line. Lists (stations, coefficient tables) are written `a,b,c` after `--set` "
       "and as arrays in TOML. Paths that start with C:/VLD are mapped into the data "
       "directory.\n\n"
-      "| Setting | Type | Unit | Default | Meaning |\n|---|---|---|---|---|\n";
+      "Values outside a setting's range are refused with the setting, the value and the "
+      "range.\n\n"
+      "| Setting | Type | Unit | Range | Default | Meaning |\n|---|---|---|---|---|---|\n";
   for (const SettingDef& d : SettingRegistry()) {
-    out += fmt::format("| `{}` | {} | {} | `{}` | {} |\n", d.name, d.type, d.unit,
+    out += fmt::format("| `{}` | {} | {} | {} | `{}` | {} |\n", d.name, d.type, d.unit, d.range,
                        d.show(defaults), d.meaning);
   }
   return out;

@@ -11,7 +11,6 @@
 #include <array>
 #include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +18,8 @@
 #include "atmosphere/atmosphere_settings.h"
 #include "atmosphere/bubble_settings.h"
 #include "dif/dif_settings.h"
+#include "navmsg/nav_message.h"
+#include "platform/setting_table.h"
 #include "scintillation/scint_settings.h"
 
 namespace vorel::platform {
@@ -27,25 +28,11 @@ struct Messages;
 
 namespace vorel::app {
 
-inline constexpr int kStations = 4;
+inline constexpr int kStations = platform::kSettingArraySize;
 
-// The bubble as the map panel holds it: drift as typed, and a path for its record file.
-struct BubblePanel {
-  int32_t bubbleEnabled = 0;
-  int32_t bubbleClassify = 0;
-  double bubbleLatitude = 0.0;
-  double bubbleLonNorth = 0.0;
-  double bubbleLonSouth = 0.0;
-  double bubbleWidth = 0.0;
-  double bubbleLength = 0.0;
-  double bubbleDrift = 0.0;  // m/s as typed
-  int32_t bubbleDriftWest = 0;
-  int32_t bubbleApplyDelay = 0;
-  int32_t bubbleRecordEnabled = 0;
-  std::string bubbleRecordPath;
-  double bubbleDepth = 0.0;
-  int32_t bubbleMode = 3;
-};
+using BubblePanel = atmosphere::BubblePanelValues;
+using DifPanel = dif::DifPanelValues;
+using NavPanel = navmsg::NavPanelValues;
 
 struct ScenarioSettings {
   int32_t ObservationEnabled = 1;
@@ -96,52 +83,6 @@ struct StationSettings {
   double StationBaseOffset = 0.0;
 };
 
-// The DIF panel and its tabs. Rows 1 to 7 of the parameter table hold what the user types.
-struct DifPanel {
-  double Duration = 1.0;  // minutes of a DIF run
-  std::string OutputPacked = "Packed";
-  int32_t FilterOn = 0;
-  int32_t MaxChannels = 12;
-  std::string DifOutputFile;  // empty: named by the date rule
-  int32_t DifFileType = 1;    // 1 .bin, other .dat
-  double IfFrequency = 4092.0;             // kHz
-  std::string SamplingFrequency = "16368";  // kHz, by its first character
-  int32_t BitsPerSample = 2;
-  double Bandwidth = 2.5;  // MHz
-  std::string FilterWindow = "Hamming";
-  std::string Decimation = "none";
-  double SignalPower = -158.5;  // dBW
-  int32_t ScenarioDriven = 1;
-  int32_t MultipathOn = 0;
-  std::vector<dif::MultipathRow> MultipathTable;  // at most 8 rows
-  int32_t ScintEnabled = 0;
-  int32_t ScintType = 0;
-  std::string ScintFile;
-  int32_t ScintRate = 0;
-  int32_t ScintStart = 0;
-  int32_t ScintPrn = 0;
-  int32_t TestPrn = 1;
-  int32_t TestCodeOn = 1;
-  int32_t TestCarrierOn = 1;
-  int32_t TestDataOn = 0;
-  int32_t TestDataMode = 0;
-  int32_t TestDopplerOn = 0;
-  double TestDoppler = 0.0;
-  // The signal buttons and the options of the signal tab: shown, never read by a run.
-  std::string SignalChoice = "CA";
-  int32_t SignalOptionA = 0;
-  int32_t SignalOptionB = 0;
-  int32_t InCode = 1;
-  // Threads of the sample generator (0: one per core); the bytes are the same for any.
-  int32_t DifThreads = 0;
-};
-
-// What the navigation message commands read.
-struct NavPanel {
-  int32_t navPrn = 1;
-  int32_t IodcFollowsIode = 0;
-};
-
 struct Settings {
   ScenarioSettings scenario;
   StationSettings stations;
@@ -153,16 +94,29 @@ struct Settings {
   std::string SettingsFile;  // informational: the file read at start-up
 };
 
-// One known setting: its name, unit, meaning, and how to read and show it.
+// One known setting: an entry of a module's table and the part of Settings it lives in.
 struct SettingDef {
-  std::string name;
-  std::string type;  // "int", "double", "text", "path", "4 x double", ...
-  std::string unit;
-  std::string meaning;
-  std::function<std::string(const Settings&)> show;
-  // Reads a value from text ("--set" and the SettingsFile). Returns false with `error`.
-  std::function<bool(Settings&, std::string_view, std::string&)> fromText;
+  std::string_view name;
+  std::string_view type;  // "int", "double", "text", "path", "4 x double", ...
+  std::string_view unit;
+  std::string_view meaning;
+  std::string range;  // "1 to 12", "at least 0"; empty: any value of the type
+  const void* entry = nullptr;  // the module's platform::Setting
+  std::string (*showIn)(const void* entry, const Settings& settings) = nullptr;
+  bool (*readIn)(const void* entry, Settings& settings, std::string_view text,
+                 std::string& error) = nullptr;
+
+  std::string show(const Settings& settings) const { return showIn(entry, settings); }
+  // Reads a value from text ("--set", TOML and the SettingsFile). Returns false with the
+  // reason in `error`; the setting is then unchanged.
+  bool fromText(Settings& settings, std::string_view text, std::string& error) const {
+    return readIn(entry, settings, text, error);
+  }
 };
+
+// The tables of the application's own structs.
+const platform::SettingTable<ScenarioSettings>& ScenarioSettingTable();
+const platform::SettingTable<StationSettings>& StationSettingTable();
 
 const std::vector<SettingDef>& SettingRegistry();
 const SettingDef* FindSetting(std::string_view name);

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "atmosphere/atmosphere_state.h"
+#include "platform/setting_table.h"
 
 namespace vorel::atmosphere {
 
@@ -51,6 +52,9 @@ struct AtmosphereSettings {
   IonoCoefficientTable ionoTruthTable;
   IonoCoefficientTable ionoBroadcastTable;
 };
+
+// The settings of the atmosphere pages, with their units, ranges and meanings.
+const platform::SettingTable<AtmosphereSettings>& AtmosphereSettingTable();
 
 // The model-choice buttons: each turns its own button on and the two others off.
 void ChooseBroadcastIonosphere(AtmosphereSettings& settings);

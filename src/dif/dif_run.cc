@@ -91,7 +91,9 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
   MultipathRecords multipath{};
   if (panel.MultipathOn == 1) {
     int32_t skipped = 0;
-    LoadMultipathTable(panel.MultipathTable, panel.multipathRowCount, multipath, skipped);
+    std::array<MultipathRow, kMultipathRows> rows{};
+    const int32_t rowCount = MultipathRowsOf(panel, rows);
+    LoadMultipathTable(rows, rowCount, multipath, skipped);
     if (skipped > 0)
       messages.Warn(
           fmt::format("MultipathTable: {} switched-on row(s) name a PRN outside 1 to 32 "

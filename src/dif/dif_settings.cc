@@ -1,5 +1,7 @@
-#include "gnss/constants.h"
 #include "dif/dif_settings.h"
+
+#include "dif/ca_code.h"
+#include "gnss/constants.h"
 
 #include <fmt/format.h>
 
@@ -130,6 +132,174 @@ std::string CheckDifSettings(const DifSettings& s) {
   if (s.ScenarioDriven == 0 && (s.TestPrn < 1 || s.TestPrn > 32))
     return fmt::format("TestPrn is {}; satellites 1 to 32 exist", s.TestPrn);
   return "";
+}
+
+}  // namespace vorel::dif
+
+namespace vorel::dif {
+namespace {
+
+std::string ShowMultipathTable(const DifPanelValues& p) {
+  std::vector<std::string> rows;
+  for (const MultipathRow& r : p.MultipathTable)
+    rows.push_back(fmt::format("[\"{}\", \"{}\", {}, {}, {}, {}]", r.enable, r.label, r.prn,
+                               platform::ShowSettingDouble(r.amplitude),
+                               platform::ShowSettingDouble(r.delay),
+                               platform::ShowSettingDouble(r.startTime)));
+  return fmt::format("[{}]", fmt::join(rows, ", "));
+}
+
+bool ReadMultipathTable(DifPanelValues& p, std::string_view text, std::string& error) {
+  std::vector<MultipathRow> rows;
+  text = platform::TrimSetting(text);
+  if (!text.empty()) {
+    for (std::string_view rowText : platform::SplitSettingList(text, ';')) {
+      const auto cols = platform::SplitSettingList(rowText);
+      const int number = static_cast<int>(rows.size()) + 1;
+      if (cols.size() != 6) {
+        error = fmt::format(
+            "row {}: expected 6 columns (switch, label, PRN, amplitude, delay, start time), "
+            "got {}",
+            number, cols.size());
+        return false;
+      }
+      MultipathRow row;
+      row.enable = std::string(cols[0]);
+      row.label = std::string(cols[1]);
+      std::string why;
+      if (!platform::ParseSettingInt(cols[2], row.prn, why) ||
+          !platform::ParseSettingDouble(cols[3], row.amplitude, why) ||
+          !platform::ParseSettingDouble(cols[4], row.delay, why) ||
+          !platform::ParseSettingDouble(cols[5], row.startTime, why)) {
+        error = fmt::format("row {}: {}", number, why);
+        return false;
+      }
+      rows.push_back(row);
+      if (rows.size() > static_cast<size_t>(kMultipathRows)) {
+        error = fmt::format("the table has {} rows at most", kMultipathRows);
+        return false;
+      }
+    }
+  }
+  p.MultipathTable = std::move(rows);
+  return true;
+}
+
+bool ReadSignalChoice(DifPanelValues& p, std::string_view text, std::string& error) {
+  const std::string_view t = platform::TrimSetting(text);
+  SignalChoice choice;
+  if (!ParseSignalChoice(t, choice)) {
+    error = fmt::format("expected one of CA, L1C, L2C, L5, SP1, SP2, BOC, got \"{}\"", t);
+    return false;
+  }
+  const SignalOptions o = SignalChoiceOptions(choice);
+  p.SignalChoice = std::string(t);
+  p.SignalOptionA = o.optionA;
+  p.SignalOptionB = o.optionB;
+  return true;
+}
+
+std::string ShowSignalChoice(const DifPanelValues& p) { return "\"" + p.SignalChoice + "\""; }
+
+constexpr std::string_view kLayouts[] = {"Direct", "Packed"};
+constexpr double kNone = platform::kNoBound;
+
+}  // namespace
+
+const platform::SettingTable<DifPanelValues>& DifSettingTable() {
+  using P = DifPanelValues;
+  static const platform::SettingTable<P> table = {
+      // Values that start-up reads.
+      {.name = "Duration", .member = &P::Duration, .unit = "min", .min = 0, .max = 1e6,
+       .meaning = "length of a DIF run"},
+      {.name = "OutputPacked", .member = &P::OutputPacked,
+       .meaning = "sample file layout: Direct (one sample a byte) or Packed", .choices = kLayouts},
+      {.name = "FilterOn", .member = &P::FilterOn,
+       .meaning = "1: band-pass filter the DIF samples"},
+      {.name = "MaxChannels", .member = &P::MaxChannels, .min = 0, .max = 32,
+       .meaning = "most channels of a DIF run (0: 20)"},
+      {.name = "DifOutputFile", .member = &P::DifOutputFile, .type = "path",
+       .meaning = "sample file of a DIF run; empty: named from the date and time"},
+      {.name = "DifFileType", .member = &P::DifFileType,
+       .meaning = "1: .bin sample file name, other: .dat"},
+      // The parameter table, rows 1 to 7, as typed.
+      {.name = "IfFrequency", .member = &P::IfFrequency, .unit = "kHz",
+       .meaning = "intermediate frequency of the L1 carrier in the recording"},
+      {.name = "SamplingFrequency", .member = &P::SamplingFrequency,
+       .meaning = "sampling rate in kHz by its first character: 1 gives 16368, 4 gives 40920, "
+                  "5 gives 54560; any other takes the IfFrequency number"},
+      {.name = "BitsPerSample", .member = &P::BitsPerSample, .min = 1, .max = 16,
+       .meaning = "quantiser bits (Packed: 1 or 2; Direct keeps the low 8 bits of a level)"},
+      {.name = "Bandwidth", .member = &P::Bandwidth, .unit = "MHz",
+       .meaning = "pass band of the 27-tap band-pass filter around the IF"},
+      {.name = "FilterWindow", .member = &P::FilterWindow,
+       .meaning = "filter window by its third character: a Blackman, m Hamming, n Hann, "
+                  "u rectangular, other Bartlett"},
+      {.name = "Decimation", .member = &P::Decimation,
+       .meaning = "by its first character: n none, 2 or 3 keep every 2nd or 3rd sample"},
+      // The other DIF settings.
+      {.name = "SignalPower", .member = &P::SignalPower, .unit = "dBW",
+       .meaning = "sets the noise: sigma = max(0, 9 - 2 (158.5 + SignalPower)) times a "
+                  "satellite's amplitude"},
+      {.name = "ScenarioDriven", .member = &P::ScenarioDriven,
+       .meaning = "0: test signal of one satellite; other: follow the .scn record in "
+                  "ObservationOutputFile"},
+      {.name = "MultipathOn", .member = &P::MultipathOn,
+       .meaning = "1: add the paths of MultipathTable"},
+      {.name = "MultipathTable", .type = "up to 8 rows of 6",
+       .meaning = "multipath rows: switch (\"y\", \"n\", other keeps the row before's), label, "
+                  "PRN, amplitude, delay, start time (s); `--set` form "
+                  "`y,,5,0.5,30,2;n,,7,0.3,10,0`",
+       .show = ShowMultipathTable, .read = ReadMultipathTable},
+      {.name = "ScintEnabled", .member = &P::ScintEnabled,
+       .meaning = "1: scintillation from ScintFile"},
+      {.name = "ScintType", .member = &P::ScintType,
+       .meaning = "0: all satellites (columns by bubble class); 1: one satellite, ScintPrn "
+                  "from ScintStart"},
+      {.name = "ScintFile", .member = &P::ScintFile, .type = "path",
+       .meaning = "scintillation data file"},
+      {.name = "ScintRate", .member = &P::ScintRate, .unit = "1/s", .min = 0, .max = 1000,
+       .meaning = "scintillation values per second (0 means 1)"},
+      {.name = "ScintStart", .member = &P::ScintStart, .unit = "s", .min = 0, .max = kNone,
+       .meaning = "ScintType 1: seconds into the run before the file is read"},
+      {.name = "ScintPrn", .member = &P::ScintPrn, .min = 0, .max = 32,
+       .meaning = "ScintType 1: the satellite that scintillates"},
+      {.name = "TestPrn", .member = &P::TestPrn, .min = 1, .max = 32,
+       .meaning = "test signal: satellite 1 to 32"},
+      {.name = "TestCodeOn", .member = &P::TestCodeOn,
+       .meaning = "test signal: 1 C/A code, other all code values +1"},
+      {.name = "TestCarrierOn", .member = &P::TestCarrierOn,
+       .meaning = "test signal: 0 baseband, no carrier"},
+      {.name = "TestDataOn", .member = &P::TestDataOn,
+       .meaning = "test signal: 0 takes TestDataMode as 0"},
+      {.name = "TestDataMode", .member = &P::TestDataMode,
+       .meaning = "test signal bits: 0 all +1, 1 alternating, 2 from simulated.nvb"},
+      {.name = "TestDopplerOn", .member = &P::TestDopplerOn,
+       .meaning = "test signal: 1 applies TestDoppler"},
+      {.name = "TestDoppler", .member = &P::TestDoppler, .unit = "Hz", .min = -1e7, .max = 1e7,
+       .meaning = "test signal Doppler"},
+      {.name = "SignalChoice", .type = "text",
+       .meaning = "signal button: CA, L1C, L2C, L5, SP1, SP2 or BOC; sets SignalOptionA/B and "
+                  "nothing else: every run makes C/A code on L1",
+       .show = ShowSignalChoice, .read = ReadSignalChoice},
+      {.name = "SignalOptionA", .member = &P::SignalOptionA,
+       .meaning = "signal tab option A (set by SignalChoice; no run reads it)"},
+      {.name = "SignalOptionB", .member = &P::SignalOptionB,
+       .meaning = "signal tab option B (set by SignalChoice; no run reads it)"},
+      {.name = "InCode", .member = &P::InCode, .min = 1, .max = 2,
+       .meaning = "signal tab code toggle 1 or 2 (no run reads it)"},
+      {.name = "DifThreads", .member = &P::DifThreads, .min = 0, .max = 64,
+       .meaning = "threads of the sample generator (channels on threads), 0: one per core; the "
+                  "file is the same for any number"},
+  };
+  return table;
+}
+
+int32_t MultipathRowsOf(const DifPanelValues& panel,
+                        std::array<MultipathRow, kMultipathRows>& rows) {
+  const size_t count = std::min<size_t>(panel.MultipathTable.size(), kMultipathRows);
+  std::copy_n(panel.MultipathTable.begin(), count, rows.begin());
+  return static_cast<int32_t>(count);
 }
 
 }  // namespace vorel::dif

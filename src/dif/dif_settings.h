@@ -5,6 +5,9 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
+
+#include "platform/setting_table.h"
 
 namespace vorel::dif {
 
@@ -22,29 +25,31 @@ struct MultipathRow {
   double startTime = 0.0;
 };
 
-// The DIF panel as the user fills it. Rows 1 to 7 of the parameter table are kept as typed.
+// The DIF panel and its tabs as the user fills them: the input of a DIF run. Rows 1 to 7
+// of the parameter table are kept as typed; a run derives its DifSettings from them.
 struct DifPanelValues {
+  double Duration = 1.0;                    // minutes of a DIF run
+  std::string OutputPacked = "Packed";      // row 6, "Direct" or "Packed"
+  int32_t FilterOn = 0;
+  int32_t MaxChannels = 12;
+  std::string DifOutputFile;  // empty: named by the date rule
+  int32_t DifFileType = 1;    // 1 .bin, other .dat
   double IfFrequency = 4092.0;              // row 1, kHz
   std::string SamplingFrequency = "16368";  // row 2, text: first character 1, 4 or 5
   int32_t BitsPerSample = 2;                // row 3
   double Bandwidth = 2.5;                   // row 4, MHz
   std::string FilterWindow = "Hamming";     // row 5, text: third character
-  std::string OutputPacked = "Packed";      // row 6, "Direct" or "Packed"
   std::string Decimation = "none";          // row 7, text: first character n, 2, 3
-
-  int32_t FilterOn = 0;
-  double SignalPower = -158.5;  // dBW
-  double Duration = 1.0;        // minutes
+  double SignalPower = -158.5;              // dBW
   int32_t ScenarioDriven = 1;
-  int32_t MaxChannels = 12;
   int32_t MultipathOn = 0;
+  std::vector<MultipathRow> MultipathTable;  // at most kMultipathRows rows
   int32_t ScintEnabled = 0;
   int32_t ScintType = 0;
   std::string ScintFile;
   int32_t ScintRate = 0;
   int32_t ScintStart = 0;
   int32_t ScintPrn = 0;
-
   int32_t TestPrn = 1;
   int32_t TestCodeOn = 1;
   int32_t TestCarrierOn = 1;
@@ -52,13 +57,26 @@ struct DifPanelValues {
   int32_t TestDataMode = 0;
   int32_t TestDopplerOn = 0;
   double TestDoppler = 0.0;
+  // The signal buttons and the options of the signal tab: shown, never read by a run.
+  std::string SignalChoice = "CA";
+  int32_t SignalOptionA = 0;
+  int32_t SignalOptionB = 0;
+  int32_t InCode = 1;
+  // Threads of the sample generator (0: one per core); the bytes are the same for any.
+  int32_t DifThreads = 0;
 
-  // The main panel's system selector: 0 is GPS, and the only one with a carrier.
+  // The main panel's system selector (0 is GPS, the only one with a carrier): not a
+  // setting of this panel; a run fills it in from the scenario.
   int32_t ConstellationChoice = 0;
-
-  std::array<MultipathRow, kMultipathRows> MultipathTable{};
-  int32_t multipathRowCount = 0;  // rows given; the rest of the eight are empty
 };
+
+// Every setting of the DIF panel: name, member, unit, range and meaning.
+const platform::SettingTable<DifPanelValues>& DifSettingTable();
+
+// The multipath rows of the panel as the generator takes them: the first kMultipathRows
+// rows and their count.
+int32_t MultipathRowsOf(const DifPanelValues& panel,
+                        std::array<MultipathRow, kMultipathRows>& rows);
 
 struct DifSettings {
   double IfFrequency = 0.0;        // Hz

@@ -12,6 +12,7 @@
 #include "navmsg/nav_bits.h"
 #include "orbits/orbit_record.h"
 #include "platform/messages.h"
+#include "platform/setting_table.h"
 
 namespace vorel::navmsg {
 
@@ -40,12 +41,18 @@ int GnssNavMessage(int prn, orbits::ConstellationTable& table, double alpha0, do
                    double beta3, double t, std::FILE* binaryFile, std::FILE* textFile,
                    NavMessageState& state, bool iodcFollowsIode = false);
 
-// What the two generation commands read from the settings.
-struct NavMessageSettings {
-  int navPrn = 1;                     // the satellite of WriteNavigationFiles
+// The settings of the navigation message commands as the user gives them.
+struct NavPanelValues {
+  int32_t navPrn = 1;           // the satellite of WriteNavigationFiles
+  int32_t IodcFollowsIode = 0;  // 1: IODC carries the record's IODE (not 562)
+};
+
+const platform::SettingTable<NavPanelValues>& NavSettingTable();
+
+// What the two generation commands read: the panel values and the scenario's.
+struct NavMessageSettings : NavPanelValues {
   std::array<double, 4> ionoAlpha{};  // broadcast Klobuchar alpha0..alpha3
   std::array<double, 4> ionoBeta{};   // broadcast Klobuchar beta0..beta3
-  int IodcFollowsIode = 0;            // 1: IODC carries the record's IODE (not 562)
   int OrbitsValid = 0;
   int KeepOrbitEpochs = 0;  // 0: orbits are re-dated to the scenario first
   int ScenarioYear = 2000;

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/setting_table.h"
+
 namespace vorel::scintillation {
 
 struct ScintSettings {
@@ -31,5 +33,7 @@ struct ScintSettings {
   int32_t FilterZeros = 2;  // nb
   std::string ScintFilterOutFile = "C:/VLD/scintFilter.txt";
 };
+
+const platform::SettingTable<ScintSettings>& ScintSettingTable();
 
 }  // namespace vorel::scintillation

@@ -87,6 +87,17 @@ TEST(SettingsFile, MissingOrShortFilesKeepDefaultsAndWarn) {
   ReadSettingsFile(b, dir / "bad.txt", c.messages);
   EXPECT_EQ(b.scenario.ReceiverLatitude, Settings{}.scenario.ReceiverLatitude);
   EXPECT_NE(c.warnings.back().find("line(s) 3"), std::string::npos) << c.warnings.back();
+
+  // A number outside its setting's range is refused like any other source's, by line.
+  std::string far = SettingsFileText("1", "x");
+  far.replace(far.find("Lat 12.5"), 8, "Lat 95.0");
+  test::WriteFile(dir / "far.txt", far);
+  Settings f;
+  ReadSettingsFile(f, dir / "far.txt", c.messages);
+  EXPECT_EQ(f.scenario.ReceiverLatitude, Settings{}.scenario.ReceiverLatitude);
+  EXPECT_NE(c.warnings.back().find("far.txt, line 3: ReceiverLatitude: 95 is outside -90 to 90"),
+            std::string::npos)
+      << c.warnings.back();
 }
 
 TEST(SettingsSources, SetAssignmentsAndTheirErrors) {
@@ -136,6 +147,62 @@ TEST(SettingsSources, ScenarioFileWithTablesAndLineNumbersInErrors) {
   test::WriteFile(dir / "syntax.toml", "RecordType = = 2\n");
   EXPECT_FALSE(ApplyScenarioFile(t, dir / "syntax.toml", error));
   EXPECT_NE(error.find("syntax.toml, line 1"), std::string::npos) << error;
+}
+
+TEST(SettingsRanges, RefusalsNameTheSettingTheValueTheRangeAndTheSource) {
+  Settings s;
+  std::string error;
+  // Bounds are inclusive: the edge values pass, one step beyond is refused.
+  for (const char* ok : {"ReceiverLatitude=-90", "ReceiverLongitude=360", "ScenarioHour=23",
+                         "ScenarioYear=1980", "LeapSeconds=100", "DifThreads=64",
+                         "BitsPerSample=16", "ScenarioDuration=0", "bubbleLatitude=90",
+                         "StationLongitude=-180,0,359.5,360", "Duration=0.005"})
+    EXPECT_TRUE(ApplySetAssignment(s, ok, "--set", error)) << ok << ": " << error;
+  EXPECT_EQ(s.scenario.ReceiverLongitude, 360.0);
+
+  EXPECT_FALSE(ApplySetAssignment(s, "ReceiverLatitude=90.5", "--set", error));
+  EXPECT_EQ(error, "--set: ReceiverLatitude: 90.5 is outside -90 to 90");
+  EXPECT_EQ(s.scenario.ReceiverLatitude, -90.0);  // the refused value stays out
+  EXPECT_FALSE(ApplySetAssignment(s, "ScenarioHour=24", "--set", error));
+  EXPECT_EQ(error, "--set: ScenarioHour: 24 is outside 0 to 23");
+  EXPECT_FALSE(ApplySetAssignment(s, "bubbleWidth=-1", "--set", error));
+  EXPECT_EQ(error, "--set: bubbleWidth: -1 is below 0, the least allowed");
+  EXPECT_FALSE(ApplySetAssignment(s, "StationLatitude=0,0,-91,0", "--set", error));
+  EXPECT_EQ(error, "--set: StationLatitude: station 3: -91 is outside -90 to 90");
+  for (const char* bad : {"ScenarioYear=1979", "BitsPerSample=0", "BitsPerSample=17",
+                          "DifThreads=65", "navPrn=33", "ObservationInterval=3600001",
+                          "ScenarioDuration=35001", "MaxChannels=33", "Duration=-1"})
+    EXPECT_FALSE(ApplySetAssignment(s, bad, "--set", error)) << bad;
+
+  test::ScratchDir dir("setting-ranges");
+  test::WriteFile(dir / "range.toml", "ScenarioMonth = 4\n[dif]\nDifThreads = 100\n");
+  Settings t;
+  EXPECT_FALSE(ApplyScenarioFile(t, dir / "range.toml", error));
+  EXPECT_NE(error.find("range.toml, line 3: DifThreads: 100 is outside 0 to 64"),
+            std::string::npos)
+      << error;
+  EXPECT_EQ(t.scenario.ScenarioMonth, Settings{}.scenario.ScenarioMonth);
+}
+
+TEST(SettingsRanges, EverySettingIsKnownOnceAndItsDefaultLiesInItsRange) {
+  const Settings defaults;
+  std::vector<std::string_view> names;
+  for (const SettingDef& d : SettingRegistry()) {
+    names.push_back(d.name);
+    // Reading back what is shown must succeed: the default passes its own range check.
+    Settings copy;
+    std::string shown = d.show(defaults), error;
+    if (shown.size() >= 2 && shown.front() == '"' && shown.back() == '"')
+      shown = shown.substr(1, shown.size() - 2);
+    if (d.type == "4 x double" || d.type == "4 x path") {
+      std::erase(shown, '[');
+      std::erase(shown, ']');
+      std::erase(shown, '"');
+    }
+    if (d.name != "MultipathTable")
+      EXPECT_TRUE(d.fromText(copy, shown, error)) << d.name << " " << shown << ": " << error;
+  }
+  EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end());
 }
 
 TEST(SettingsReference, DocumentIsCurrent) {

@@ -94,13 +94,65 @@ TEST(DifSettings, CommandLineSettingsReachThePanelValues) {
   EXPECT_EQ(s.FilterWindow, 1);
   EXPECT_EQ(s.Decimation, 2);
   EXPECT_EQ(s.OutputPacked, 0);
-  ASSERT_EQ(p.multipathRowCount, 3);
-  EXPECT_EQ(p.MultipathTable[1].enable, "x");
-  EXPECT_EQ(p.MultipathTable[1].prn, 7);
-  EXPECT_EQ(p.MultipathTable[1].amplitude, 0.25);
+  std::array<MultipathRow, kMultipathRows> rows{};
+  ASSERT_EQ(MultipathRowsOf(p, rows), 3);
+  EXPECT_EQ(rows[1].enable, "x");
+  EXPECT_EQ(rows[1].prn, 7);
+  EXPECT_EQ(rows[1].amplitude, 0.25);
+  EXPECT_EQ(rows[3].enable, "");  // rows beyond those given stay empty
   ASSERT_TRUE(app::ApplySetAssignment(settings, "SignalChoice=SP1", "--set", error));
   EXPECT_EQ(settings.dif.SignalOptionA, 1);
   EXPECT_EQ(settings.dif.SignalOptionB, 0);
+}
+
+TEST(DifSettings, RecordingShapeCountsWhatTheFileHoldsOfEachMillisecond) {
+  DifPanelValues p;
+  p.SamplingFrequency = "54560";
+  p.BitsPerSample = 1;
+  p.Decimation = "3";
+  // 54560 samples, 6820 bytes' worth before decimation, 2273 bytes of 8 after: 18184.
+  app::RecordingShape r = app::ShapeOf(GatherDifSettings(p));
+  EXPECT_EQ(r.writtenPerMs, 18184);
+  EXPECT_EQ(r.skippedPerMs, 54560 - 3 * 18184);
+  std::vector<std::string> w = app::RecordingWarnings(p, GatherDifSettings(p));
+  ASSERT_EQ(w.size(), 1u);
+  EXPECT_NE(w[0].find("18184000 samples per second"), std::string::npos) << w[0];
+
+  // The ordinary recording: nothing left out, nothing to warn about, the summary as always.
+  DifPanelValues plain;
+  const DifSettings s = GatherDifSettings(plain);
+  EXPECT_EQ(app::ShapeOf(s).skippedPerMs, 0);
+  EXPECT_TRUE(app::RecordingWarnings(plain, s).empty());
+  GeneratorReport report;
+  report.blocks = 3;
+  report.bytes = 3 * 4092;
+  EXPECT_EQ(app::DescribeRecording(s, report),
+            "3 ms of signal, 12276 bytes: 16368000 samples per second (fs 16368000 Hz), IF "
+            "4092000 Hz, real samples, 2 bit(s) a sample, Packed: 4 samples a byte, the earliest "
+            "in bits 1..0; levels unsigned 0..3 (0 the block's minimum), the block quantised "
+            "against its own range, no header");
+
+  // 4093 samples a millisecond (the IfFrequency number) packed four to a byte: 4092 written.
+  DifPanelValues odd;
+  odd.SamplingFrequency = "x";
+  odd.IfFrequency = 4093.0;
+  const DifSettings o = GatherDifSettings(odd);
+  EXPECT_EQ(app::ShapeOf(o).writtenPerMs, 4092);
+  EXPECT_NE(app::DescribeRecording(o, report).find("4092 samples per ms then a gap of 1"),
+            std::string::npos);
+  w = app::RecordingWarnings(odd, o);
+  ASSERT_EQ(w.size(), 2u);
+  EXPECT_NE(w[0].find("4093 kHz"), std::string::npos) << w[0];
+
+  // Direct with 12 bits keeps the low byte of each level.
+  DifPanelValues wide;
+  wide.OutputPacked = "Direct";
+  wide.BitsPerSample = 12;
+  const DifSettings d = GatherDifSettings(wide);
+  EXPECT_NE(app::DescribeRecording(d, report).find("its low 8 bits alone"), std::string::npos);
+  w = app::RecordingWarnings(wide, d);
+  ASSERT_EQ(w.size(), 1u);
+  EXPECT_NE(w[0].find("low 8 bits"), std::string::npos);
 }
 
 }  // namespace

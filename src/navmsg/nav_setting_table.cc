@@ -1,0 +1,23 @@
+#include "navmsg/nav_message.h"
+
+namespace vorel::navmsg {
+
+const platform::SettingTable<NavPanelValues>& NavSettingTable() {
+  using N = NavPanelValues;
+  static const platform::SettingTable<N> table = {
+      {.name = "navPrn",
+       .member = &N::navPrn,
+       .min = 1,
+       .max = kMessagePrnCount,
+       .meaning = "satellite of `nav`"},
+      {.name = "IodcFollowsIode",
+       .member = &N::IodcFollowsIode,
+       .min = 0,
+       .max = 1,
+       .meaning = "1: the navigation message's IODC carries the record's IODE, for receivers "
+                  "that insist they match; 0: IODC 562 in every frame"},
+  };
+  return table;
+}
+
+}  // namespace vorel::navmsg
