@@ -102,13 +102,18 @@ std::string DescribeRecording(const dif::DifSettings& s, const dif::GeneratorRep
     layout = "Packed: 8 samples a byte, the earliest in bit 0";
   else
     layout = "Packed: 4 samples a byte, the earliest in bits 1..0";
-  // Samples left out because a millisecond does not fill its last byte change the rate in
-  // the file; a gap that decimation leaves is told in a warning.
+  // Samples left out at the end of each millisecond (a last byte not filled, or what
+  // decimation leaves over) change the rate in the file: the summary says so.
   std::string samples;
-  if (shape.computedPerMs % shape.samplesPerByte != 0)
-    samples = fmt::format("{} samples per ms then a gap of {} (fs {} Hz{})", shape.writtenPerMs,
-                          shape.skippedPerMs, fmt::format("{}", s.SamplingFrequency),
-                          d > 1 ? fmt::format(", decimated by {}", d) : std::string());
+  if (shape.skippedPerMs > 0)
+    samples = d > 1 ? fmt::format("{} samples per ms, every {} of the {} at fs {} Hz, then a "
+                                  "gap of the last {} of those",
+                                  shape.writtenPerMs, d == 2 ? "2nd" : "3rd",
+                                  shape.computedPerMs, fmt::format("{}", s.SamplingFrequency),
+                                  shape.skippedPerMs)
+                    : fmt::format("{} samples per ms then a gap of {} (fs {} Hz)",
+                                  shape.writtenPerMs, shape.skippedPerMs,
+                                  fmt::format("{}", s.SamplingFrequency));
   else
     samples = fmt::format("{} samples per second (fs {} Hz{})", fmt::format("{}", rate),
                           fmt::format("{}", s.SamplingFrequency),
