@@ -129,7 +129,10 @@ int RunTec(ModelState& state, const TecArgs& args, std::string& out, std::string
     error = "tec: the ray passes exactly over a pole, where its content is not defined";
     return -1;
   }
-  fmt::format_to(std::back_inserter(out), "{:.6f} {:.6f}\n", tec, tec * kL1DelayPerTecUnit);
+  // The integral is in 1e15 electrons per square metre; a TEC unit is 1e16.
+  fmt::format_to(std::back_inserter(out), "# TEC (1e15 el/m2), TECU (1e16 el/m2), L1 delay (m)\n");
+  fmt::format_to(std::back_inserter(out), "{:.6f} {:.6f} {:.6f}\n", tec, tec / 10.0,
+                 tec * kL1DelayPerTecUnit);
   return 0;
 }
 

@@ -107,9 +107,13 @@ TEST(TecCommand, PrintsContentAndL1Delay) {
   args.month = 4, args.ut = 12.0, args.flux = 150.0;
   std::string out, error;
   ASSERT_EQ(RunTec(*st, args, out, error), 0) << error;
-  double tec = 0.0, delay = 0.0;
-  ASSERT_EQ(std::sscanf(out.c_str(), "%lf %lf", &tec, &delay), 2) << out;
+  double tec = 0.0, tecu = 0.0, delay = 0.0;
+  const auto lines = test::SplitLines(out);
+  ASSERT_EQ(lines.size(), 2u) << out;
+  EXPECT_EQ(lines[0], "# TEC (1e15 el/m2), TECU (1e16 el/m2), L1 delay (m)");
+  ASSERT_EQ(std::sscanf(lines[1].c_str(), "%lf %lf %lf", &tec, &tecu, &delay), 3) << out;
   EXPECT_EQ(out.back(), '\n');
+  EXPECT_NEAR(tecu, tec / 10.0, 1e-6);
   EXPECT_NEAR(delay, tec * 0.0162, 1e-6);
   auto ref = FreshState();
   double lon1 = 10.0, flux = 150.0, ut = 12.0;
