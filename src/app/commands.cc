@@ -11,7 +11,7 @@
 #include "app/scenario_runs.h"
 #include "app/check_command.h"
 #include "app/scint_commands.h"
-#include "app/sp3_commands.h"
+#include "app/orbit_commands.h"
 #include "atmosphere/atmosphere_text.h"
 #include "density_model/density_commands.h"
 #include "navmsg/nav_message.h"
@@ -348,6 +348,8 @@ std::vector<CommandSpec> BuildTable() {
        Sp3ToPnmCommand},
       {"pnm-eval", "FILE PRN WEEK SOW [--interval S]",
        "position (km) and clock (us) of a satellite from a .pnm file", false, PnmEvalCommand},
+      {"nav-rinex", "FILE", "RINEX 2.11 navigation file of the loaded orbits (an almanac re-dated "
+                            "to the scenario)", false, NavRinexCommand},
       {"check", "FILE [--fs HZ --if HZ --format F --ms N]",
        "quick-look acquisition: the satellites a recording holds, Doppler, code phase, C/N0",
        false, CheckCommand},
@@ -373,7 +375,8 @@ std::vector<CommandSpec> BuildFlaggedTable() {
     return std::find(names.begin(), names.end(), name) != names.end();
   };
   for (CommandSpec& c : table) {
-    c.needsOrbits = among(c.name, {"obs", "raw", "sim", "autorun", "nav", "nav-all", "show-orbit"});
+    c.needsOrbits = among(c.name, {"obs", "raw", "sim", "autorun", "nav", "nav-all", "show-orbit",
+                                   "nav-rinex"});
     c.writesNothing = among(c.name, {"about", "show-settings", "convert-flux", "convert-sunspot",
                                      "profile", "tec", "set-time", "show-orbit", "load-orbits",
                                      "galileo"});

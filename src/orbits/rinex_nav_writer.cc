@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "gnss/calendar.h"
+#include "platform/text_file.h"
 
 namespace vorel::orbits {
 namespace {
@@ -94,25 +95,8 @@ int WriteRinexNavigation(const ConstellationTable& table, const RinexNavHeader& 
     }
   }
 
-  const std::filesystem::path temp = path.string() + ".part";
-  std::FILE* f = std::fopen(temp.c_str(), "wb");
-  if (!f) {
-    error = fmt::format("{}: cannot be created ({})", path.string(), std::strerror(errno));
+  if (!platform::WriteWholeFile(path, std::string_view(out.data(), out.size()), error))
     return -1;
-  }
-  const bool whole = std::fwrite(out.data(), 1, out.size(), f) == out.size();
-  std::error_code ec;
-  if (std::fclose(f) != 0 || !whole) {
-    std::filesystem::remove(temp, ec);
-    error = fmt::format("{}: could not be written whole", path.string());
-    return -1;
-  }
-  std::filesystem::rename(temp, path, ec);
-  if (ec) {
-    std::filesystem::remove(temp, ec);
-    error = fmt::format("{}: cannot be written ({})", path.string(), ec.message());
-    return -1;
-  }
   return written;
 }
 

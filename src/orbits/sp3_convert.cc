@@ -73,32 +73,6 @@ bool StartsWith(const std::string& s, const char* prefix) {
   return s.compare(0, std::strlen(prefix), prefix) == 0;
 }
 
-// Writes `text` to `path` through a temporary file beside it, renamed when whole.
-bool WriteWhole(const std::filesystem::path& path, const fmt::memory_buffer& text,
-                std::string& error) {
-  const std::filesystem::path temp = path.string() + ".part";
-  std::FILE* f = std::fopen(temp.c_str(), "wb");
-  if (!f) {
-    error = fmt::format("{}: cannot be created ({})", path.string(), std::strerror(errno));
-    return false;
-  }
-  const bool written = std::fwrite(text.data(), 1, text.size(), f) == text.size();
-  const bool closed = std::fclose(f) == 0;
-  std::error_code ec;
-  if (!written || !closed) {
-    error = fmt::format("{}: could not be written whole", path.string());
-    std::filesystem::remove(temp, ec);
-    return false;
-  }
-  std::filesystem::rename(temp, path, ec);
-  if (ec) {
-    error = fmt::format("{}: cannot be written ({})", path.string(), ec.message());
-    std::filesystem::remove(temp, ec);
-    return false;
-  }
-  return true;
-}
-
 }  // namespace
 
 void PolynomialCoefficients(const double* x, const double* y, double* coefficients, int n) {
@@ -215,7 +189,9 @@ int ConvertSp3ToPnm(const Sp3ConvertArgs& args, Sp3ConvertReport& report, std::s
       }
     }
   }
-  return WriteWhole(args.output, out, error) ? 0 : -1;
+  return platform::WriteWholeFile(args.output, std::string_view(out.data(), out.size()), error)
+             ? 0
+             : -1;
 }
 
 int ReadPnmFile(const std::filesystem::path& path, PnmFile& out, std::string& error) {

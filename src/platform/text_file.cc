@@ -126,4 +126,18 @@ void OutputFile::Abandon() {
   writePath_.clear();
 }
 
+bool WriteWholeFile(const std::filesystem::path& path, std::string_view text, std::string& error) {
+  OutputFile file;
+  if (!file.Open(path)) {
+    error = fmt::format("{}: cannot be created ({})", path.string(), file.error());
+    return false;
+  }
+  file.Write(text);
+  if (!file.Close()) {
+    error = file.error();
+    return false;
+  }
+  return true;
+}
+
 }  // namespace vorel::platform

@@ -101,4 +101,8 @@ class OutputFile {
   std::string error_;
 };
 
+// Writes `text` as the whole of `path` (under a temporary name, renamed when whole).
+// Returns false with `error` naming the file when it could not be created or written.
+bool WriteWholeFile(const std::filesystem::path& path, std::string_view text, std::string& error);
+
 }  // namespace vorel::platform

@@ -1,5 +1,6 @@
 #pragma once
-// The SP3 utilities of the command line: `sp3-to-pnm` and `pnm-eval`.
+// Orbit files the command line writes and reads beside the runs: `sp3-to-pnm`, `pnm-eval`
+// and `nav-rinex`.
 
 #include <functional>
 
@@ -9,5 +10,6 @@ namespace vorel::app {
 
 std::function<int(CommandContext&)> Sp3ToPnmCommand(CLI::App& parser);
 std::function<int(CommandContext&)> PnmEvalCommand(CLI::App& parser);
+std::function<int(CommandContext&)> NavRinexCommand(CLI::App& parser);
 
 }  // namespace vorel::app

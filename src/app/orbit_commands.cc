@@ -1,4 +1,4 @@
-#include "app/sp3_commands.h"
+#include "app/orbit_commands.h"
 
 #include <memory>
 #include <string>
@@ -6,6 +6,8 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "app/scenario_runs.h"
+#include "orbits/rinex_nav_writer.h"
 #include "orbits/sp3_convert.h"
 
 namespace vorel::app {
@@ -72,6 +74,36 @@ std::function<int(CommandContext&)> PnmEvalCommand(CLI::App& p) {
     }
     fmt::print("PRN {} week {} {:.3f} s: x {:.6f} km, y {:.6f} km, z {:.6f} km, clock {:.6f} us\n",
                *prn, *week, *sow, s.x, s.y, s.z, s.clock);
+    return 0;
+  };
+}
+
+std::function<int(CommandContext&)> NavRinexCommand(CLI::App& p) {
+  auto file = std::make_shared<std::string>();
+  p.add_option("FILE", *file, "the RINEX 2.11 navigation file to write")->required();
+  return [file](CommandContext& c) {
+    Session& s = c.session;
+    if (!s.orbitState.OrbitsValid) {
+      fmt::print(stderr, "nav-rinex: no orbits loaded; use load-orbits or galileo first\n");
+      return 1;
+    }
+    // The orbits as a run flies them: an almanac is moved to the scenario date first.
+    SetScenarioTime(s);
+    orbits::RinexNavHeader header;
+    header.hasIono = true;
+    for (int k = 0; k < 4; ++k) {
+      header.alpha[k] = s.settings.atmosphere.ionoBroadcastTable.cells[0][k];
+      header.beta[k] = s.settings.atmosphere.ionoBroadcastTable.cells[1][k];
+    }
+    header.leapSeconds = s.settings.scenario.LeapSeconds;
+    std::string error;
+    const auto path = s.dataDir.Map(*file);
+    const int records = orbits::WriteRinexNavigation(s.constellation, header, path, error);
+    if (records < 0) {
+      fmt::print(stderr, "Error message: {}\n", error);
+      return 1;
+    }
+    if (!c.global.quiet) fmt::print("wrote {} ({} records)\n", path.string(), records);
     return 0;
   };
 }
