@@ -6,10 +6,8 @@
 #include <cstdint>
 #include <string>
 
-namespace vorel::platform {
-class LineReader;
-struct Messages;
-}  // namespace vorel::platform
+#include "platform/messages.h"
+#include "platform/text_file.h"
 
 namespace vorel::observation {
 
