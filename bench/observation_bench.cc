@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "observation/epoch.h"
+#include "observation/record_writers.h"
 #include "observation/trajectory.h"
 #include "platform/messages.h"
 #include "platform/text_file.h"
@@ -95,7 +96,8 @@ void BM_StaticScnRun60sAt1ms(benchmark::State& st) {
     args.intervalMs = 1;
     args.durationArg = 60;
     args.recordType = observation::kRecordScn;
-    args.outputFile = &out;
+    auto record = observation::MakeRecordSink(args.recordType, out);
+    env.sinks.push_back(record.get());
     observation::EpochResult result;
     std::atomic<uint8_t> runActive{1};
     observation::SimulateTrajectory(env, args, result, runActive, platform::Messages::Silent());

@@ -4,10 +4,13 @@
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
+#include <optional>
 
 #include <fmt/format.h>
 
 #include "atmosphere/atmosphere_settings.h"
+#include "observation/epoch_sink.h"
 #include "observation/model_atmosphere.h"
 #include "observation/record_writers.h"
 #include "observation/trajectory.h"
@@ -163,7 +166,14 @@ platform::Status FlyReceiver(Session& session, const observation::TrajectoryRunA
                              platform::OutputFile& output) {
   observation::ModelAtmosphere models(session.atmosphere, session.densityModel);
   observation::EpochEnvironment env{session.constellation, session.epochState, session.workerRand,
-                                    &models, session.display};
+                                    &models};
+  // The record first, then the display.
+  std::unique_ptr<observation::EpochSink> record;
+  if (output.IsOpen())
+    record = observation::MakeRecordSink(args.recordType, output, args.rinexStandardLayout != 0);
+  if (record) env.sinks.push_back(record.get());
+  std::optional<observation::DisplaySink> display;
+  if (session.display) env.sinks.push_back(&display.emplace(*session.display));
   observation::EpochResult result;
   platform::Status status =
       observation::SimulateTrajectory(env, args, result, session.RunActive, session.messages);
@@ -333,7 +343,6 @@ platform::Status RunObservationSim(Session& session) {
   }
   if (sc.RecordType == observation::kRecordRinex && output.IsOpen())
     observation::WriteRinexHeader(output, sc.RinexStandardLayout != 0);
-  args.outputFile = output.IsOpen() ? &output : nullptr;
 
   if (sc.KeepOrbitEpochs == 0)
     RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
@@ -428,7 +437,6 @@ platform::Status RunRawGeneration(Session& session) {
     platform::Status opened = OpenRecord(session, output, outputPath,
                                          fmt::format("StationOutputFile of station {}", station));
     if (!opened.ok()) return opened;
-    args.outputFile = output.IsOpen() ? &output : nullptr;
 
     if (sc.KeepOrbitEpochs == 0)
       RedateOrbits(session.constellation, start.secondsOfWeek, start.week);

@@ -15,6 +15,7 @@
 #include "dif/dif_state.h"
 #include "navmsg/nav_message.h"
 #include "observation/epoch.h"
+#include "observation/epoch_sink.h"
 #include "orbits/constellation_ops.h"
 #include "orbits/orbit_record.h"
 #include "platform/data_dir.h"

@@ -3,9 +3,7 @@
 #include <cmath>
 
 #include "gnss/time_coords.h"
-#include "observation/record_writers.h"
 #include "orbits/satellite_position.h"
-#include "platform/text_file.h"
 
 namespace vorel::observation {
 namespace {
@@ -29,17 +27,11 @@ void AdvanceEvent(ChannelEvent& event, int satellite, int32_t timeMs) {
 
 }  // namespace
 
-int ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, EpochLoop& loop,
-                 EpochResult& result, double latitudeRad, double longitudeRad, double altitude,
-                 int32_t timeMs) {
+EpochContext ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, EpochLoop& loop,
+                          EpochResult& result, double latitudeRad, double longitudeRad,
+                          double altitude, int32_t timeMs) {
   result.channelCount = 0;
   for (EpochChannel& channel : result.channels) channel.valid = 0;
-
-  platform::OutputFile* file = args.outputFile;
-  if (loop.firstEpochDone && file) {
-    if (args.recordType == kRecordLog) WriteLogLine(*file, timeMs);
-    if (args.recordType == kRecordGod) WriteGodItem(*file, timeMs);
-  }
 
   const double t = 0.001 * timeMs;
   int channelIndex = -1;
@@ -174,24 +166,21 @@ int ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, EpochLoop
     row.position = rotated;
   }
 
-  if (loop.firstEpochDone && file) {
-    if (args.recordType == kRecordRinex)
-      WriteRinexEpoch(*file, result, 0, args.rinexStandardLayout != 0);
-    if (args.recordType == kRecordSrv) WriteSrvRecord(*file, result);
-  }
-
+  EpochContext context;
+  context.written = loop.firstEpochDone != 0;
+  context.latitudeRad = latitudeRad;
+  context.longitudeRad = longitudeRad;
+  context.rows = &display;
+  context.lateInRun = loop.lateInRun;
   if (env.state.AtmosphereEpochCounter == kCounterLimit) {
-    if (env.display)
-      env.display->UpdateMapScene(latitudeRad, longitudeRad, display, loop.lateInRun);
+    context.displayTick = true;
     env.state.AtmosphereEpochCounter = 1;
   } else {
     env.state.AtmosphereEpochCounter += 1;
   }
 
-  if (args.recordType == kRecordScn && loop.firstEpochDone && file) WriteScnRecord(*file, result);
-
   loop.firstEpochDone = 1;
-  return 1;
+  return context;
 }
 
 }  // namespace vorel::observation

@@ -1,7 +1,7 @@
 #pragma once
 // One epoch of the simulated receiver: the observables of every healthy satellite above
-// the mask, collected in an EpochResult and handed to the record writer that the
-// RecordType selects.
+// the mask, collected in an EpochResult. The computation writes nothing: the loop hands
+// the result to the run's sinks (record writers, the map display; see epoch_sink.h).
 //
 // The observation model is narrow on purpose: code and carrier carry the geometric
 // range, the satellite clock and the ionosphere, nothing else. The relativistic term,
@@ -18,7 +18,6 @@
 #include "platform/random.h"
 
 namespace vorel::platform {
-class OutputFile;
 class LineReader;
 struct Messages;
 }  // namespace vorel::platform
@@ -119,15 +118,6 @@ class AtmosphereModels {
   virtual void SlantIonosphere(const SlantInput& in, double& delay, int32_t& bubbleClass) = 0;
 };
 
-// What the map display is handed; both do nothing where no display exists.
-class EpochDisplay {
- public:
-  virtual ~EpochDisplay() = default;
-  virtual void ClearSkyPlot() {}
-  virtual void UpdateMapScene(double /*latitudeRad*/, double /*longitudeRad*/,
-                              const std::vector<DisplayRow>& /*rows*/, int32_t /*lateInRun*/) {}
-};
-
 // Kept for the life of a program start.
 struct EpochState {
   int32_t AtmosphereEpochCounter = 0;
@@ -170,19 +160,34 @@ struct TrajectoryRunArgs {
   int32_t satelliteCount = 32;
   int32_t recordType = kRecordScn;
   platform::LineReader* eventFile = nullptr;  // null: no events
-  platform::OutputFile* outputFile = nullptr;  // null: writes nowhere
   int32_t staticReceiver = 1;
   // Opt-in RINEX layout that standard tools read directly (0: the program's own).
   int32_t rinexStandardLayout = 0;
 };
 
-// What the epoch computation needs beyond the run's arguments.
+class EpochSink;
+
+// What the epoch computation needs beyond the run's arguments, and where the run's
+// epochs go: each sink gets every epoch, in the order of the list.
 struct EpochEnvironment {
   orbits::ConstellationTable& table;
   EpochState& state;
   platform::RandState& rand;
   AtmosphereModels* atmosphere = nullptr;
-  EpochDisplay* display = nullptr;
+  std::vector<EpochSink*> sinks{};
+};
+
+// What a sink needs to know of an epoch beyond its result.
+struct EpochContext {
+  // A record carries this epoch: every epoch of a run but its first, which only fills
+  // the previous codes. An epoch without channels is written too.
+  bool written = false;
+  // The atmosphere counter reached its limit with this epoch: the map is updated.
+  bool displayTick = false;
+  double latitudeRad = 0.0;
+  double longitudeRad = 0.0;
+  const std::vector<DisplayRow>* rows = nullptr;  // the program start's display rows
+  int32_t lateInRun = 0;
 };
 
 // The loop's locals that the epoch computation reads and updates.
@@ -197,10 +202,11 @@ struct EpochLoop {
   int32_t lateInRun = 0;
 };
 
-// Computes one epoch at `timeMs` (the result's time must already be set) and writes its
-// record. Position in radians and metres. Returns 1.
-int ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, EpochLoop& loop,
-                 EpochResult& result, double latitudeRad, double longitudeRad, double altitude,
-                 int32_t timeMs);
+// Computes one epoch at `timeMs` (the result's time must already be set). Position in
+// radians and metres. Touches no file and no display: what the sinks need to know of
+// the epoch comes back.
+EpochContext ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, EpochLoop& loop,
+                          EpochResult& result, double latitudeRad, double longitudeRad,
+                          double altitude, int32_t timeMs);
 
 }  // namespace vorel::observation

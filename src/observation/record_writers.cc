@@ -142,6 +142,73 @@ void WriteRinexEpoch(platform::OutputFile& file, const EpochResult& result, int3
   file.MaybeFlush();
 }
 
+namespace {
+
+// A record writer as a sink: every written epoch goes to the run's record file.
+class RecordSink : public EpochSink {
+ public:
+  explicit RecordSink(platform::OutputFile& file) : file_(file) {}
+  void OnEpoch(const EpochResult& result, const EpochContext& context) final {
+    if (context.written) Write(result);
+  }
+
+ protected:
+  virtual void Write(const EpochResult& result) = 0;
+  platform::OutputFile& file_;
+};
+
+class LogSink : public RecordSink {
+  using RecordSink::RecordSink;
+  void Write(const EpochResult& result) override { WriteLogLine(file_, result.timeMs); }
+};
+
+class GodSink : public RecordSink {
+  using RecordSink::RecordSink;
+  void Write(const EpochResult& result) override { WriteGodItem(file_, result.timeMs); }
+};
+
+class RinexSink : public RecordSink {
+ public:
+  RinexSink(platform::OutputFile& file, bool standardLayout)
+      : RecordSink(file), standardLayout_(standardLayout) {}
+
+ private:
+  void Write(const EpochResult& result) override {
+    WriteRinexEpoch(file_, result, 0, standardLayout_);
+  }
+  bool standardLayout_;
+};
+
+class SrvSink : public RecordSink {
+  using RecordSink::RecordSink;
+  void Write(const EpochResult& result) override { WriteSrvRecord(file_, result); }
+};
+
+class ScnSink : public RecordSink {
+  using RecordSink::RecordSink;
+  void Write(const EpochResult& result) override { WriteScnRecord(file_, result); }
+};
+
+}  // namespace
+
+std::unique_ptr<EpochSink> MakeRecordSink(int32_t recordType, platform::OutputFile& file,
+                                          bool rinexStandardLayout) {
+  switch (recordType) {
+    case kRecordLog:
+      return std::make_unique<LogSink>(file);
+    case kRecordGod:
+      return std::make_unique<GodSink>(file);
+    case kRecordRinex:
+      return std::make_unique<RinexSink>(file, rinexStandardLayout);
+    case kRecordSrv:
+      return std::make_unique<SrvSink>(file);
+    case kRecordScn:
+      return std::make_unique<ScnSink>(file);
+    default:
+      return nullptr;
+  }
+}
+
 bool WriteEventSkeleton(const std::filesystem::path& path) {
   platform::OutputFile file;
   if (!file.Open(path)) return false;

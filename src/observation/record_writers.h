@@ -5,8 +5,10 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 
 #include "observation/epoch.h"
+#include "observation/epoch_sink.h"
 
 namespace vorel::platform {
 class OutputFile;
@@ -37,6 +39,12 @@ struct RinexCalendar {
   double second = 0.0;
 };
 RinexCalendar RinexEpochCalendar(int32_t gpsWeek, int32_t timeMs);
+
+// The sink that writes the record of `recordType` to `file`, or null for a type that
+// writes no record. Each writes every epoch but a run's first; the RINEX header is the
+// caller's, written before the run.
+std::unique_ptr<EpochSink> MakeRecordSink(int32_t recordType, platform::OutputFile& file,
+                                          bool rinexStandardLayout = false);
 
 // The event-file header line (with its leading blank), as written for a station.
 extern const char kEventFileHeader[];

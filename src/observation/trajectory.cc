@@ -1,12 +1,16 @@
 #include "observation/trajectory.h"
 
+#include <array>
 #include <cmath>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include <fmt/format.h>
 
 #include "gnss/time_coords.h"
+#include "observation/epoch_sink.h"
+#include "observation/receiver_track.h"
 #include "platform/messages.h"
 #include "platform/scan.h"
 #include "platform/text_file.h"
@@ -33,25 +37,73 @@ void ComputeReceiver(double latitude, double longitude, double altitude, EpochLo
   loop.receiverEcef = {p.x, p.y, p.z};
 }
 
-// Tells the user once per run about lines that did not scan; the run keeps the values
-// it had, as it must.
-class OnceWarner {
+// The event file of a station run: the next event waits in `pending_` until the run's
+// time reaches it.
+class EventSchedule {
  public:
-  OnceWarner(const platform::Messages& messages, const char* what)
-      : messages_(messages), what_(what) {}
-  void Report(const platform::LineReader& file, const std::string& line) {
-    if (reported_) return;
-    reported_ = true;
-    messages_.Warn(fmt::format("{} {}, line {}: cannot read \"{}\"; the previous values stay in "
-                               "force (reported once per run)",
-                               what_, file.path(), file.lineNumber(), line.substr(0, 60)));
+  EventSchedule(platform::LineReader* file, const platform::Messages& messages)
+      : file_(file && file->IsOpen() ? file : nullptr), warner_(messages, "event file") {}
+
+  // Drops the header line and reads the first event.
+  void Start() {
+    if (!file_) return;
+    file_->ReadLine(line_);
+    ReadNext();
+  }
+
+  // Starts the pending event when `timeMs` is exactly its time, then reads the next.
+  void FireAt(int32_t timeMs, double runStart, ChannelEvent& active) {
+    if (!file_ || static_cast<double>(timeMs) != runStart + pending_.eventEpoch) return;
+    active = pending_;
+    active.runStart = runStart;
+    // Steps keep a finish of 0.0 and so end at their satellite's first epoch; ramps
+    // and accelerations run until their finish after the run start.
+    active.steps[0].finishEpoch = 0.0;
+    active.steps[3].finishEpoch = 0.0;
+    for (int i : {1, 2, 4, 5}) active.steps[i].finishEpoch += runStart;
+    ReadNext();
   }
 
  private:
-  const platform::Messages& messages_;
-  const char* what_;
-  bool reported_ = false;
+  void ReadNext() {
+    if (file_->ReadLine(line_) > 0 && ScanEventLine(line_, pending_) < 21)
+      warner_.Report(*file_, line_);
+  }
+
+  platform::LineReader* file_;
+  OnceWarner warner_;
+  ChannelEvent pending_;
+  std::string line_;
 };
+
+// The speed and altitude limits of a moving receiver, tested at each tick line: the
+// first only stores the position.
+class LimitCheck {
+ public:
+  // The failure, or null while the receiver keeps within the limits.
+  const char* Test(const std::array<double, 3>& p, double altitude) {
+    if (last_[0] != -1.0) {
+      const double dx = p[0] - last_[0];
+      const double dy = p[1] - last_[1];
+      const double dz = p[2] - last_[2];
+      if (std::sqrt(dx * dx + dy * dy + dz * dz) > kSpeedLimitDistance)
+        return "Velocity exceeds maximum";
+      if (std::fabs(altitude) > kAltitudeLimit) return "Altitude exceeds maximum";
+    }
+    last_ = p;
+    return nullptr;
+  }
+
+ private:
+  std::array<double, 3> last_{-1.0, -1.0, -1.0};
+};
+
+std::unique_ptr<ReceiverTrack> MakeTrack(const TrajectoryRunArgs& args,
+                                         platform::LineReader* trajectory,
+                                         const platform::Messages& messages) {
+  if (!trajectory) return std::make_unique<StaticTrack>(args.intervalMs);
+  return std::make_unique<TrajectoryFileTrack>(*trajectory, messages);
+}
 
 }  // namespace
 
@@ -150,37 +202,27 @@ platform::Status SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunAr
   loop.previousCode.assign(args.satelliteCount, 0.0);
   loop.cache.assign(args.satelliteCount, AtmosphereCache{});
   loop.wavelength = kSpeedOfLight / args.carrierFrequency;
-  if (env.display) env.display->ClearSkyPlot();
+  for (EpochSink* sink : env.sinks) sink->OnRunStart();
 
-  platform::LineReader* events =
-      (args.eventFile && args.eventFile->IsOpen()) ? args.eventFile : nullptr;
-  ChannelEvent pendingEvent;
-  OnceWarner eventWarner(messages, "event file");
-  std::string line;
-  if (events) {
-    events->ReadLine(line);
-    if (events->ReadLine(line) > 0 && ScanEventLine(line, pendingEvent) < 21)
-      eventWarner.Report(*events, line);
-  }
+  EventSchedule events(args.eventFile, messages);
+  events.Start();
 
   const int32_t tickEpochs = 10000 / args.intervalMs;
   const double runStart = args.startMs;
   // Without a progress tick (intervals above 10 s) a static run ends at its duration.
   const int64_t endByTime = static_cast<int64_t>(args.startMs) + int64_t{args.durationArg} * 1000;
   bool ended = false;
-  double latitude = args.latitude, longitude = args.longitude, altitude = args.altitude;
-  ComputeReceiver(latitude, longitude, altitude, loop);
-  ComputeRows(latitude, longitude, loop);
+  ReceiverFix fix{args.startMs, args.latitude, args.longitude, args.altitude};
+  ComputeReceiver(fix.latitude, fix.longitude, fix.altitude, loop);
+  ComputeRows(fix.latitude, fix.longitude, loop);
 
+  std::unique_ptr<ReceiverTrack> track = MakeTrack(args, trajectory, messages);
   double progress = 0.0;
   int32_t progressTicks = 0;
-  double checkPosition[3] = {-1.0, -1.0, -1.0};
-  OnceWarner trajectoryWarner(messages, "trajectory file");
+  LimitCheck limits;
 
   if (runActive.load(std::memory_order_relaxed) != 0) {
-    int32_t timeMs = args.startMs;
     int32_t epochsSinceTick = 0;
-    int lineLength = 1;
     for (;;) {
       if (epochsSinceTick == tickEpochs) {
         progressTicks += 1;
@@ -188,62 +230,31 @@ platform::Status SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunAr
         messages.Progress(progress);
         epochsSinceTick = 0;
       }
-      if (!trajectory) {
-        timeMs += args.intervalMs;
-      } else {
-        lineLength = trajectory->ReadLine(line);
-        if (lineLength > 0 &&
-            platform::ScanLine(line, kTrajectoryFormat, {&timeMs, &latitude, &longitude,
-                                                         &altitude}) < 4)
-          trajectoryWarner.Report(*trajectory, line);
-        if (lineLength == 0)
-          messages.Warn(fmt::format("trajectory file {}, line {} is empty: the run ends there",
-                                    trajectory->path(), trajectory->lineNumber()));
-        ComputeReceiver(latitude, longitude, altitude, loop);
+      const bool trackGoesOn = track->Next(fix);
+      if (track->Moves()) {
+        ComputeReceiver(fix.latitude, fix.longitude, fix.altitude, loop);
         if (epochsSinceTick == 0) {
-          const auto& p = loop.receiverEcef;
-          if (checkPosition[0] == -1.0) {
-            for (int i = 0; i < 3; ++i) checkPosition[i] = p[i];
-          } else {
-            const double dx = p[0] - checkPosition[0];
-            const double dy = p[1] - checkPosition[1];
-            const double dz = p[2] - checkPosition[2];
-            if (std::sqrt(dx * dx + dy * dy + dz * dz) > kSpeedLimitDistance) {
-              messages.Popup("Error message", "Velocity exceeds maximum");
-              return platform::Status::Failed("Velocity exceeds maximum");
-            }
-            if (std::fabs(altitude) > kAltitudeLimit) {
-              messages.Popup("Error message", "Altitude exceeds maximum");
-              return platform::Status::Failed("Altitude exceeds maximum");
-            }
-            for (int i = 0; i < 3; ++i) checkPosition[i] = p[i];
+          if (const char* failure = limits.Test(loop.receiverEcef, fix.altitude)) {
+            messages.Popup("Error message", failure);
+            return platform::Status::Failed(failure);
           }
         }
-        ComputeRows(latitude, longitude, loop);
+        ComputeRows(fix.latitude, fix.longitude, loop);
       }
 
-      if (events && static_cast<double>(timeMs) == runStart + pendingEvent.eventEpoch) {
-        ChannelEvent& active = loop.activeEvent;
-        active = pendingEvent;
-        active.runStart = runStart;
-        // Steps keep a finish of 0.0 and so end at their satellite's first epoch; ramps
-        // and accelerations run until their finish after the run start.
-        active.steps[0].finishEpoch = 0.0;
-        active.steps[3].finishEpoch = 0.0;
-        for (int i : {1, 2, 4, 5}) active.steps[i].finishEpoch += runStart;
-        if (events->ReadLine(line) > 0 && ScanEventLine(line, pendingEvent) < 21)
-          eventWarner.Report(*events, line);
-      }
+      events.FireAt(fix.timeMs, runStart, loop.activeEvent);
 
       if (progress >= 90.0) loop.lateInRun = 1;
 
       result.gpsWeek = args.gpsWeek;
-      result.timeMs = timeMs;
-      ComputeEpoch(env, args, loop, result, latitude * kDegToRad, longitude * kDegToRad, altitude,
-                   timeMs);
+      result.timeMs = fix.timeMs;
+      const EpochContext context =
+          ComputeEpoch(env, args, loop, result, fix.latitude * kDegToRad, fix.longitude * kDegToRad,
+                       fix.altitude, fix.timeMs);
+      for (EpochSink* sink : env.sinks) sink->OnEpoch(result, context);
 
-      if (progress >= 100.0 || lineLength <= 0 ||
-          (tickEpochs == 0 && !trajectory && timeMs >= endByTime)) {
+      if (progress >= 100.0 || !trackGoesOn ||
+          (tickEpochs == 0 && !track->Moves() && fix.timeMs >= endByTime)) {
         ended = true;
         break;
       }

@@ -6,10 +6,10 @@
 
 #include <atomic>
 #include <cstdint>
-
 #include <string>
 
 #include "observation/epoch.h"
+#include "observation/receiver_track.h"
 #include "platform/status.h"
 
 namespace vorel::platform {
@@ -18,7 +18,6 @@ struct Messages;
 
 namespace vorel::observation {
 
-inline constexpr char kTrajectoryFormat[] = "%s>%d%s[w1d]%f%s[w1d]%f%s[w1d]%f%s[d]";
 inline constexpr char kEventFormat[] =
     "%s>%f%s[w1d]%d%s[w1d]%d%s[w1d]%d%s[w1d]%f%s[w1d]%f%s[w1d]%d%s[w1d]%f%s[w1d]%f%s[w1d]%d%s["
     "w1d]%f%s[w1d]%f%s[w1d]%d%s[w1d]%f%s[w1d]%f%s[w1d]%d%s[w1d]%f%s[w1d]%f%s[w1d]%d%s[w1d]%f%s["
@@ -45,9 +44,11 @@ std::string CheckRunArgs(const TrajectoryRunArgs& args);
 // The time (ms of the week, as a 64-bit count) of the last epoch of a static run.
 int64_t StaticRunEndMs(const TrajectoryRunArgs& args);
 
-// Runs the loop. Ok at a normal end, Stopped when `runActive` was cleared before the end
-// came, Failed when a limit was exceeded or the run was refused at its start (the reason
-// goes out as a popup).
+// Runs the loop: the receiver's track gives each epoch's time and place, and every
+// computed epoch goes to the sinks of `env`, which write and show what the run makes;
+// the loop itself writes nothing. Ok at a normal end, Stopped when `runActive` was
+// cleared before the end came, Failed when a limit was exceeded or the run was refused
+// at its start (the reason goes out as a popup).
 platform::Status SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunArgs& args,
                                     EpochResult& result, std::atomic<uint8_t>& runActive,
                                     const platform::Messages& messages);

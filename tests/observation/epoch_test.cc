@@ -4,9 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "observation/epoch_sink.h"
 #include "observation/observation_fixture.h"
-#include "platform/text_file.h"
-#include "test_support.h"
 
 namespace vorel::observation {
 namespace {
@@ -33,7 +32,7 @@ class EpochTest : public ::testing::Test {
     table->rows[index].recordCount = 1;
     table->rows[index].trueRecords[0] = EquatorialRecord(index + 1, angle);
   }
-  int Run(int32_t timeMs) {
+  EpochContext Run(int32_t timeMs) {
     EpochEnvironment env{*table, state, rand, atmosphere};
     result.timeMs = timeMs;
     return ComputeEpoch(env, args, loop, result, 0.0, 0.0, 0.0, timeMs);
@@ -51,7 +50,7 @@ class EpochTest : public ::testing::Test {
 TEST_F(EpochTest, RangesAnglesAndClockAgreeWithPlaneGeometry) {
   const int32_t timeMs = 345600000;
   const double t = 345600.0;
-  EXPECT_EQ(Run(timeMs), 1);
+  EXPECT_FALSE(Run(timeMs).written);
   ASSERT_EQ(result.channelCount, 2);
   const EpochChannel& east = result.channels[0];
   const EpochChannel& west = result.channels[1];
@@ -97,19 +96,14 @@ TEST_F(EpochTest, DopplerComesFromTheCodeDifferenceAndSurvivesAGap) {
 }
 
 TEST_F(EpochTest, FirstEpochIsComputedButNotWritten) {
-  test::ScratchDir dir("epoch-first");
-  platform::OutputFile file;
-  ASSERT_TRUE(file.Open(dir / "a.scn"));
-  args.outputFile = &file;
-  Run(1000);
+  const EpochContext first = Run(1000);
   EXPECT_EQ(result.channelCount, 2);
+  EXPECT_FALSE(first.written);
   EXPECT_EQ(loop.firstEpochDone, 1);
-  Run(2000);
-  file.Close();
-  const auto lines = test::SplitLines(test::ReadFile(dir / "a.scn"));
-  ASSERT_EQ(lines.size(), 4u);
-  EXPECT_EQ(lines[0], "2000");
-  EXPECT_EQ(lines[1], "  2");
+  const EpochContext second = Run(2000);
+  EXPECT_TRUE(second.written);
+  EXPECT_FALSE(second.displayTick);
+  EXPECT_EQ(second.rows, &state.displayRows);
 }
 
 TEST_F(EpochTest, AtmosphereIsEvaluatedOncePerProgramStartAndHeldInTheRunCache) {
@@ -137,25 +131,25 @@ TEST_F(EpochTest, AtmosphereIsEvaluatedOncePerProgramStartAndHeldInTheRunCache) 
 
 TEST_F(EpochTest, CounterCyclesThroughTheMapUpdate) {
   struct CountingDisplay : EpochDisplay {
-    std::vector<int32_t> updates;
-    EpochState* state = nullptr;
-    void UpdateMapScene(double, double, const std::vector<DisplayRow>&, int32_t) override {
-      updates.push_back(state->AtmosphereEpochCounter);
+    std::vector<int32_t> updates;  // lateInRun of each update
+    void UpdateMapScene(double, double, const std::vector<DisplayRow>&, int32_t late) override {
+      updates.push_back(late);
     }
   } display;
-  display.state = &state;
+  DisplaySink sink(display);
   args.satelliteCount = 0;
-  EpochEnvironment env{*table, state, rand, nullptr, &display};
+  EpochEnvironment env{*table, state, rand};
   std::vector<int> at;
   for (int i = 1; i <= 2001; ++i) {
+    if (i == 2000) loop.lateInRun = 1;
     const size_t before = display.updates.size();
-    ComputeEpoch(env, args, loop, result, 0, 0, 0, i);
+    sink.OnEpoch(result, ComputeEpoch(env, args, loop, result, 0, 0, 0, i));
     if (display.updates.size() != before) at.push_back(i);
   }
   // The counter restarts at 1, never 0: first update at the 1001st epoch after program
   // start, then each time the counter climbs from 1 back to 1000.
   EXPECT_EQ(at, (std::vector<int>{1001, 2001}));
-  EXPECT_EQ(display.updates, (std::vector<int32_t>{1000, 1000}));
+  EXPECT_EQ(display.updates, (std::vector<int32_t>{0, 1}));
   EXPECT_EQ(state.AtmosphereEpochCounter, 1);
 }
 

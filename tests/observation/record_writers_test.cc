@@ -80,6 +80,38 @@ TEST(RecordWriters, LogGodAndAnEmptyEpoch) {
   EXPECT_EQ(Written("c.o", [&](auto& f) { WriteRinexEpoch(f, empty, 4); }).substr(26), "  4  0");
 }
 
+// Each record type's sink writes its own format, and nothing for an epoch that is not
+// written (a run's first): the .log line comes even for an epoch without satellites.
+TEST(RecordWriters, SinksWriteTheirTypeForWrittenEpochsOnly) {
+  const EpochResult r = HandEpoch();
+  EpochResult empty;
+  empty.timeMs = 9;
+  const EpochContext first{}, written{.written = true};
+  auto run = [&](int32_t type, const std::string& name) {
+    return Written(name, [&](auto& f) {
+      std::unique_ptr<EpochSink> sink = MakeRecordSink(type, f);
+      ASSERT_TRUE(sink);
+      sink->OnEpoch(r, first);
+      sink->OnEpoch(empty, written);
+      sink->OnEpoch(r, written);
+    });
+  };
+  EXPECT_EQ(run(kRecordLog, "s.log"), "# 9\n# 345601000\n");
+  EXPECT_EQ(run(kRecordGod, "s.god"), "\n 9\n 345601000");
+  EXPECT_EQ(run(kRecordScn, "s.scn"), Written("t.scn", [&](auto& f) {
+              WriteScnRecord(f, empty);
+              WriteScnRecord(f, r);
+            }));
+  EXPECT_EQ(run(kRecordSrv, "s.srv"), Written("t.srv", [&](auto& f) {
+              WriteSrvRecord(f, empty);
+              WriteSrvRecord(f, r);
+            }));
+  EXPECT_EQ(run(kRecordRinex, "s.o"), Written("t.o", [&](auto& f) { WriteRinexEpoch(f, r, 0); }));
+  platform::OutputFile unused;
+  EXPECT_FALSE(MakeRecordSink(kRecordNone, unused));
+  EXPECT_FALSE(MakeRecordSink(7, unused));
+}
+
 TEST(RecordWriters, RinexEpochLines) {
   const EpochResult r = HandEpoch();
   EXPECT_EQ(Written("a.o", [&](auto& f) { WriteRinexEpoch(f, r, 0); }),

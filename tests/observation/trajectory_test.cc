@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "observation/observation_fixture.h"
+#include "observation/record_writers.h"
 #include "platform/messages.h"
 #include "platform/text_file.h"
 #include "test_support.h"
@@ -24,7 +25,6 @@ class TrajectoryTest : public ::testing::Test {
     args.intervalMs = 1000;
     args.durationArg = 60;
     args.recordType = kRecordLog;
-    args.outputFile = &out;
     ASSERT_TRUE(out.Open(dir / "run.log"));
     messages.warning = [this](std::string_view w) { warnings.emplace_back(w); };
     messages.popup = [this](std::string_view title, std::string_view text) {
@@ -34,6 +34,9 @@ class TrajectoryTest : public ::testing::Test {
   }
   platform::Status Run() {
     EpochEnvironment env{*table, state, rand};
+    std::unique_ptr<EpochSink> record = MakeRecordSink(args.recordType, out);
+    env.sinks.push_back(record.get());
+    env.sinks.insert(env.sinks.end(), moreSinks.begin(), moreSinks.end());
     platform::Status r = SimulateTrajectory(env, args, result, runActive, messages);
     EXPECT_TRUE(out.Close()) << out.error();
     return r;
@@ -57,6 +60,7 @@ class TrajectoryTest : public ::testing::Test {
   platform::Messages messages;
   std::vector<std::string> warnings, popups;
   std::atomic<uint8_t> runActive{1};
+  std::vector<EpochSink*> moreSinks;
 };
 
 TEST_F(TrajectoryTest, StaticRunLastsItsDurationAndSkipsTheFirstEpoch) {
@@ -90,6 +94,24 @@ TEST_F(TrajectoryTest, OneLineTrajectoryGivesTwoEpochsAtTheSameTimeAndPlace) {
   EXPECT_TRUE(Run().ok());
   EXPECT_EQ(LogLines(), (std::vector<std::string>{"# 345700000"}));
   EXPECT_TRUE(warnings.empty());
+}
+
+TEST_F(TrajectoryTest, SinksSeeTheRunStartAndEveryEpochTheFirstUnwritten) {
+  struct Recorder : EpochSink {
+    int starts = 0;
+    std::vector<std::pair<int32_t, bool>> epochs;
+    void OnRunStart() override { ++starts; }
+    void OnEpoch(const EpochResult& r, const EpochContext& c) override {
+      epochs.emplace_back(r.timeMs, c.written);
+    }
+  } recorder;
+  moreSinks.push_back(&recorder);
+  Trajectory("1000,0,0,0,x\n2000,0,0,0,x\n");
+  EXPECT_TRUE(Run().ok());
+  EXPECT_EQ(recorder.starts, 1);
+  using E = std::pair<int32_t, bool>;
+  EXPECT_EQ(recorder.epochs, (std::vector<E>{{1000, false}, {2000, true}, {2000, true}}));
+  EXPECT_EQ(LogLines(), (std::vector<std::string>{"# 2000", "# 2000"}));
 }
 
 TEST_F(TrajectoryTest, EmptyLineEndsTheRunLikeTheEndOfTheFile) {
