@@ -91,6 +91,7 @@ void GatherAtmosphere(Session& session, const Settings& settings,
     args.tropoModel = a.tropoModel;
   }
   args.ionoModel = atmosphere::BroadcastModelChosen(a);
+  args.atmosphereUpdateMs = a.AtmosphereUpdateInterval;
   if (atmosphere::LoadRunKlobuchar(session.atmosphere, a) == 0 && a.atmosphereEnabled == 1) {
     args.month = sc.ScenarioMonth;
     args.carriedHour = sc.ScenarioHour;

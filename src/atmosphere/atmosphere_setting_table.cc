@@ -45,6 +45,11 @@ const platform::SettingTable<AtmosphereSettings>& AtmosphereSettingTable() {
        .meaning = "1: broadcast (Klobuchar) ionosphere; 0: electron density model"},
       {.name = "solarFlux", .member = &A::solarFlux, .unit = "sfu", .min = 0, .max = 1000,
        .meaning = "10.7 cm solar flux for the electron density model"},
+      {.name = "AtmosphereUpdateInterval", .member = &A::AtmosphereUpdateInterval, .unit = "ms",
+       .min = 0, .max = 86400000,
+       .meaning = "0: the atmosphere is worked out on the first epoch of the program start and "
+                  "held; above 0: delays, bubble classes and the bubble record are worked out "
+                  "anew on each run's first epoch and then at this interval of scenario time"},
       {.name = "sunspotNumber", .member = &A::sunspotNumber, .min = 0, .max = 1000,
        .meaning = "twelve-month smoothed sunspot number"},
       {.name = "ionoTruthTable", .type = "8 x double", .unit = "s/semicircle^n",

@@ -51,6 +51,10 @@ struct AtmosphereSettings {
   // transmits; they may differ on purpose.
   IonoCoefficientTable ionoTruthTable;
   IonoCoefficientTable ionoBroadcastTable;
+
+  // Ours: milliseconds of scenario time between atmosphere updates within a run. 0 works
+  // the atmosphere out once, on the first epoch of the program start, and holds it.
+  int32_t AtmosphereUpdateInterval = 0;
 };
 
 // The settings of the atmosphere pages, with their units, ranges and meanings.

@@ -46,6 +46,13 @@ EpochContext ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, 
   std::vector<DisplayRow>& display = env.state.displayRows;
   if (static_cast<int>(display.size()) < args.satelliteCount) display.resize(args.satelliteCount);
 
+  // The atmosphere is worked out on the first epoch of the program start and then held;
+  // with an update interval (ours, off by default) it is worked out anew on each run's
+  // first epoch and then every interval, for the satellites above the mask.
+  const bool updating = args.atmosphereUpdateMs > 0 && timeMs >= loop.nextAtmosphereMs;
+  const bool evaluateAtmosphere = env.state.AtmosphereEpochCounter == 0 || updating;
+  if (updating) loop.nextAtmosphereMs = int64_t{timeMs} + args.atmosphereUpdateMs;
+
   for (int s = 0; s < args.satelliteCount; ++s) {
     DisplayRow& row = display[s];
     row.visible = 0;
@@ -83,6 +90,7 @@ EpochContext ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, 
           azimuth = -azimuth;
         if (args.elevationMask > elevation) {
           aboveMask = false;
+          if (updating) loop.cache[s] = AtmosphereCache{};
           break;
         }
       }
@@ -90,7 +98,7 @@ EpochContext ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, 
 
     if (aboveMask) {
       AtmosphereCache& cache = loop.cache[s];
-      if (env.state.AtmosphereEpochCounter == 0) {
+      if (evaluateAtmosphere) {
         if (args.ionoEnabled == 1 && env.atmosphere) {
           if (args.ionoModel == 1) {
             ionoDelay =

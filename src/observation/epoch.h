@@ -161,6 +161,9 @@ struct TrajectoryRunArgs {
   int32_t recordType = kRecordScn;
   platform::LineReader* eventFile = nullptr;  // null: no events
   int32_t staticReceiver = 1;
+  // Milliseconds of scenario time between atmosphere updates; 0 works it out once in the
+  // program start and holds it (the program's own behaviour).
+  int32_t atmosphereUpdateMs = 0;
   // Opt-in RINEX layout that standard tools read directly (0: the program's own).
   int32_t rinexStandardLayout = 0;
 };
@@ -200,6 +203,9 @@ struct EpochLoop {
   uint8_t firstEpochDone = 0;
   ChannelEvent activeEvent;
   int32_t lateInRun = 0;
+  // With an atmosphere update interval: the time of the next update (the run's first
+  // epoch is always one).
+  int64_t nextAtmosphereMs = INT64_MIN;
 };
 
 // Computes one epoch at `timeMs` (the result's time must already be set). Position in
