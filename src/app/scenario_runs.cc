@@ -77,9 +77,10 @@ std::tm LocalNow() {
   return now;
 }
 
-// The run's atmosphere and bubble arguments, as both workers gather them.
-void GatherAtmosphere(Session& session, const Settings& settings,
-                      observation::TrajectoryRunArgs& args) {
+// The run's atmosphere and bubble arguments, as both workers gather them. A bubble record
+// that cannot be created refuses the run.
+platform::Status GatherAtmosphere(Session& session, const Settings& settings,
+                                  observation::TrajectoryRunArgs& args) {
   const atmosphere::AtmosphereSettings& a = settings.atmosphere;
   const ScenarioSettings& sc = settings.scenario;
   args.tropoEnabled = a.atmosphereEnabled;
@@ -119,14 +120,17 @@ void GatherAtmosphere(Session& session, const Settings& settings,
       // The record file stays open for the life of the program start.
       auto file = std::make_unique<platform::OutputFile>();
       const auto path = session.dataDir.Map(b.bubbleRecordPath);
-      if (!file->OpenInPlace(path))
-        session.messages.Warn(fmt::format("bubble record file {} cannot be created; the bubble "
-                                          "record is not written",
-                                          path.string()));
+      if (!file->OpenInPlace(path)) {
+        const std::string why = fmt::format("bubbleRecordPath {} cannot be created ({})",
+                                            path.string(), file->error());
+        session.messages.Popup("Error message", why);
+        return platform::Status::Failed(why);
+      }
       session.bubbleRecordFile = std::move(file);
       out.recordFile = session.bubbleRecordFile.get();
     }
   }
+  return platform::Status::Ok();
 }
 
 // The mapped path of a record file, empty when the setting and its rule name none.
@@ -269,15 +273,15 @@ std::string StationOutputName(int32_t stationRecordType, int station, const Scen
   }
 }
 
-platform::Status RunObservationSim(Session& session) {
-  const Settings settings = session.settings;  // a run reads its settings once
+// One receiver's run arguments from the settings, with every check that needs no file:
+// orbits loaded, the run clock, the atmosphere models and the arguments' own limits.
+platform::Status ReceiverRunArgs(Session& session, const Settings& settings,
+                                 observation::TrajectoryRunArgs& args) {
   const ScenarioSettings& sc = settings.scenario;
-  platform::RunActiveScope active(session.RunActive);
-
-  observation::TrajectoryRunArgs args;
   args.satelliteCount = session.orbitState.satelliteCount;
   args.elevationMask = sc.ElevationMask * kDegToRad;
-  GatherAtmosphere(session, settings, args);
+  platform::Status gathered = GatherAtmosphere(session, settings, args);
+  if (!gathered.ok()) return gathered;
   args.codeNoiseSigma = sc.CodeNoiseSigma;
   args.phaseNoiseSigma = sc.PhaseNoiseSigma;
 
@@ -306,7 +310,6 @@ platform::Status RunObservationSim(Session& session) {
   }
   args.carrierFrequency = sc.ConstellationChoice == 0 ? gnss::kL1Frequency : 0.0;
 
-  // Every input is checked before the record file is touched.
   observation::ModelAtmosphere models(session.atmosphere, session.densityModel);
   if (observation::RefuseUnavailableModels(&models, args, session.messages))
     return platform::Status::Failed("atmosphere model missing");
@@ -316,6 +319,18 @@ platform::Status RunObservationSim(Session& session) {
     return Refuse(session, modelError);
   const std::string refusal = observation::CheckRunArgs(args);
   if (!refusal.empty()) return Refuse(session, refusal);
+  return platform::Status::Ok();
+}
+
+platform::Status RunObservationSim(Session& session) {
+  const Settings settings = session.settings;  // a run reads its settings once
+  const ScenarioSettings& sc = settings.scenario;
+  platform::RunActiveScope active(session.RunActive);
+
+  // Every input is checked before the record file is touched.
+  observation::TrajectoryRunArgs args;
+  platform::Status prepared = ReceiverRunArgs(session, settings, args);
+  if (!prepared.ok()) return prepared;
 
   platform::LineReader trajectory;  // the run's own: closed when the run ends
   std::filesystem::path trajectoryPath;
@@ -345,8 +360,10 @@ platform::Status RunObservationSim(Session& session) {
   if (sc.RecordType == observation::kRecordRinex && output.IsOpen())
     observation::WriteRinexHeader(output, sc.RinexStandardLayout != 0);
 
-  if (sc.KeepOrbitEpochs == 0)
+  if (sc.KeepOrbitEpochs == 0) {
+    const gnss::GpsTime start = ScenarioGpsTime(sc);
     RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
+  }
   return FlyReceiver(session, args, output);
 }
 
@@ -373,7 +390,8 @@ platform::Status RunRawGeneration(Session& session) {
     if (st.StationLatchEnabled == 1) {
       for (int k = 0; k < 4; ++k) args.stationValues[k] = st.StationLatchValues[k];
     }
-    GatherAtmosphere(session, settings, args);
+    platform::Status gathered = GatherAtmosphere(session, settings, args);
+    if (!gathered.ok()) return gathered;
     args.codeNoiseSigma = sc.CodeNoiseSigma;
     args.phaseNoiseSigma = sc.PhaseNoiseSigma;
     args.elevationMask = settings.stations.StationMask[i] * kDegToRad;
