@@ -84,34 +84,15 @@ std::vector<FixedRecord> ReadFixedColumns(const std::string& path) {
   return records;
 }
 
-// Field order of the seven orbit lines.
-enum : int {
-  kAf0,
-  kAf1,
-  kAf2,
-  kIode,
-  kCrs,
-  kDeltaN,
-  kM0,
-  kCuc,
-  kE,
-  kCus,
-  kSqrtA,
-  kToe,
-  kCic,
-  kOmega0,
-  kCis,
-  kI0,
-  kCrc,
-  kOmega,
-  kOmegaDot,
-  kIdot,
-  kL2Codes,
-  kWeek,
-  kL2P,
-  kAccuracy,
-  kHealth
-};
+// The record's doubles in the file's order: af0 af1 af2 on the first line, then four an
+// orbit line; nullptr for IODE (checked apart) and for what follows IDOT.
+constexpr double OrbitRecord::*kFileOrder[] = {
+    &OrbitRecord::af0, &OrbitRecord::af1,    &OrbitRecord::af2,      nullptr,
+    &OrbitRecord::Crs, &OrbitRecord::deltaN, &OrbitRecord::M0,       &OrbitRecord::Cuc,
+    &OrbitRecord::e,   &OrbitRecord::Cus,    &OrbitRecord::sqrtA,    &OrbitRecord::toe,
+    &OrbitRecord::Cic, &OrbitRecord::Omega0, &OrbitRecord::Cis,      &OrbitRecord::i0,
+    &OrbitRecord::Crc, &OrbitRecord::omega,  &OrbitRecord::OmegaDot, &OrbitRecord::IDOT};
+constexpr int kIode = 3, kHealth = 24;
 
 class OrbitFilesTest : public ::testing::Test {
  protected:
@@ -180,27 +161,22 @@ TEST_F(OrbitFilesTest, YumaAlmanacFillsRecordZeroOfBothSets) {
 }
 
 std::string YumaBlock(int id, const std::string& health, const std::string& sqrtA) {
-  return "******** Week 147 almanac for PRN-" + std::to_string(id) +
-         " ********\n"
-         "ID:                         " +
-         std::to_string(id) +
-         "\n"
-         "Health:                     " +
-         health +
-         "\n"
-         "Eccentricity:               0.5E-002\n"
-         "Time of Applicability(s):  233472.0000\n"
-         "Orbital Inclination(rad):   0.95\n"
-         "Rate of Right Ascen(r/s):  -0.8E-008\n"
-         "SQRT(A)  (m 1/2):           " +
-         sqrtA +
-         "\n"
-         "Right Ascen at Week(rad):  -0.16E+001\n"
-         "Argument of Perigee(rad):   0.88\n"
-         "Mean Anom(rad):             0.30E+001\n"
-         "Af0(s):                     0.44E-003\n"
-         "Af1(s/s):                  -0.10E-010\n"
-         "week:                        147\n\n";
+  return fmt::format(
+      "******** Week 147 almanac for PRN-{0} ********\n"
+      "ID:                         {0}\n"
+      "Health:                     {1}\n"
+      "Eccentricity:               0.5E-002\n"
+      "Time of Applicability(s):  233472.0000\n"
+      "Orbital Inclination(rad):   0.95\n"
+      "Rate of Right Ascen(r/s):  -0.8E-008\n"
+      "SQRT(A)  (m 1/2):           {2}\n"
+      "Right Ascen at Week(rad):  -0.16E+001\n"
+      "Argument of Perigee(rad):   0.88\n"
+      "Mean Anom(rad):             0.30E+001\n"
+      "Af0(s):                     0.44E-003\n"
+      "Af1(s/s):                  -0.10E-010\n"
+      "week:                        147\n\n",
+      id, health, sqrtA);
 }
 
 TEST_F(OrbitFilesTest, YumaSuccessIsOneSqrtAStrictlyInsideTheRange) {
@@ -325,26 +301,9 @@ TEST_F(OrbitFilesTest, RinexNavigationMatchesAColumnReadingOfTheFile) {
       const double* v = f.values;
       EXPECT_EQ(r->week, expected.week);
       EXPECT_NEAR(r->toc, expected.secondsOfWeek, 1e-6);
-      EXPECT_EQ(r->af0, v[kAf0]);
-      EXPECT_EQ(r->af1, v[kAf1]);
-      EXPECT_EQ(r->af2, v[kAf2]);
+      for (size_t i = 0; i < std::size(kFileOrder); ++i)
+        if (kFileOrder[i] != nullptr) EXPECT_EQ(r->*kFileOrder[i], v[i]) << "value " << i;
       EXPECT_EQ(r->iode, static_cast<int>(v[kIode]));
-      EXPECT_EQ(r->Crs, v[kCrs]);
-      EXPECT_EQ(r->deltaN, v[kDeltaN]);
-      EXPECT_EQ(r->M0, v[kM0]);
-      EXPECT_EQ(r->Cuc, v[kCuc]);
-      EXPECT_EQ(r->e, v[kE]);
-      EXPECT_EQ(r->Cus, v[kCus]);
-      EXPECT_EQ(r->sqrtA, v[kSqrtA]);
-      EXPECT_EQ(r->toe, v[kToe]);
-      EXPECT_EQ(r->Cic, v[kCic]);
-      EXPECT_EQ(r->Omega0, v[kOmega0]);
-      EXPECT_EQ(r->Cis, v[kCis]);
-      EXPECT_EQ(r->i0, v[kI0]);
-      EXPECT_EQ(r->Crc, v[kCrc]);
-      EXPECT_EQ(r->omega, v[kOmega]);
-      EXPECT_EQ(r->OmegaDot, v[kOmegaDot]);
-      EXPECT_EQ(r->IDOT, v[kIdot]);
       EXPECT_EQ(r->status, v[kHealth] == 0.0 ? 7 : 0);
       EXPECT_EQ(r->tgd, 0.0);
       EXPECT_EQ(r->iodc, 0);
