@@ -485,54 +485,58 @@ TEST_F(OrbitFilesTest, RinexWithoutHeaderEndOrChoiceFails) {
   EXPECT_FALSE(state.OrbitsValid);
 }
 
-// ---- Position from a loaded record against precise orbits ----
+// ---- Position and clock from a loaded record against precise orbits ----
 
-// Precise positions (km, GPS time) of one epoch of an SP3 file.
-std::map<int, std::array<double, 3>> ReadSp3Epoch(const std::string& path, int hour, int minute) {
-  const std::vector<std::string> lines = test::SplitLines(test::ReadFile(path));
-  std::map<int, std::array<double, 3>> positions;
+// Precise positions (km) and clocks (us), GPS time, of one epoch of an SP3 file.
+std::map<int, std::array<double, 4>> ReadSp3Epoch(const std::string& path, int hour, int minute) {
+  std::map<int, std::array<double, 4>> epoch;
   bool inEpoch = false;
-  for (const std::string& line : lines) {
+  for (const std::string& line : test::SplitLines(test::ReadFile(path))) {
+    int y, mo, d, h, mi, prn;
+    double x, yy, z, clock;
     if (line.rfind("*  ", 0) == 0) {
-      int y, mo, d, h, mi;
       inEpoch = std::sscanf(line.c_str(), "* %d %d %d %d %d", &y, &mo, &d, &h, &mi) == 5 &&
                 h == hour && mi == minute;
-    } else if (inEpoch && line.rfind("PG", 0) == 0) {
-      int prn;
-      double x, y, z;
-      if (std::sscanf(line.c_str(), "PG%d %lf %lf %lf", &prn, &x, &y, &z) == 4)
-        positions[prn] = {x, y, z};
+    } else if (inEpoch &&
+               std::sscanf(line.c_str(), "PG%d %lf %lf %lf %lf", &prn, &x, &yy, &z, &clock) == 5) {
+      epoch[prn] = {x, yy, z, clock};
     }
   }
-  return positions;
+  return epoch;
 }
 
-TEST_F(OrbitFilesTest, BroadcastPositionAgreesWithPreciseOrbit) {
-  VOREL_REQUIRE_SHARED();
+TEST_F(OrbitFilesTest, BroadcastPositionAndClockAgreeWithPreciseOrbit) {
   ASSERT_EQ(ReadRinexNavigation(*table, ExamplePath("brdc1820.10n"), messages), 1);
-  const std::string sp3 = (test::SharedDir() / "data" / "sp3" / "igs15904.sp3").string();
   int compared = 0;
-  double worst = 0.0;
-  for (const auto& [hour, minute] : {std::pair{1, 0}, std::pair{9, 45}, std::pair{17, 30}}) {
-    const auto precise = ReadSp3Epoch(sp3, hour, minute);
+  double worst = 0.0, worstClock = 0.0;
+  for (const auto& [hour, minute] :
+       {std::pair{0, 0}, std::pair{1, 0}, std::pair{9, 45}, std::pair{17, 30}}) {
+    const auto precise = ReadSp3Epoch(ExamplePath("igs15904.sp3"), hour, minute);
     ASSERT_GT(precise.size(), 25u);
     const double t = 4 * 86400.0 + hour * 3600.0 + minute * 60.0;  // Thursday of week 1590
-    for (const auto& [prn, km] : precise) {
+    for (const auto& [prn, p] : precise) {
       if (SelectOrbitRecord(t, *table, prn - 1) != 0) continue;
+      SCOPED_TRACE(testing::Message() << "PRN " << prn << " at " << hour << ":" << minute);
       Vec3 position{};
       double relativistic = 0.0;
       SatellitePosition(*table, t, prn - 1, position, relativistic);
-      const double dx = position[0] - km[0] * 1000.0;
-      const double dy = position[1] - km[1] * 1000.0;
-      const double dz = position[2] - km[2] * 1000.0;
-      const double distance = std::sqrt(dx * dx + dy * dy + dz * dz);
+      const double distance = std::hypot(position[0] - p[0] * 1000.0, position[1] - p[1] * 1000.0,
+                                         position[2] - p[2] * 1000.0);
       worst = std::max(worst, distance);
-      EXPECT_LT(distance, 10.0) << "PRN " << prn << " at " << hour << ":" << minute;
+      EXPECT_LT(distance, 10.0);
+      // |relativistic term| <= 4.44e-10 sqrtA e, some 22 ns for a typical orbit.
+      const SatelliteOrbits& row = table->rows[prn - 1];
+      const OrbitRecord& r = row.trueRecords[row.selectedRecord];
+      EXPECT_LE(std::fabs(relativistic), 4.442807633e-10 * r.sqrtA * r.e);
+      const double clockError = std::fabs(SatelliteClockBias(*table, t, prn - 1) * 1e6 - p[3]);
+      worstClock = std::max(worstClock, clockError);
+      EXPECT_LT(clockError, 0.03) << "us";
       ++compared;
     }
   }
-  EXPECT_GT(compared, 75);
+  EXPECT_GT(compared, 90);
   RecordProperty("worst_metres", std::to_string(worst));
+  RecordProperty("worst_clock_us", std::to_string(worstClock));
 }
 
 }  // namespace
