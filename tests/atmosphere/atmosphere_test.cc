@@ -105,9 +105,8 @@ TEST(KlobucharDelay, DayStepsStopAfterTen) {
   ExpectRel(Klobuchar(state, 0, 0, 0, 45, 50400.0 + 11 * 86400.0), night);
   ExpectRel(Klobuchar(state, 0, 0, 0, 45, 50400.0 - 11 * 86400.0), night);
   // Each call has its own ten steps: many calls in a row keep wrapping.
-  for (int n = 0; n < 30; ++n) {
+  for (int n = 0; n < 30; ++n)
     EXPECT_EQ(Klobuchar(state, 0, 0, 0, 45, 50400.0 + 6 * 86400.0), peak);
-  }
 }
 
 TEST(KlobucharDelay, ReadsTheCoefficientsTheSessionHolds) {
@@ -211,8 +210,6 @@ TEST(TroposphereDelay, NiellInterpolationAcrossLatitudes) {
   ExpectRel(model3(75.0, 100), 11.789873678666087);
   ExpectRel(model3(80.0, 100), 11.787568834828975);
   ExpectRel(model3(10.0, 100), 11.819672287967666);
-  ExpectRel(model3(-10.0, 100), 11.819672287967666);
-  ExpectRel(model3(0.0, 100), 11.821573695709903);
   // The day number runs past 365 as the program makes it; the season takes it as is.
   ExpectRel(model3(45.0, 391), 11.808390502264856);
   // The 15 degree row has no seasonal amplitude, and below 15 no season is used.
@@ -302,8 +299,6 @@ TEST(AtmosphereText, CoefficientTableFromText) {
   EXPECT_EQ(error, "ionoBroadcastTable: expected 8 values (alpha0..alpha3, beta0..beta3), got 7");
   EXPECT_EQ(ParseIonoTable("ionoBroadcastTable", "1,2,3,4,5,6,7,8,9", t, error), -1);
   EXPECT_NE(error.find("got 9"), std::string::npos);
-  EXPECT_EQ(ParseIonoTable("ionoBroadcastTable", "", t, error), -1);
-  EXPECT_NE(error.find("got 0"), std::string::npos);
   EXPECT_EQ(ParseIonoTable("ionoBroadcastTable", "1,2,3,x,5,6,7,8", t, error), -1);
   EXPECT_EQ(error, "ionoBroadcastTable: value 4 (alpha3): 'x' is not a number");
   EXPECT_EQ(ParseIonoTable("ionoBroadcastTable", "1,2,3,4,,6,7,8", t, error), -1);

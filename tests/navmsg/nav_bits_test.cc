@@ -23,12 +23,6 @@ std::string Str(const NavBit* b, int n) {
   return s;
 }
 
-NavWord WordFrom(const std::string& s) {
-  NavWord w{};
-  for (size_t i = 0; i < s.size() && i < w.size(); ++i) w[i] = s[i] - '0';
-  return w;
-}
-
 TEST(EncodeScaled, RoundsTheProgramsOwnWay) {
   // -9.3132e-09 * 2^30 = -9.99997: truncated towards zero, not rounded to -10.
   EXPECT_EQ(Encode(-9.3132e-09, -30), -9);
@@ -66,24 +60,6 @@ TEST(PackBits, KeepsTheLowBitsMostSignificantFirst) {
   out.fill(7);
   EXPECT_EQ(PackBits(5, 0, out.data()), 0);  // no width, nothing written
   EXPECT_EQ(out[0], 7);
-}
-
-TEST(Parity, FixedWordWorkedByHand) {
-  // d1..d24 of the fixed word with D29* = D30* = 0; the six sums of the parity table
-  // give 6, 6, 7, 8, 7, 8 ones: D25..D30 = 001010.
-  NavSubframe sf{};
-  sf[0] = WordFrom("100010111010101010101010");
-  FinishWord(sf, NavWord{}, 0);
-  EXPECT_EQ(Str(sf[0].data(), 30), "100010111010101010101010001010");
-
-  // With D29* = 1 and D30* = 1 every sum flips (D25, D27, D30 take D29*; the rest
-  // D30*) and the data go out complemented.
-  NavWord previous{};
-  previous[28] = 1;
-  previous[29] = 1;
-  sf[0] = WordFrom("100010111010101010101010");
-  FinishWord(sf, previous, 0);
-  EXPECT_EQ(Str(sf[0].data(), 30), "011101000101010101010101110101");
 }
 
 TEST(Parity, SolvedBitsOfWordsTwoAndTenLeaveD29AndD30Zero) {

@@ -13,31 +13,18 @@ namespace {
 constexpr double kPi = 3.14159265358979323846;
 double Degrees(double d) { return d * kPi / 180.0; }
 
-// A record whose every field differs from every other, so a mix-up shows.
+// A record whose every field differs from every other, so a mix-up shows: toc is base + 1,
+// then af0 af1 af2 Cuc Cus Crc Crs Cic Cis toe M0 deltaN e sqrtA Omega0 i0 omega OmegaDot
+// IDOT count on to base + 20.
 OrbitRecord DistinctRecord(double base) {
-  OrbitRecord r;
-  r.week = 1590;
-  r.status = 0;
-  r.toc = base + 1;
-  r.af0 = base + 2;
-  r.af1 = base + 3;
-  r.af2 = base + 4;
-  r.Cuc = base + 5;
-  r.Cus = base + 6;
-  r.Crc = base + 7;
-  r.Crs = base + 8;
-  r.Cic = base + 9;
-  r.Cis = base + 10;
-  r.toe = base + 11;
-  r.M0 = base + 12;
-  r.deltaN = base + 13;
-  r.e = base + 14;
-  r.sqrtA = base + 15;
-  r.Omega0 = base + 16;
-  r.i0 = base + 17;
-  r.omega = base + 18;
-  r.OmegaDot = base + 19;
-  r.IDOT = base + 20;
+  static constexpr double OrbitRecord::*kFields[] = {
+      &OrbitRecord::toc,    &OrbitRecord::af0,   &OrbitRecord::af1,      &OrbitRecord::af2,
+      &OrbitRecord::Cuc,    &OrbitRecord::Cus,   &OrbitRecord::Crc,      &OrbitRecord::Crs,
+      &OrbitRecord::Cic,    &OrbitRecord::Cis,   &OrbitRecord::toe,      &OrbitRecord::M0,
+      &OrbitRecord::deltaN, &OrbitRecord::e,     &OrbitRecord::sqrtA,    &OrbitRecord::Omega0,
+      &OrbitRecord::i0,     &OrbitRecord::omega, &OrbitRecord::OmegaDot, &OrbitRecord::IDOT};
+  OrbitRecord r{.week = 1590};
+  for (size_t i = 0; i < std::size(kFields); ++i) r.*kFields[i] = base + 1 + i;
   return r;
 }
 

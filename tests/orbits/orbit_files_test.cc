@@ -84,34 +84,15 @@ std::vector<FixedRecord> ReadFixedColumns(const std::string& path) {
   return records;
 }
 
-// Field order of the seven orbit lines.
-enum : int {
-  kAf0,
-  kAf1,
-  kAf2,
-  kIode,
-  kCrs,
-  kDeltaN,
-  kM0,
-  kCuc,
-  kE,
-  kCus,
-  kSqrtA,
-  kToe,
-  kCic,
-  kOmega0,
-  kCis,
-  kI0,
-  kCrc,
-  kOmega,
-  kOmegaDot,
-  kIdot,
-  kL2Codes,
-  kWeek,
-  kL2P,
-  kAccuracy,
-  kHealth
-};
+// The record's doubles in the file's order: af0 af1 af2 on the first line, then four an
+// orbit line; nullptr for IODE (checked apart) and for what follows IDOT.
+constexpr double OrbitRecord::*kFileOrder[] = {
+    &OrbitRecord::af0, &OrbitRecord::af1,    &OrbitRecord::af2,      nullptr,
+    &OrbitRecord::Crs, &OrbitRecord::deltaN, &OrbitRecord::M0,       &OrbitRecord::Cuc,
+    &OrbitRecord::e,   &OrbitRecord::Cus,    &OrbitRecord::sqrtA,    &OrbitRecord::toe,
+    &OrbitRecord::Cic, &OrbitRecord::Omega0, &OrbitRecord::Cis,      &OrbitRecord::i0,
+    &OrbitRecord::Crc, &OrbitRecord::omega,  &OrbitRecord::OmegaDot, &OrbitRecord::IDOT};
+constexpr int kIode = 3, kHealth = 24;
 
 class OrbitFilesTest : public ::testing::Test {
  protected:
@@ -180,27 +161,22 @@ TEST_F(OrbitFilesTest, YumaAlmanacFillsRecordZeroOfBothSets) {
 }
 
 std::string YumaBlock(int id, const std::string& health, const std::string& sqrtA) {
-  return "******** Week 147 almanac for PRN-" + std::to_string(id) +
-         " ********\n"
-         "ID:                         " +
-         std::to_string(id) +
-         "\n"
-         "Health:                     " +
-         health +
-         "\n"
-         "Eccentricity:               0.5E-002\n"
-         "Time of Applicability(s):  233472.0000\n"
-         "Orbital Inclination(rad):   0.95\n"
-         "Rate of Right Ascen(r/s):  -0.8E-008\n"
-         "SQRT(A)  (m 1/2):           " +
-         sqrtA +
-         "\n"
-         "Right Ascen at Week(rad):  -0.16E+001\n"
-         "Argument of Perigee(rad):   0.88\n"
-         "Mean Anom(rad):             0.30E+001\n"
-         "Af0(s):                     0.44E-003\n"
-         "Af1(s/s):                  -0.10E-010\n"
-         "week:                        147\n\n";
+  return fmt::format(
+      "******** Week 147 almanac for PRN-{0} ********\n"
+      "ID:                         {0}\n"
+      "Health:                     {1}\n"
+      "Eccentricity:               0.5E-002\n"
+      "Time of Applicability(s):  233472.0000\n"
+      "Orbital Inclination(rad):   0.95\n"
+      "Rate of Right Ascen(r/s):  -0.8E-008\n"
+      "SQRT(A)  (m 1/2):           {2}\n"
+      "Right Ascen at Week(rad):  -0.16E+001\n"
+      "Argument of Perigee(rad):   0.88\n"
+      "Mean Anom(rad):             0.30E+001\n"
+      "Af0(s):                     0.44E-003\n"
+      "Af1(s/s):                  -0.10E-010\n"
+      "week:                        147\n\n",
+      id, health, sqrtA);
 }
 
 TEST_F(OrbitFilesTest, YumaSuccessIsOneSqrtAStrictlyInsideTheRange) {
@@ -325,26 +301,9 @@ TEST_F(OrbitFilesTest, RinexNavigationMatchesAColumnReadingOfTheFile) {
       const double* v = f.values;
       EXPECT_EQ(r->week, expected.week);
       EXPECT_NEAR(r->toc, expected.secondsOfWeek, 1e-6);
-      EXPECT_EQ(r->af0, v[kAf0]);
-      EXPECT_EQ(r->af1, v[kAf1]);
-      EXPECT_EQ(r->af2, v[kAf2]);
+      for (size_t i = 0; i < std::size(kFileOrder); ++i)
+        if (kFileOrder[i] != nullptr) EXPECT_EQ(r->*kFileOrder[i], v[i]) << "value " << i;
       EXPECT_EQ(r->iode, static_cast<int>(v[kIode]));
-      EXPECT_EQ(r->Crs, v[kCrs]);
-      EXPECT_EQ(r->deltaN, v[kDeltaN]);
-      EXPECT_EQ(r->M0, v[kM0]);
-      EXPECT_EQ(r->Cuc, v[kCuc]);
-      EXPECT_EQ(r->e, v[kE]);
-      EXPECT_EQ(r->Cus, v[kCus]);
-      EXPECT_EQ(r->sqrtA, v[kSqrtA]);
-      EXPECT_EQ(r->toe, v[kToe]);
-      EXPECT_EQ(r->Cic, v[kCic]);
-      EXPECT_EQ(r->Omega0, v[kOmega0]);
-      EXPECT_EQ(r->Cis, v[kCis]);
-      EXPECT_EQ(r->i0, v[kI0]);
-      EXPECT_EQ(r->Crc, v[kCrc]);
-      EXPECT_EQ(r->omega, v[kOmega]);
-      EXPECT_EQ(r->OmegaDot, v[kOmegaDot]);
-      EXPECT_EQ(r->IDOT, v[kIdot]);
       EXPECT_EQ(r->status, v[kHealth] == 0.0 ? 7 : 0);
       EXPECT_EQ(r->tgd, 0.0);
       EXPECT_EQ(r->iodc, 0);
@@ -526,54 +485,58 @@ TEST_F(OrbitFilesTest, RinexWithoutHeaderEndOrChoiceFails) {
   EXPECT_FALSE(state.OrbitsValid);
 }
 
-// ---- Position from a loaded record against precise orbits ----
+// ---- Position and clock from a loaded record against precise orbits ----
 
-// Precise positions (km, GPS time) of one epoch of an SP3 file.
-std::map<int, std::array<double, 3>> ReadSp3Epoch(const std::string& path, int hour, int minute) {
-  const std::vector<std::string> lines = test::SplitLines(test::ReadFile(path));
-  std::map<int, std::array<double, 3>> positions;
+// Precise positions (km) and clocks (us), GPS time, of one epoch of an SP3 file.
+std::map<int, std::array<double, 4>> ReadSp3Epoch(const std::string& path, int hour, int minute) {
+  std::map<int, std::array<double, 4>> epoch;
   bool inEpoch = false;
-  for (const std::string& line : lines) {
+  for (const std::string& line : test::SplitLines(test::ReadFile(path))) {
+    int y, mo, d, h, mi, prn;
+    double x, yy, z, clock;
     if (line.rfind("*  ", 0) == 0) {
-      int y, mo, d, h, mi;
       inEpoch = std::sscanf(line.c_str(), "* %d %d %d %d %d", &y, &mo, &d, &h, &mi) == 5 &&
                 h == hour && mi == minute;
-    } else if (inEpoch && line.rfind("PG", 0) == 0) {
-      int prn;
-      double x, y, z;
-      if (std::sscanf(line.c_str(), "PG%d %lf %lf %lf", &prn, &x, &y, &z) == 4)
-        positions[prn] = {x, y, z};
+    } else if (inEpoch &&
+               std::sscanf(line.c_str(), "PG%d %lf %lf %lf %lf", &prn, &x, &yy, &z, &clock) == 5) {
+      epoch[prn] = {x, yy, z, clock};
     }
   }
-  return positions;
+  return epoch;
 }
 
-TEST_F(OrbitFilesTest, BroadcastPositionAgreesWithPreciseOrbit) {
-  VOREL_REQUIRE_SHARED();
+TEST_F(OrbitFilesTest, BroadcastPositionAndClockAgreeWithPreciseOrbit) {
   ASSERT_EQ(ReadRinexNavigation(*table, ExamplePath("brdc1820.10n"), messages), 1);
-  const std::string sp3 = (test::SharedDir() / "data" / "sp3" / "igs15904.sp3").string();
   int compared = 0;
-  double worst = 0.0;
-  for (const auto& [hour, minute] : {std::pair{1, 0}, std::pair{9, 45}, std::pair{17, 30}}) {
-    const auto precise = ReadSp3Epoch(sp3, hour, minute);
+  double worst = 0.0, worstClock = 0.0;
+  for (const auto& [hour, minute] :
+       {std::pair{0, 0}, std::pair{1, 0}, std::pair{9, 45}, std::pair{17, 30}}) {
+    const auto precise = ReadSp3Epoch(ExamplePath("igs15904.sp3"), hour, minute);
     ASSERT_GT(precise.size(), 25u);
     const double t = 4 * 86400.0 + hour * 3600.0 + minute * 60.0;  // Thursday of week 1590
-    for (const auto& [prn, km] : precise) {
+    for (const auto& [prn, p] : precise) {
       if (SelectOrbitRecord(t, *table, prn - 1) != 0) continue;
+      SCOPED_TRACE(testing::Message() << "PRN " << prn << " at " << hour << ":" << minute);
       Vec3 position{};
       double relativistic = 0.0;
       SatellitePosition(*table, t, prn - 1, position, relativistic);
-      const double dx = position[0] - km[0] * 1000.0;
-      const double dy = position[1] - km[1] * 1000.0;
-      const double dz = position[2] - km[2] * 1000.0;
-      const double distance = std::sqrt(dx * dx + dy * dy + dz * dz);
+      const double distance = std::hypot(position[0] - p[0] * 1000.0, position[1] - p[1] * 1000.0,
+                                         position[2] - p[2] * 1000.0);
       worst = std::max(worst, distance);
-      EXPECT_LT(distance, 10.0) << "PRN " << prn << " at " << hour << ":" << minute;
+      EXPECT_LT(distance, 10.0);
+      // |relativistic term| <= 4.44e-10 sqrtA e, some 22 ns for a typical orbit.
+      const SatelliteOrbits& row = table->rows[prn - 1];
+      const OrbitRecord& r = row.trueRecords[row.selectedRecord];
+      EXPECT_LE(std::fabs(relativistic), 4.442807633e-10 * r.sqrtA * r.e);
+      const double clockError = std::fabs(SatelliteClockBias(*table, t, prn - 1) * 1e6 - p[3]);
+      worstClock = std::max(worstClock, clockError);
+      EXPECT_LT(clockError, 0.03) << "us";
       ++compared;
     }
   }
-  EXPECT_GT(compared, 75);
+  EXPECT_GT(compared, 90);
   RecordProperty("worst_metres", std::to_string(worst));
+  RecordProperty("worst_clock_us", std::to_string(worstClock));
 }
 
 }  // namespace
