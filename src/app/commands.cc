@@ -9,6 +9,7 @@
 
 #include "app/dif_command.h"
 #include "app/scenario_runs.h"
+#include "app/bubble_commands.h"
 #include "app/check_command.h"
 #include "app/scint_commands.h"
 #include "app/orbit_commands.h"
@@ -350,6 +351,10 @@ std::vector<CommandSpec> BuildTable() {
        "position (km) and clock (us) of a satellite from a .pnm file", false, PnmEvalCommand},
       {"nav-rinex", "FILE", "RINEX 2.11 navigation file of the loaded orbits (an almanac re-dated "
                             "to the scenario)", false, NavRinexCommand},
+      {"bubble-rays", "", "the first epoch's rays: slant delay, what the bubble took, class, "
+                          "entry and exit", false, BubbleRaysCommand},
+      {"bubble-marks", "", "where this program start's runs crossed the bubble's walls", false,
+       BubbleMarksCommand},
       {"check", "FILE [--fs HZ --if HZ --format F --ms N]",
        "quick-look acquisition: the satellites a recording holds, Doppler, code phase, C/N0",
        false, CheckCommand},
@@ -376,10 +381,10 @@ std::vector<CommandSpec> BuildFlaggedTable() {
   };
   for (CommandSpec& c : table) {
     c.needsOrbits = among(c.name, {"obs", "raw", "sim", "autorun", "nav", "nav-all", "show-orbit",
-                                   "nav-rinex"});
+                                   "nav-rinex", "bubble-rays"});
     c.writesNothing = among(c.name, {"about", "show-settings", "convert-flux", "convert-sunspot",
                                      "profile", "tec", "set-time", "show-orbit", "load-orbits",
-                                     "galileo"});
+                                     "galileo", "bubble-rays", "bubble-marks"});
   }
   return table;
 }

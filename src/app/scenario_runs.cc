@@ -367,6 +367,39 @@ platform::Status RunObservationSim(Session& session) {
   return FlyReceiver(session, args, output);
 }
 
+platform::Status TraceFirstEpochRays(Session& session,
+                                     std::vector<observation::ModelAtmosphere::Ray>& rays,
+                                     gnss::GpsTime& epoch) {
+  Settings settings = session.settings;
+  const ScenarioSettings& sc = settings.scenario;
+  if (sc.TrajectoryMode != 1)
+    return Refuse(session, "the rays are traced for a static receiver (TrajectoryMode 1)");
+  const atmosphere::AtmosphereSettings& a = settings.atmosphere;
+  if (a.atmosphereEnabled != 1 || atmosphere::BroadcastModelChosen(a) == 1)
+    return Refuse(session,
+                  "the ionosphere along the ray needs atmosphereEnabled 1 and klobucharSelected 0");
+  settings.bubble.bubbleRecordEnabled = 0;  // a look at one epoch writes no record
+  observation::TrajectoryRunArgs args;
+  platform::Status prepared = ReceiverRunArgs(session, settings, args);
+  if (!prepared.ok()) return prepared;
+  if (sc.KeepOrbitEpochs == 0) {
+    const gnss::GpsTime start = ScenarioGpsTime(sc);
+    RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
+  }
+  // A state of its own: the first epoch of a program start, a bubble that has not drifted.
+  atmosphere::AtmosphereState atmosphere = session.atmosphere;
+  atmosphere.slant = atmosphere::SlantIonoState{};
+  observation::EpochState state;
+  observation::ModelAtmosphere models(atmosphere, session.densityModel);
+  models.rays = &rays;
+  platform::RandState rand;
+  observation::EpochEnvironment env{session.constellation, state, rand, &models, {}};
+  const observation::EpochResult result = observation::ComputeFirstEpoch(env, args);
+  epoch.week = result.gpsWeek;
+  epoch.secondsOfWeek = result.timeMs / 1000.0;
+  return platform::Status::Ok();
+}
+
 platform::Status RunRawGeneration(Session& session) {
   platform::RunActiveScope active(session.RunActive);
   const Settings first = session.settings;

@@ -5,8 +5,10 @@
 
 #include <ctime>
 #include <string>
+#include <vector>
 
 #include "app/session.h"
+#include "observation/model_atmosphere.h"
 #include "gnss/time_coords.h"
 #include "platform/status.h"
 
@@ -26,6 +28,13 @@ gnss::GpsTime SetScenarioTime(Session& session);
 std::string ObservationOutputName(int32_t recordType, const std::tm& now, const ScenarioSettings& s);
 std::string DifOutputName(int32_t difFileType, const std::tm& now);
 std::string StationOutputName(int32_t stationRecordType, int station, const ScenarioSettings& s);
+
+// The rays of the scenario's first epoch along which the ionosphere is worked out: each
+// satellite above the mask with its slant delay and what a bubble took from it. Nothing
+// is written and the program start's atmosphere state is left as it was.
+platform::Status TraceFirstEpochRays(Session& session,
+                                     std::vector<observation::ModelAtmosphere::Ray>& rays,
+                                     gnss::GpsTime& epoch);
 
 // One receiver, static or on a trajectory. Every input is checked before the record
 // file is opened; the record is written under a temporary name and takes its own name

@@ -35,7 +35,17 @@ void ModelAtmosphere::SlantIonosphere(const SlantInput& in, double& delay,
   s.flux = in.solarFlux;
   s.bubble = in.bubble;
   s.timeMs = in.timeMs;
-  atmosphere::SlantIonoDelay(density_, state_.slant, s, delay, bubbleClass);
+  if (rays == nullptr) {
+    atmosphere::SlantIonoDelay(density_, state_.slant, s, delay, bubbleClass);
+    return;
+  }
+  Ray ray;
+  atmosphere::SlantIonoDelay(density_, state_.slant, s, delay, bubbleClass, &ray.detail);
+  ray.satIndex = in.satIndex;
+  ray.satPosition = {in.satPosition[0], in.satPosition[1], in.satPosition[2]};
+  ray.delay = delay;
+  ray.bubbleClass = bubbleClass;
+  rays->push_back(ray);
 }
 
 bool ModelAtmosphere::PrepareSlantIonosphere(int32_t month, std::string& error) {

@@ -3,7 +3,9 @@
 // troposphere, the broadcast ionosphere and the ionosphere along the ray with its bubble,
 // reading and writing the program start's atmosphere state and electron density model.
 
+#include <array>
 #include <string>
+#include <vector>
 
 #include "atmosphere/atmosphere_state.h"
 #include "density_model/model_state.h"
@@ -27,6 +29,16 @@ class ModelAtmosphere : public AtmosphereModels {
   double Klobuchar(double latitudeRad, double longitudeRad, double azimuth, double elevation,
                    double tTransmit) override;
   void SlantIonosphere(const SlantInput& in, double& delay, int32_t& bubbleClass) override;
+
+  // What one ray along which the ionosphere was worked out gave; kept when `rays` is set.
+  struct Ray {
+    int32_t satIndex = 0;
+    std::array<double, 3> satPosition{};  // earth-fixed m
+    double delay = 0.0;                   // m, after the bubble
+    int32_t bubbleClass = 0;
+    atmosphere::SlantIonoDetail detail;
+  };
+  std::vector<Ray>* rays = nullptr;
 
  private:
   atmosphere::AtmosphereState& state_;

@@ -107,6 +107,23 @@ std::unique_ptr<ReceiverTrack> MakeTrack(const TrajectoryRunArgs& args,
 
 }  // namespace
 
+EpochResult ComputeFirstEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args) {
+  EpochLoop loop;
+  loop.previousCode.assign(args.satelliteCount, 0.0);
+  loop.cache.assign(args.satelliteCount, AtmosphereCache{});
+  loop.wavelength = kSpeedOfLight / args.carrierFrequency;
+  ReceiverFix fix{args.startMs, args.latitude, args.longitude, args.altitude};
+  ComputeReceiver(fix.latitude, fix.longitude, fix.altitude, loop);
+  ComputeRows(fix.latitude, fix.longitude, loop);
+  StaticTrack(args.intervalMs).Next(fix);
+  EpochResult result;
+  result.gpsWeek = args.gpsWeek;
+  result.timeMs = fix.timeMs;
+  ComputeEpoch(env, args, loop, result, fix.latitude * kDegToRad, fix.longitude * kDegToRad,
+               fix.altitude, fix.timeMs);
+  return result;
+}
+
 const char* MissingAtmosphereModel(const AtmosphereModels* a, const TrajectoryRunArgs& args) {
   if (args.tropoEnabled == 1 && !(a && a->HasTroposphere())) return "troposphere model";
   if (args.ionoEnabled == 1 && args.ionoModel == 1 && !(a && a->HasKlobuchar()))

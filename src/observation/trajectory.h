@@ -44,6 +44,10 @@ std::string CheckRunArgs(const TrajectoryRunArgs& args);
 // The time (ms of the week, as a 64-bit count) of the last epoch of a static run.
 int64_t StaticRunEndMs(const TrajectoryRunArgs& args);
 
+// The first epoch of a static receiver's run, computed as the run would compute it
+// (one interval after the start) and handed to nobody. For tools that look at one epoch.
+EpochResult ComputeFirstEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args);
+
 // Runs the loop: the receiver's track gives each epoch's time and place, and every
 // computed epoch goes to the sinks of `env`, which write and show what the run makes;
 // the loop itself writes nothing. Ok at a normal end, Stopped when `runActive` was
