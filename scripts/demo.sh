@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # The demo scenario on the bundled data: navigation messages of all 32 satellites, a ten
 # minute RINEX observation file at 1 s, the one-minute .scn record at 1 ms, and the 40 s
-# DIF recording made from that record and the navigation files. Everything lands in
-# out/demo (the data directory of the demo).
+# DIF recording made from that record and the navigation files; then the bubble example:
+# the ionosphere along each ray from Singapore with a drifting plasma bubble, a ten-minute
+# RINEX file and a navigation file of the re-dated almanac for positioning tools.
+# Everything lands in out/demo (the data directory of the demo).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 vorel=${VOREL:-build/default/vorel}
@@ -20,6 +22,16 @@ echo "== the .scn record at 1 ms and the DIF recording"
   load-orbits --type rinex data/examples/brdc1820.10n obs dif
 
 echo
+echo "== the ionosphere along the ray and a drifting plasma bubble (Singapore, March, 20:00)"
+"$vorel" --data-dir "$data" --scenario data/examples/bubble.toml \
+  load-orbits data/examples/yuma147.txt bubble-rays obs nav-rinex "$data/bubble.10n" |
+  awk '/^ *PRN/ || /through the bubble/ || ($9 != "" && $9 != "-" && $1 ~ /^[0-9]+$/) { print }
+       /^wrote/ { print }'
+echo "   the rays above whose entry and exit points are shown crossed the bubble: their delay"
+echo "   dropped by the 'bubble m' column; $data/bubble-record.txt follows the drift second by"
+echo "   second (AtmosphereUpdateInterval 1000)"
+
+echo
 echo "== demo output in $data:"
-ls -l "$data"/demo.10o "$data"/demo.scn "$data"/demo.bin
+ls -l "$data"/demo.10o "$data"/demo.scn "$data"/demo.bin "$data"/bubble.10o "$data"/bubble.10n
 echo "   $(ls "$data"/NAV/navbin* | wc -l) navigation bit files in $data/NAV (navbin<prn>, navascii<prn>)"
