@@ -273,6 +273,20 @@ std::string StationOutputName(int32_t stationRecordType, int station, const Scen
   }
 }
 
+// The atmosphere models a run needs, their data loaded, and the arguments' own limits.
+platform::Status CheckModelsAndArgs(Session& session, const observation::TrajectoryRunArgs& args) {
+  observation::ModelAtmosphere models(session.atmosphere, session.densityModel);
+  if (observation::RefuseUnavailableModels(&models, args, session.messages))
+    return platform::Status::Failed("atmosphere model missing");
+  std::string modelError;
+  if (args.ionoEnabled == 1 && args.ionoModel != 1 &&
+      !models.PrepareSlantIonosphere(args.month, modelError))
+    return Refuse(session, modelError);
+  const std::string refusal = observation::CheckRunArgs(args);
+  if (!refusal.empty()) return Refuse(session, refusal);
+  return platform::Status::Ok();
+}
+
 // One receiver's run arguments from the settings, with every check that needs no file:
 // orbits loaded, the run clock, the atmosphere models and the arguments' own limits.
 platform::Status ReceiverRunArgs(Session& session, const Settings& settings,
@@ -310,16 +324,7 @@ platform::Status ReceiverRunArgs(Session& session, const Settings& settings,
   }
   args.carrierFrequency = sc.ConstellationChoice == 0 ? gnss::kL1Frequency : 0.0;
 
-  observation::ModelAtmosphere models(session.atmosphere, session.densityModel);
-  if (observation::RefuseUnavailableModels(&models, args, session.messages))
-    return platform::Status::Failed("atmosphere model missing");
-  std::string modelError;
-  if (args.ionoEnabled == 1 && args.ionoModel != 1 &&
-      !models.PrepareSlantIonosphere(args.month, modelError))
-    return Refuse(session, modelError);
-  const std::string refusal = observation::CheckRunArgs(args);
-  if (!refusal.empty()) return Refuse(session, refusal);
-  return platform::Status::Ok();
+  return CheckModelsAndArgs(session, args);
 }
 
 platform::Status RunObservationSim(Session& session) {
@@ -462,15 +467,8 @@ platform::Status RunRawGeneration(Session& session) {
     args.staticReceiver = 1;
 
     // The station's inputs before its record file.
-    observation::ModelAtmosphere models(session.atmosphere, session.densityModel);
-    if (observation::RefuseUnavailableModels(&models, args, session.messages))
-      return platform::Status::Failed("atmosphere model missing");
-    std::string modelError;
-    if (args.ionoEnabled == 1 && args.ionoModel != 1 &&
-        !models.PrepareSlantIonosphere(args.month, modelError))
-      return Refuse(session, modelError);
-    const std::string refusal = observation::CheckRunArgs(args);
-    if (!refusal.empty()) return Refuse(session, refusal);
+    platform::Status checked = CheckModelsAndArgs(session, args);
+    if (!checked.ok()) return checked;
     const std::filesystem::path eventPath = session.dataDir.Map(settings.stations.StationEventFile[i]);
     platform::LineReader events(eventPath);
     if (!events.IsOpen())
