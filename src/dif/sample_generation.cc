@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 
@@ -313,7 +314,9 @@ class BlockEngine {
       const size_t slotBytes = static_cast<size_t>(n_) * 2 * sizeof(float);
       ring_ = static_cast<int32_t>(std::clamp<size_t>((size_t{16} << 20) / slotBytes, 4, 128));
     }
+    if (const char* e = std::getenv("VOREL_DIF_RING"); e && stages_ > 1) ring_ = std::atoi(e);  // TEMP
     batch_ = std::max(1, ring_ / 8);
+    if (const char* e = std::getenv("VOREL_DIF_BATCH")) batch_ = std::atoi(e);  // TEMP
     slots_.reset(new Slot[static_cast<size_t>(ring_)]);
     for (int32_t k = 0; k < ring_; ++k) {
       slots_[k].sum.Allocate(static_cast<size_t>(n_));
@@ -334,6 +337,16 @@ class BlockEngine {
     run.lastStage.assign(static_cast<size_t>(units), -1);
     run.lastBlock.assign(static_cast<size_t>(units), -1);
     team_.Run([&](int member) { Stage(member, run); });
+    if (std::getenv("VOREL_DIF_TRACE")) {  // TEMP
+      std::fprintf(stderr, "stages %d ring %d batch %d\n", stages_, ring_, batch_);
+      for (int st = 0; st < stages_; ++st) std::fprintf(stderr, " sleeps[%d] %lld\n", st, (long long)milestones.Sleeps(st));
+      if (run.balancer) {
+        const Costs& c = run.balancer->costs();
+        std::fprintf(stderr, " costs plan %.2f path %.2f noise %.2f finish %.2f us\n", c.plan*1e6, c.path*1e6, c.noise*1e6, c.finish*1e6);
+        const Split& sp = run.balancer->For(run.pathCounts);
+        std::fprintf(stderr, " split:"); for (int32_t v : sp.stageFirst) std::fprintf(stderr, " %d", v); std::fprintf(stderr, " noise %d\n", sp.noiseStage);
+      }
+    }
   }
 
  private:
