@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
-#include <cstdlib>
 #include <functional>
 #include <memory>
 
@@ -161,8 +160,9 @@ struct Costs {
 };
 
 // Chooses the split that makes the busiest stage least busy under the costs measured over
-// the last blocks. A new split is taken only when it is clearly better, since moving a
-// channel to an earlier stage makes that stage wait for the later one once.
+// the last blocks (medians over 128 blocks). A new split is taken only when it is clearly
+// better, and one that moves a channel to an earlier stage (which makes that stage wait for
+// the later one once) at most every 4096 blocks.
 class Balancer {
  public:
   Balancer(int stages, const Costs& guess) : stages_(stages), costs_(guess) {}
@@ -191,14 +191,37 @@ class Balancer {
     noise_.clear();
     path_.clear();
     if (split_.stageFirst.empty()) return;
+    // Moving the noise, or channels to later stages, costs nothing; a channel moving to an
+    // earlier stage makes that stage wait once until the later one has caught up (up to a
+    // ring of blocks). So such a move needs a clear gain and comes at most once in a while,
+    // lest the split follow the noise of the measurements.
     Split best = Best(paths_);
-    if (Bottleneck(best, paths_) < 0.97 * Bottleneck(split_, paths_)) split_ = best;
+    const bool back = MovesBack(split_, best);
+    sinceBack_ += kWindow;
+    if (back && sinceBack_ < kBackEvery) return;
+    if (Bottleneck(best, paths_) < (back ? 0.95 : 0.98) * Bottleneck(split_, paths_)) {
+      split_ = best;
+      if (back) sinceBack_ = 0;
+    }
   }
 
   const Costs& costs() const { return costs_; }
 
  private:
-  static constexpr size_t kWindow = 64;
+  static constexpr size_t kWindow = 128;
+  static constexpr int64_t kBackEvery = 4096;
+
+  // Whether some channel runs on an earlier stage under `to` than under `from`.
+  static bool MovesBack(const Split& from, const Split& to) {
+    int a = 0, b = 0;
+    const int32_t channels = from.stageFirst.back();
+    for (int32_t c = 0; c < channels; ++c) {
+      while (c >= from.stageFirst[a + 1]) ++a;
+      while (c >= to.stageFirst[b + 1]) ++b;
+      if (b < a) return true;
+    }
+    return false;
+  }
 
   static double Median(std::vector<double>& v) {
     std::nth_element(v.begin(), v.begin() + static_cast<std::ptrdiff_t>(v.size() / 2), v.end());
@@ -273,6 +296,7 @@ class Balancer {
   std::vector<int32_t> paths_;
   Split split_;
   std::vector<double> plan_, finish_, noise_, path_;
+  int64_t sinceBack_ = kBackEvery;  // blocks since a channel last moved back
 };
 
 // Makes the blocks of a run: each block is planned (its paths, seed and alignments), its
@@ -314,9 +338,7 @@ class BlockEngine {
       const size_t slotBytes = static_cast<size_t>(n_) * 2 * sizeof(float);
       ring_ = static_cast<int32_t>(std::clamp<size_t>((size_t{16} << 20) / slotBytes, 4, 128));
     }
-    if (const char* e = std::getenv("VOREL_DIF_RING"); e && stages_ > 1) ring_ = std::atoi(e);  // TEMP
     batch_ = std::max(1, ring_ / 8);
-    if (const char* e = std::getenv("VOREL_DIF_BATCH")) batch_ = std::atoi(e);  // TEMP
     slots_.reset(new Slot[static_cast<size_t>(ring_)]);
     for (int32_t k = 0; k < ring_; ++k) {
       slots_[k].sum.Allocate(static_cast<size_t>(n_));
@@ -337,16 +359,6 @@ class BlockEngine {
     run.lastStage.assign(static_cast<size_t>(units), -1);
     run.lastBlock.assign(static_cast<size_t>(units), -1);
     team_.Run([&](int member) { Stage(member, run); });
-    if (std::getenv("VOREL_DIF_TRACE")) {  // TEMP
-      std::fprintf(stderr, "stages %d ring %d batch %d\n", stages_, ring_, batch_);
-      for (int st = 0; st < stages_; ++st) std::fprintf(stderr, " sleeps[%d] %lld\n", st, (long long)milestones.Sleeps(st));
-      if (run.balancer) {
-        const Costs& c = run.balancer->costs();
-        std::fprintf(stderr, " costs plan %.2f path %.2f noise %.2f finish %.2f us\n", c.plan*1e6, c.path*1e6, c.noise*1e6, c.finish*1e6);
-        const Split& sp = run.balancer->For(run.pathCounts);
-        std::fprintf(stderr, " split:"); for (int32_t v : sp.stageFirst) std::fprintf(stderr, " %d", v); std::fprintf(stderr, " noise %d\n", sp.noiseStage);
-      }
-    }
   }
 
  private:

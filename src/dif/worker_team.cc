@@ -142,8 +142,16 @@ int64_t Milestones::Await(int waiter, int count, int64_t need, int64_t wish) {
   s.need.store(need, std::memory_order_relaxed);
   s.wish.store(std::max(need, wish), std::memory_order_seq_cst);
   s.count.store(count, std::memory_order_seq_cst);
-  // Whoever waits on us must not wait for a batch we will not make while we sleep.
-  if (waiter < countNumber_) Kick(waiter);
+  // Whoever waits on us must not wait for a batch we will not make while we sleep: those
+  // asleep already are kicked, and those who start to sleep from now on see the mark. (All
+  // seq_cst: of a producer marking itself and then looking for sleepers, and a sleeper
+  // registering and then looking for the mark, at least one sees the other.)
+  const bool producer = waiter < countNumber_;
+  if (producer) {
+    counts_[waiter].producerAsleep.store(true, std::memory_order_seq_cst);
+    Kick(waiter);
+  }
+  if (c.producerAsleep.load(std::memory_order_seq_cst)) s.wish.store(need, std::memory_order_seq_cst);
   {
     std::unique_lock<std::mutex> lock(s.mutex);
     ++s.sleeps;
@@ -156,6 +164,7 @@ int64_t Milestones::Await(int waiter, int count, int64_t need, int64_t wish) {
     }
   }
   s.count.store(-1, std::memory_order_seq_cst);
+  if (producer) counts_[waiter].producerAsleep.store(false, std::memory_order_seq_cst);
   if (halted_.load(std::memory_order_seq_cst)) return -1;
   return value >= need ? value : -1;
 }

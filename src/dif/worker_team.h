@@ -12,8 +12,9 @@
 // would like before it is woken (a batch of blocks further on), so that a producer wakes a
 // sleeping consumer once a batch rather than once a block. A producer that is about to sleep
 // itself first lowers its sleepers' wishes to their needs (Kick), so that a batch never waits
-// for blocks that will not come while nobody is working. Close says a producer has made its
-// last block; Halt ends every wait of the run.
+// for blocks that will not come while nobody is working; a consumer that starts to sleep
+// while its producer sleeps wishes for no more than it needs. Close says a producer has made
+// its last block; Halt ends every wait of the run.
 
 #include <atomic>
 #include <condition_variable>
@@ -80,6 +81,7 @@ class Milestones {
   struct alignas(64) Count {
     std::atomic<int64_t> value{0};
     std::atomic<bool> closed{false};
+    std::atomic<bool> producerAsleep{false};  // its producer waits itself: wishes are off
   };
   struct alignas(64) Sleeper {
     std::atomic<int> count{-1};  // the count slept on, -1 when awake

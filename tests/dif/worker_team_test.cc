@@ -111,5 +111,41 @@ TEST(Milestones, AProducerAboutToSleepLetsItsConsumerTakeWhatThereIs) {
   EXPECT_EQ(consumed.load(), 1);
 }
 
+// The first stage now and then waits until the second has caught up completely (as a
+// channel moving to an earlier stage does), while the second sleeps for batches: however
+// the two meet, neither may sleep for ever. A watchdog halts a run that hangs.
+TEST(Milestones, AProducerWaitingForItsConsumerNeverDeadlocks) {
+  for (int round = 0; round < 20; ++round) {
+    constexpr int64_t kItems = 4000;
+    Milestones ms(2, 2);
+    std::atomic<bool> finished{false};
+    std::atomic<int64_t> consumed{0};
+    std::thread watchdog([&] {
+      for (int k = 0; k < 2000 && !finished.load(); ++k)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      if (!finished.load()) ms.Halt();
+    });
+    WorkerTeam team(2);
+    team.Run([&](int stage) {
+      for (int64_t b = 0; b < kItems; ++b) {
+        if (stage == 0) {
+          if (b >= 8 && ms.Await(0, 1, b - 7, b - 4) < 0) break;
+          if ((b * 7919) % 13 == 0 && ms.Await(0, 1, b, b) < 0) break;  // wait for everything
+        } else {
+          if (ms.Await(1, 0, b + 1, b + 4) < 0) break;
+          consumed.store(b + 1);
+        }
+        if ((b + round) % 97 == 0) std::this_thread::yield();
+        ms.Publish(stage, b + 1);
+      }
+      ms.Close(stage);
+    });
+    finished.store(true);
+    watchdog.join();
+    ASSERT_FALSE(ms.Halted()) << "deadlock in round " << round << " after " << consumed.load();
+    ASSERT_EQ(consumed.load(), kItems);
+  }
+}
+
 }  // namespace
 }  // namespace vorel::dif
