@@ -400,7 +400,7 @@ class BlockEngine {
 
   void Stage(int stage, RunState& run) {
     Milestones& ms = run.milestones;
-    const bool first = stage == 0, lastStage = stage == stages_ - 1;
+    const bool first = stage == 0, isLast = stage == stages_ - 1;
     const bool timed = stages_ > 1;
     if (first && timed) run.balancer = std::make_unique<Balancer>(stages_, GuessCosts());
     for (int64_t b = 0;; ++b) {
@@ -427,7 +427,7 @@ class BlockEngine {
         if (!plan.recordEnded) Assign(slot, b, run);
       }
       if (slot.plan.recordEnded) {
-        if (lastStage) {
+        if (isLast) {
           run.ctx.messages.Warn(run.source.recordEnded(b));
           run.report.recordEnded = true;
           run.last = slot.plan;
@@ -450,7 +450,7 @@ class BlockEngine {
         if (timed) note.noiseSeconds = Seconds(ran, Clock::now());
       }
       bool goOn = true;
-      if (lastStage) {
+      if (isLast) {
         const int32_t bytes = Finish(slot);
         goOn = Retire(slot, b, bytes, note, run);
       }
