@@ -285,6 +285,36 @@ TEST(DifScenario, EveryFormEndsAnEarlyRunAtTheSameBlock) {
   s.messages = quiet;
 }
 
+// A record that lists a satellite twice in an epoch: both entries run the one channel state,
+// one after the other, whichever stages they fall on.
+TEST(DifScenario, ASatelliteListedTwiceGivesTheSameBytesOnEveryForm) {
+  ScratchDir dir("twice-listed");
+  DifScenario sc = MakeDifScenario(dir.path(), {}, false);
+  app::Session& s = *sc.session;
+  s.settings.dif.Duration = 0.003;  // 180 ms
+  std::istringstream in(ReadFile(sc.record));
+  std::string text, time, count, line;
+  for (int epoch = 0; epoch < 200 && std::getline(in, time) && std::getline(in, count); ++epoch) {
+    const int satellites = std::stoi(count);
+    std::string lines, first;
+    for (int j = 0; j < satellites && std::getline(in, line); ++j) {
+      if (j == 0) first = line;
+      lines += line + "\n";
+    }
+    // One more satellite: the first, listed again at the end.
+    text += time + "\n" + fmt::format("{:3d}\n", satellites + 1) + lines + first + "\n";
+  }
+  WriteFile(dir / "twice.scn", text);
+  s.settings.scenario.ObservationOutputFile = (dir / "twice.scn").string();
+  platform::RandState oneRand = s.workerRand;
+  const std::string one = RunVariant(s, dir / "one.bin", oneRand, {false, 1});
+  EXPECT_EQ(one.size(), 180u * 4092u);
+  for (const dif::GeneratorSpeed& form : kForms) {
+    platform::RandState formRand = s.workerRand;
+    EXPECT_EQ(RunVariant(s, dir / "form.bin", formRand, form), one) << Describe(form);
+  }
+}
+
 TEST(DifScenario, TwoRunsOfOneScenarioGiveIdenticalBytes) {
   ScratchDir one("twice-1"), two("twice-2");
   std::string bytes[2];
