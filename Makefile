@@ -1,9 +1,9 @@
-# Entry points: `make demo`, `make test`, `make check`, `make bench`, `make asan`.
+# Entry points: `make demo`, `make test`, `make check`, `make bench`, `make asan`, `make tsan`.
 PRESET ?= default
 JOBS ?= $(shell nproc)
 BUILD_DIR := build/$(PRESET)
 
-.PHONY: all deps configure build test check bench asan demo docs clean
+.PHONY: all deps configure build test check bench asan tsan demo docs clean
 
 all: build
 
@@ -34,6 +34,11 @@ bench:
 
 asan:
 	$(MAKE) test PRESET=asan
+
+# The thread sanitizer over the DIF tests (the threaded sample generator and its team).
+tsan:
+	$(MAKE) build PRESET=tsan
+	ctest --preset tsan -j $(JOBS) -L unit -R '^(Dif|SampleGeneration|WorkerTeam|Milestones|Noise|Quantiser|CaCode)'
 
 clean:
 	rm -rf build

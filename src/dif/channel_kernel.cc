@@ -8,6 +8,7 @@
 #endif
 
 #include "dif/dif_state.h"
+#include "dif/lanes.h"
 
 namespace vorel::dif {
 namespace {
@@ -100,66 +101,64 @@ void PlainLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out 
 }
 
 #if defined(__x86_64__)
-#define VOREL_AVX2 __attribute__((target("avx2")))
-
-#define VOREL_AVX512 __attribute__((target("avx512f")))
+// The carrier table times the bit in force, the same float product the plain loop forms, as
+// 16 / W vectors of W lanes.
+template <int W>
+VOREL_LANES_INLINE void LoadCarrierTable(int32_t navBit, typename lanes::Vec<W>::F* parts) {
+  alignas(64) float table[16];
+  for (int m = 0; m < 16; ++m) table[m] = static_cast<float>(navBit) * kCarrierTable[m];
+  for (int k = 0; k < 16 / W; ++k) parts[k] = lanes::LoadU<typename lanes::Vec<W>::F>(table + W * k);
+}
 
 // W samples at a time wherever no code wrap, no code epoch (k of 0 or 1) and no end of the
 // code table falls among them; those groups go through the plain step. kStart, the code
 // index of the group's first sample, moves on by W after a vector group and is taken anew
-// after a plain one.
-VOREL_AVX2 void FastLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode,
-                         PathCursor& p, int32_t i0, int32_t i1) {
-  constexpr int32_t W = 8;
+// after a plain one. Written once for eight lanes (AVX2: the table in two registers) and
+// sixteen (AVX-512: in one).
+template <int W>
+VOREL_LANES_INLINE void FastLoopLanes(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst,
+                                      Out mode, PathCursor& p, int32_t i0, int32_t i1) {
+  using F = typename lanes::Vec<W>::F;
+  using I = typename lanes::Vec<W>::I;
   const int32_t n = a.n;
-  const __m256 rhoV = _mm256_set1_ps(a.rho);
-  const __m256 omegaV = _mm256_set1_ps(a.omega);
-  const __m256 baseV = _mm256_set1_ps(p.base);
-  const __m256 gV = _mm256_set1_ps(a.g);
-  const __m256 scaleV = _mm256_set1_ps(kRadiansToIndex);
-  const __m256 oneV = _mm256_set1_ps(1.0f);
-  const __m256 absMask = _mm256_castsi256_ps(_mm256_set1_epi32(0x7fffffff));
-  const __m256i lanes = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
-  const __m256i fifteen = _mm256_set1_epi32(15);
-  const __m256i seven = _mm256_set1_epi32(7);
-
-  // The carrier table times the bit in force: the same product the plain loop forms.
-  alignas(32) float table[16];
+  const F baseV = lanes::Splat<F>(p.base), omegaV = lanes::Splat<F>(a.omega);
+  const F gV = lanes::Splat<F>(a.g);
+  F table[16 / W];
   int32_t tableBit = c.navBit;
-  for (int m = 0; m < 16; ++m) table[m] = static_cast<float>(c.navBit) * kCarrierTable[m];
-  __m256 lowT = _mm256_load_ps(table), highT = _mm256_load_ps(table + 8);
+  LoadCarrierTable<W>(tableBit, table);
 
   int32_t kStart = FloorMod(static_cast<int64_t>(i0) + 1 + p.K, n);
   int32_t i = i0;
-  for (; i + W <= i1; i += W) {
-    const __m256i iv = _mm256_add_epi32(_mm256_set1_epi32(i), lanes);
-    const __m256 fi1 = _mm256_cvtepi32_ps(_mm256_add_epi32(iv, _mm256_set1_epi32(1)));
-    const __m256 x = _mm256_add_ps(_mm256_set1_ps(p.dcf), _mm256_mul_ps(fi1, rhoV));
-    const bool wrap =
-        _mm256_movemask_ps(_mm256_cmp_ps(_mm256_and_ps(x, absMask), oneV, _CMP_GE_OQ)) != 0;
+  I iv = lanes::Iota<I>() + lanes::Splat<I>(i0);  // i + lane
+  for (; i + W <= i1; i += W, iv += W) {
+    // x = dcf + float(i + 1) rho runs one way over the group (each operation rounds
+    // monotonically), so it leaves -1..1 inside the group exactly when it does at the
+    // group's first or last sample.
+    const float xFirst = p.dcf + static_cast<float>(i + 1) * a.rho;
+    const float xLast = p.dcf + static_cast<float>(i + W) * a.rho;
+    const bool wrap = std::fabs(xFirst) >= 1.0f || std::fabs(xLast) >= 1.0f;
     if (wrap || !a.carrierOn || kStart <= 1 || kStart + W - 1 >= n) {
       for (int32_t j = i; j < i + W; ++j) Step<false>(a, c, feed, p, j, dst, mode);
       kStart = FloorMod(static_cast<int64_t>(i) + W + 1 + p.K, n);
       continue;
     }
     if (tableBit != c.navBit) {
-      for (int m = 0; m < 16; ++m) table[m] = static_cast<float>(c.navBit) * kCarrierTable[m];
-      lowT = _mm256_load_ps(table);
-      highT = _mm256_load_ps(table + 8);
       tableBit = c.navBit;
+      LoadCarrierTable<W>(tableBit, table);
     }
-    const __m256 phi = _mm256_add_ps(baseV, _mm256_mul_ps(_mm256_cvtepi32_ps(iv), omegaV));
-    const __m256i q = _mm256_and_si256(_mm256_cvttps_epi32(_mm256_mul_ps(phi, scaleV)), fifteen);
-    const __m256 lo = _mm256_permutevar8x32_ps(lowT, q);
-    const __m256 hi = _mm256_permutevar8x32_ps(highT, q);
-    const __m256 carrier =
-        _mm256_blendv_ps(lo, hi, _mm256_castsi256_ps(_mm256_cmpgt_epi32(q, seven)));
-    const __m256 s = _mm256_mul_ps(carrier, _mm256_loadu_ps(a.codeFloat + kStart));
-    const __m256 contribution = _mm256_mul_ps(s, gV);
-    if (mode == Out::kAdd)
-      _mm256_storeu_ps(dst + i, _mm256_add_ps(_mm256_loadu_ps(dst + i), contribution));
+    const F phi = baseV + __builtin_convertvector(iv, F) * omegaV;
+    const I q = __builtin_convertvector(phi * kRadiansToIndex, I) & 15;
+    F carrier;
+    if constexpr (W == 16)
+      carrier = __builtin_shuffle(table[0], q);
     else
-      _mm256_storeu_ps(dst + i, _mm256_add_ps(_mm256_setzero_ps(), contribution));
+      carrier = __builtin_shuffle(table[0], table[1], q);
+    const F s = carrier * lanes::LoadU<F>(a.codeFloat + kStart);
+    const F contribution = s * gV;
+    if (mode == Out::kAdd)
+      lanes::StoreU(dst + i, lanes::LoadU<F>(dst + i) + contribution);
+    else
+      lanes::StoreU(dst + i, 0.0f + contribution);
     // What the last sample of the group leaves behind.
     p.k = kStart + W - 1;
     p.x = p.dcf + static_cast<float>(i + W) * a.rho;
@@ -170,63 +169,17 @@ VOREL_AVX2 void FastLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float*
   for (; i < i1; ++i) Step<false>(a, c, feed, p, i, dst, mode);
 }
 
-// The same with sixteen lanes; the sixteen-entry table is one register. (GCC 12's
-// AVX-512 headers start some conversions from an undefined register and warn about it.)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-VOREL_AVX512 void FastLoop512(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode,
-                              PathCursor& p, int32_t i0, int32_t i1) {
-  constexpr int32_t W = 16;
-  const int32_t n = a.n;
-  const __m512 rhoV = _mm512_set1_ps(a.rho);
-  const __m512 omegaV = _mm512_set1_ps(a.omega);
-  const __m512 baseV = _mm512_set1_ps(p.base);
-  const __m512 gV = _mm512_set1_ps(a.g);
-  const __m512 scaleV = _mm512_set1_ps(kRadiansToIndex);
-  const __m512 oneV = _mm512_set1_ps(1.0f);
-  const __m512i lanes = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
-  const __m512i fifteen = _mm512_set1_epi32(15);
-
-  alignas(64) float table[16];
-  int32_t tableBit = c.navBit;
-  for (int m = 0; m < 16; ++m) table[m] = static_cast<float>(c.navBit) * kCarrierTable[m];
-  __m512 tableV = _mm512_load_ps(table);
-
-  int32_t kStart = FloorMod(static_cast<int64_t>(i0) + 1 + p.K, n);
-  int32_t i = i0;
-  for (; i + W <= i1; i += W) {
-    const __m512i iv = _mm512_add_epi32(_mm512_set1_epi32(i), lanes);
-    const __m512 fi1 = _mm512_cvtepi32_ps(_mm512_add_epi32(iv, _mm512_set1_epi32(1)));
-    const __m512 x = _mm512_add_ps(_mm512_set1_ps(p.dcf), _mm512_mul_ps(fi1, rhoV));
-    const bool wrap = _mm512_cmp_ps_mask(_mm512_abs_ps(x), oneV, _CMP_GE_OQ) != 0;
-    if (wrap || !a.carrierOn || kStart <= 1 || kStart + W - 1 >= n) {
-      for (int32_t j = i; j < i + W; ++j) Step<false>(a, c, feed, p, j, dst, mode);
-      kStart = FloorMod(static_cast<int64_t>(i) + W + 1 + p.K, n);
-      continue;
-    }
-    if (tableBit != c.navBit) {
-      for (int m = 0; m < 16; ++m) table[m] = static_cast<float>(c.navBit) * kCarrierTable[m];
-      tableV = _mm512_load_ps(table);
-      tableBit = c.navBit;
-    }
-    const __m512 phi = _mm512_add_ps(baseV, _mm512_mul_ps(_mm512_cvtepi32_ps(iv), omegaV));
-    const __m512i q = _mm512_and_si512(_mm512_cvttps_epi32(_mm512_mul_ps(phi, scaleV)), fifteen);
-    const __m512 carrier = _mm512_permutexvar_ps(q, tableV);
-    const __m512 s = _mm512_mul_ps(carrier, _mm512_loadu_ps(a.codeFloat + kStart));
-    const __m512 contribution = _mm512_mul_ps(s, gV);
-    if (mode == Out::kAdd)
-      _mm512_storeu_ps(dst + i, _mm512_add_ps(_mm512_loadu_ps(dst + i), contribution));
-    else
-      _mm512_storeu_ps(dst + i, _mm512_add_ps(_mm512_setzero_ps(), contribution));
-    p.k = kStart + W - 1;
-    p.x = p.dcf + static_cast<float>(i + W) * a.rho;
-    p.phi = p.base + static_cast<float>(i + W - 1) * a.omega;
-    kStart += W;
-    if (kStart >= n) kStart -= n;
-  }
-  for (; i < i1; ++i) Step<false>(a, c, feed, p, i, dst, mode);
+__attribute__((target("avx2"))) void FastLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed,
+                                              float* dst, Out mode, PathCursor& p, int32_t i0,
+                                              int32_t i1) {
+  FastLoopLanes<8>(a, c, feed, dst, mode, p, i0, i1);
 }
-#pragma GCC diagnostic pop
+
+__attribute__((target("avx512f"))) void FastLoop512(const PathArgs& a, ChannelNco& c,
+                                                    BitFeed& feed, float* dst, Out mode,
+                                                    PathCursor& p, int32_t i0, int32_t i1) {
+  FastLoopLanes<16>(a, c, feed, dst, mode, p, i0, i1);
+}
 #endif
 
 void Run(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode, PathCursor& p,

@@ -1,7 +1,5 @@
 #include "dif/nav_bit_table.h"
 
-#include <omp.h>
-
 #include <cstdio>
 #include <cstring>
 
@@ -33,8 +31,6 @@ int32_t ReadNavBitFile(const std::filesystem::path& path, int32_t* row) {
 void ConvertNavBits(int32_t* row) {
   // Wrapping arithmetic: a row that is converted again (its file vanished) keeps moving
   // away from -1/+1 but never overflows into undefined behaviour.
-  const bool fork = omp_in_parallel() == 0;
-#pragma omp parallel for schedule(static) if (fork)
   for (int32_t i = 0; i < kNavBitsPerRow; ++i)
     row[i] = static_cast<int32_t>(2u * static_cast<uint32_t>(row[i]) - 1u);
 }

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "dif/lanes.h"
+
 #if defined(__x86_64__)
 #include <immintrin.h>
 #endif
@@ -51,113 +53,138 @@ inline void PairValues(uint32_t key, uint32_t pair, float& a, float& b) {
 }
 
 #if defined(__x86_64__)
-#define VOREL_AVX2 __attribute__((target("avx2")))
+// The vector form, written once for eight lanes (AVX2) and sixteen (AVX-512): every lane
+// computes what PairValues computes, operation for operation.
+using lanes::Splat;
+template <int W>
+using F = typename lanes::Vec<W>::F;
+template <int W>
+using I = typename lanes::Vec<W>::I;
+template <int W>
+using U = typename lanes::Vec<W>::U;
 
-VOREL_AVX2 inline __m256i HashV(__m256i x) {
-  x = _mm256_xor_si256(x, _mm256_srli_epi32(x, 16));
-  x = _mm256_mullo_epi32(x, _mm256_set1_epi32(0x7feb352d));
-  x = _mm256_xor_si256(x, _mm256_srli_epi32(x, 15));
-  x = _mm256_mullo_epi32(x, _mm256_set1_epi32(static_cast<int32_t>(0x846ca68bu)));
-  x = _mm256_xor_si256(x, _mm256_srli_epi32(x, 16));
+// The square root, the one step with no generic form.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC push_options
+#pragma GCC target("avx2")
+inline F<8> SqrtLanes(F<8> x) { return reinterpret_cast<F<8>>(_mm256_sqrt_ps(reinterpret_cast<__m256>(x))); }
+#pragma GCC pop_options
+#pragma GCC push_options
+#pragma GCC target("avx512f")
+inline F<16> SqrtLanes(F<16> x) {
+  return reinterpret_cast<F<16>>(_mm512_sqrt_ps(reinterpret_cast<__m512>(x)));
+}
+#pragma GCC pop_options
+
+template <int W>
+VOREL_LANES_INLINE U<W> HashLanes(U<W> x) {
+  x ^= x >> 16;
+  x *= 0x7feb352du;
+  x ^= x >> 15;
+  x *= 0x846ca68bu;
+  x ^= x >> 16;
   return x;
 }
 
-VOREL_AVX2 inline __m256 MulAdd(__m256 y, __m256 x, float c) {
-  return _mm256_add_ps(_mm256_mul_ps(y, x), _mm256_set1_ps(c));
+// NoiseLog lane by lane.
+template <int W>
+VOREL_LANES_INLINE F<W> LogLanes(F<W> u) {
+  const U<W> bits = reinterpret_cast<U<W>>(u);
+  I<W> e = reinterpret_cast<I<W>>(bits >> 23) - 126;
+  const F<W> m = reinterpret_cast<F<W>>((bits & 0x007fffffu) | 0x3f000000u);
+  const I<W> small = m < kSqrtHalf;
+  e = e - (small & 1);
+  const F<W> x = small ? (m + m) - 1.0f : m - 1.0f;
+  const F<W> fe = __builtin_convertvector(e, F<W>);
+  const F<W> z = x * x;
+  F<W> y = Splat<F<W>>(7.0376836292E-2f);
+  y = y * x + -1.1514610310E-1f;
+  y = y * x + 1.1676998740E-1f;
+  y = y * x + -1.2420140846E-1f;
+  y = y * x + 1.4249322787E-1f;
+  y = y * x + -1.6668057665E-1f;
+  y = y * x + 2.0000714765E-1f;
+  y = y * x + -2.4999993993E-1f;
+  y = y * x + 3.3333331174E-1f;
+  y = (y * x) * z;
+  y = y + -2.12194440e-4f * fe;
+  y = y + -0.5f * z;
+  const F<W> r = x + y;
+  return r + 0.693359375f * fe;
 }
 
-VOREL_AVX2 inline __m256 LogV(__m256 u) {
-  const __m256i bits = _mm256_castps_si256(u);
-  __m256i e = _mm256_sub_epi32(_mm256_srli_epi32(bits, 23), _mm256_set1_epi32(126));
-  __m256 m = _mm256_castsi256_ps(_mm256_or_si256(
-      _mm256_and_si256(bits, _mm256_set1_epi32(0x007fffff)), _mm256_set1_epi32(0x3f000000)));
-  const __m256 small = _mm256_cmp_ps(m, _mm256_set1_ps(kSqrtHalf), _CMP_LT_OQ);
-  e = _mm256_sub_epi32(e, _mm256_and_si256(_mm256_castps_si256(small), _mm256_set1_epi32(1)));
-  const __m256 one = _mm256_set1_ps(1.0f);
-  const __m256 x =
-      _mm256_blendv_ps(_mm256_sub_ps(m, one), _mm256_sub_ps(_mm256_add_ps(m, m), one), small);
-  const __m256 fe = _mm256_cvtepi32_ps(e);
-  const __m256 z = _mm256_mul_ps(x, x);
-  __m256 y = _mm256_set1_ps(7.0376836292E-2f);
-  y = MulAdd(y, x, -1.1514610310E-1f);
-  y = MulAdd(y, x, 1.1676998740E-1f);
-  y = MulAdd(y, x, -1.2420140846E-1f);
-  y = MulAdd(y, x, 1.4249322787E-1f);
-  y = MulAdd(y, x, -1.6668057665E-1f);
-  y = MulAdd(y, x, 2.0000714765E-1f);
-  y = MulAdd(y, x, -2.4999993993E-1f);
-  y = MulAdd(y, x, 3.3333331174E-1f);
-  y = _mm256_mul_ps(_mm256_mul_ps(y, x), z);
-  y = _mm256_add_ps(y, _mm256_mul_ps(_mm256_set1_ps(-2.12194440e-4f), fe));
-  y = _mm256_add_ps(y, _mm256_mul_ps(_mm256_set1_ps(-0.5f), z));
-  __m256 r = _mm256_add_ps(x, y);
-  return _mm256_add_ps(r, _mm256_mul_ps(_mm256_set1_ps(0.693359375f), fe));
-}
-
-VOREL_AVX2 inline void SinCosV(__m256i octant, __m256 fraction, __m256& s, __m256& c) {
-  const __m256i oddMask =
-      _mm256_cmpeq_epi32(_mm256_and_si256(octant, _mm256_set1_epi32(1)), _mm256_set1_epi32(1));
-  const __m256 odd = _mm256_castsi256_ps(oddMask);
-  const __m256 one = _mm256_set1_ps(1.0f);
-  const __m256 f = _mm256_blendv_ps(fraction, _mm256_sub_ps(one, fraction), odd);
-  const __m256 t = _mm256_mul_ps(f, _mm256_set1_ps(kQuarterPi));
-  const __m256 z = _mm256_mul_ps(t, t);
-  __m256 ps = _mm256_set1_ps(-1.9515295891E-4f);
-  ps = MulAdd(ps, z, 8.3321608736E-3f);
-  ps = MulAdd(ps, z, -1.6666654611E-1f);
-  const __m256 st = _mm256_add_ps(t, _mm256_mul_ps(_mm256_mul_ps(t, z), ps));
-  __m256 pc = _mm256_set1_ps(2.443315711809948E-005f);
-  pc = MulAdd(pc, z, -1.388731625493765E-003f);
-  pc = MulAdd(pc, z, 4.166664568298827E-002f);
-  const __m256 ct = _mm256_add_ps(
-      _mm256_sub_ps(_mm256_mul_ps(_mm256_mul_ps(pc, z), z), _mm256_mul_ps(_mm256_set1_ps(0.5f), z)),
-      one);
-  const __m256 sa = _mm256_blendv_ps(st, ct, odd);
-  const __m256 ca = _mm256_blendv_ps(ct, st, odd);
-  const __m256i q = _mm256_srli_epi32(octant, 1);
-  const __m256 q1 = _mm256_castsi256_ps(_mm256_cmpeq_epi32(q, _mm256_set1_epi32(1)));
-  const __m256 q2 = _mm256_castsi256_ps(_mm256_cmpeq_epi32(q, _mm256_set1_epi32(2)));
-  const __m256 q3 = _mm256_castsi256_ps(_mm256_cmpeq_epi32(q, _mm256_set1_epi32(3)));
-  const __m256 zero = _mm256_setzero_ps();
-  const __m256 nsa = _mm256_sub_ps(zero, sa);
-  const __m256 nca = _mm256_sub_ps(zero, ca);
+// NoiseSinCos lane by lane.
+template <int W>
+VOREL_LANES_INLINE void SinCosLanes(U<W> octant, F<W> fraction, F<W>& s, F<W>& c) {
+  const I<W> odd = (octant & 1u) == 1u;
+  const F<W> f = odd ? 1.0f - fraction : fraction;
+  const F<W> t = f * kQuarterPi;
+  const F<W> z = t * t;
+  F<W> ps = Splat<F<W>>(-1.9515295891E-4f);
+  ps = ps * z + 8.3321608736E-3f;
+  ps = ps * z + -1.6666654611E-1f;
+  const F<W> st = t + (t * z) * ps;
+  F<W> pc = Splat<F<W>>(2.443315711809948E-005f);
+  pc = pc * z + -1.388731625493765E-003f;
+  pc = pc * z + 4.166664568298827E-002f;
+  const F<W> ct = (((pc * z) * z) - 0.5f * z) + 1.0f;
+  const F<W> sa = odd ? ct : st;
+  const F<W> ca = odd ? st : ct;
+  const U<W> q = octant >> 1;
+  const I<W> q1 = q == 1u, q2 = q == 2u, q3 = q == 3u;
+  const F<W> nsa = 0.0f - sa, nca = 0.0f - ca;
   // q0: (sa, ca); q1: (ca, -sa); q2: (-sa, -ca); q3: (-ca, sa)
-  s = _mm256_blendv_ps(_mm256_blendv_ps(_mm256_blendv_ps(sa, ca, q1), nsa, q2), nca, q3);
-  c = _mm256_blendv_ps(_mm256_blendv_ps(_mm256_blendv_ps(ca, nsa, q1), nca, q2), sa, q3);
+  s = q3 ? nca : (q2 ? nsa : (q1 ? ca : sa));
+  c = q3 ? sa : (q2 ? nca : (q1 ? nsa : ca));
 }
 
-// Groups firstGroup..endGroup-1 of 16 samples; a last group cut short by n goes through
-// the plain pair computation.
-VOREL_AVX2 void GaussianGroupsAvx2(float mean, float sigma, float* block, int32_t n, uint32_t seed,
-                                   int32_t firstGroup, int32_t endGroup) {
-  const uint32_t key = Key(seed);
-  const int32_t groups = std::min(n / 16, endGroup);
-  const __m256i keyV = _mm256_set1_epi32(static_cast<int32_t>(key));
-  const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
-  const __m256 meanV = _mm256_set1_ps(mean);
-  const __m256 sigmaV = _mm256_set1_ps(sigma);
-  for (int32_t g = firstGroup; g < groups; ++g) {
-    const __m256i pair = _mm256_add_epi32(_mm256_set1_epi32(8 * g), lane);
-    const __m256i twoP = _mm256_add_epi32(pair, pair);
-    const __m256i h1 = HashV(_mm256_add_epi32(keyV, twoP));
-    const __m256i h2 = HashV(_mm256_xor_si256(keyV, _mm256_add_epi32(twoP, _mm256_set1_epi32(1))));
-    const __m256 u1 = _mm256_mul_ps(
-        _mm256_cvtepi32_ps(_mm256_add_epi32(_mm256_srli_epi32(h1, 8), _mm256_set1_epi32(1))),
-        _mm256_set1_ps(kTwoPow24Inv));
-    const __m256 r = _mm256_sqrt_ps(_mm256_mul_ps(_mm256_set1_ps(-2.0f), LogV(u1)));
-    const __m256 frac = _mm256_mul_ps(
-        _mm256_cvtepi32_ps(_mm256_and_si256(_mm256_srli_epi32(h2, 8), _mm256_set1_epi32(0x1FFFFF))),
-        _mm256_set1_ps(kTwoPow21Inv));
-    __m256 s, c;
-    SinCosV(_mm256_srli_epi32(h2, 29), frac, s, c);
-    const __m256 a = _mm256_add_ps(meanV, _mm256_mul_ps(sigmaV, _mm256_mul_ps(r, c)));
-    const __m256 b = _mm256_add_ps(meanV, _mm256_mul_ps(sigmaV, _mm256_mul_ps(r, s)));
-    _mm256_storeu_ps(block + 16 * g, a);
-    _mm256_storeu_ps(block + 16 * g + 8, b);
+// Whole groups of 16 samples from firstGroup on, W / 8 groups a step, as far as whole
+// steps go before endGroup and the end of the block; returns the first group not made.
+template <int W>
+VOREL_LANES_INLINE int32_t GroupsLanes(float mean, float sigma, float* block, int32_t n,
+                                       uint32_t seed, int32_t firstGroup, int32_t endGroup) {
+  constexpr int32_t kGroups = W / 8;
+  const int32_t whole = std::min(n / 16, endGroup);
+  const U<W> key = Splat<U<W>>(Key(seed));
+  const F<W> meanV = Splat<F<W>>(mean), sigmaV = Splat<F<W>>(sigma);
+  int32_t g = firstGroup;
+  U<W> pair = lanes::Iota<U<W>>() + Splat<U<W>>(static_cast<uint32_t>(8 * g));  // 8g + lane
+  for (; g + kGroups <= whole; g += kGroups, pair += 8 * kGroups) {
+    const U<W> twoP = pair + pair;
+    const U<W> h1 = HashLanes<W>(key + twoP);
+    const U<W> h2 = HashLanes<W>(key ^ (twoP + 1u));
+    const F<W> u1 =
+        __builtin_convertvector(reinterpret_cast<I<W>>((h1 >> 8) + 1u), F<W>) * kTwoPow24Inv;
+    const F<W> r = SqrtLanes(-2.0f * LogLanes<W>(u1));
+    const F<W> frac =
+        __builtin_convertvector(reinterpret_cast<I<W>>((h2 >> 8) & 0x1FFFFFu), F<W>) *
+        kTwoPow21Inv;
+    F<W> sn, cs;
+    SinCosLanes<W>(h2 >> 29, frac, sn, cs);
+    const F<W> a = meanV + sigmaV * (r * cs);
+    const F<W> b = meanV + sigmaV * (r * sn);
+    // Group g + k: the cosines of its eight pairs (lanes 8k..8k+7 of a), then their sines.
+    if constexpr (W == 8) {
+      lanes::StoreU(block + 16 * g, a);
+      lanes::StoreU(block + 16 * g + 8, b);
+    } else {
+      static_assert(W == 16);
+      constexpr I<16> kFirst = {0, 1, 2, 3, 4, 5, 6, 7, 16, 17, 18, 19, 20, 21, 22, 23};
+      lanes::StoreU(block + 16 * g, __builtin_shuffle(a, b, kFirst));
+      lanes::StoreU(block + 16 * g + 16, __builtin_shuffle(a, b, kFirst + 8));
+    }
   }
-  // The tail of a block whose length is not a multiple of 16.
+  return g;
+}
+
+// The samples of groups from..endGroup-1 that the vector steps did not make (the last
+// group of a block whose length is not a multiple of 16), the plain way.
+void GroupsTail(float mean, float sigma, float* block, int32_t n, uint32_t seed, int32_t from,
+                int32_t endGroup) {
+  const uint32_t key = Key(seed);
   const int32_t tailEnd = std::min(n, 16 * endGroup);
-  for (int32_t i = std::max(16 * groups, 16 * firstGroup); i < tailEnd; ++i) {
+  for (int32_t i = 16 * from; i < tailEnd; ++i) {
     const int32_t l = i % 16;
     float a, b;
     PairValues(key, static_cast<uint32_t>(8 * (i / 16) + (l & 7)), a, b);
@@ -165,115 +192,18 @@ VOREL_AVX2 void GaussianGroupsAvx2(float mean, float sigma, float* block, int32_
   }
 }
 
-// Sixteen pairs (two groups) a step; the same operations lane by lane.
-#define VOREL_AVX512 __attribute__((target("avx512f")))
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-
-VOREL_AVX512 inline __m512i HashV16(__m512i x) {
-  x = _mm512_xor_si512(x, _mm512_srli_epi32(x, 16));
-  x = _mm512_mullo_epi32(x, _mm512_set1_epi32(0x7feb352d));
-  x = _mm512_xor_si512(x, _mm512_srli_epi32(x, 15));
-  x = _mm512_mullo_epi32(x, _mm512_set1_epi32(static_cast<int32_t>(0x846ca68bu)));
-  x = _mm512_xor_si512(x, _mm512_srli_epi32(x, 16));
-  return x;
+__attribute__((target("avx2"))) void GaussianGroupsAvx2(float mean, float sigma, float* block,
+                                                        int32_t n, uint32_t seed, int32_t firstGroup,
+                                                        int32_t endGroup) {
+  const int32_t g = GroupsLanes<8>(mean, sigma, block, n, seed, firstGroup, endGroup);
+  GroupsTail(mean, sigma, block, n, seed, g, endGroup);
 }
 
-VOREL_AVX512 inline __m512 MulAdd16(__m512 y, __m512 x, float c) {
-  return _mm512_add_ps(_mm512_mul_ps(y, x), _mm512_set1_ps(c));
-}
-
-VOREL_AVX512 inline __m512 LogV16(__m512 u) {
-  const __m512i bits = _mm512_castps_si512(u);
-  __m512i e = _mm512_sub_epi32(_mm512_srli_epi32(bits, 23), _mm512_set1_epi32(126));
-  const __m512 m = _mm512_castsi512_ps(_mm512_or_si512(
-      _mm512_and_si512(bits, _mm512_set1_epi32(0x007fffff)), _mm512_set1_epi32(0x3f000000)));
-  const __mmask16 small = _mm512_cmp_ps_mask(m, _mm512_set1_ps(kSqrtHalf), _CMP_LT_OQ);
-  e = _mm512_mask_sub_epi32(e, small, e, _mm512_set1_epi32(1));
-  const __m512 one = _mm512_set1_ps(1.0f);
-  const __m512 x =
-      _mm512_mask_blend_ps(small, _mm512_sub_ps(m, one), _mm512_sub_ps(_mm512_add_ps(m, m), one));
-  const __m512 fe = _mm512_cvtepi32_ps(e);
-  const __m512 z = _mm512_mul_ps(x, x);
-  __m512 y = _mm512_set1_ps(7.0376836292E-2f);
-  y = MulAdd16(y, x, -1.1514610310E-1f);
-  y = MulAdd16(y, x, 1.1676998740E-1f);
-  y = MulAdd16(y, x, -1.2420140846E-1f);
-  y = MulAdd16(y, x, 1.4249322787E-1f);
-  y = MulAdd16(y, x, -1.6668057665E-1f);
-  y = MulAdd16(y, x, 2.0000714765E-1f);
-  y = MulAdd16(y, x, -2.4999993993E-1f);
-  y = MulAdd16(y, x, 3.3333331174E-1f);
-  y = _mm512_mul_ps(_mm512_mul_ps(y, x), z);
-  y = _mm512_add_ps(y, _mm512_mul_ps(_mm512_set1_ps(-2.12194440e-4f), fe));
-  y = _mm512_add_ps(y, _mm512_mul_ps(_mm512_set1_ps(-0.5f), z));
-  const __m512 r = _mm512_add_ps(x, y);
-  return _mm512_add_ps(r, _mm512_mul_ps(_mm512_set1_ps(0.693359375f), fe));
-}
-
-VOREL_AVX512 inline void SinCosV16(__m512i octant, __m512 fraction, __m512& s, __m512& c) {
-  const __mmask16 odd = _mm512_test_epi32_mask(octant, _mm512_set1_epi32(1));
-  const __m512 one = _mm512_set1_ps(1.0f);
-  const __m512 f = _mm512_mask_blend_ps(odd, fraction, _mm512_sub_ps(one, fraction));
-  const __m512 t = _mm512_mul_ps(f, _mm512_set1_ps(kQuarterPi));
-  const __m512 z = _mm512_mul_ps(t, t);
-  __m512 ps = _mm512_set1_ps(-1.9515295891E-4f);
-  ps = MulAdd16(ps, z, 8.3321608736E-3f);
-  ps = MulAdd16(ps, z, -1.6666654611E-1f);
-  const __m512 st = _mm512_add_ps(t, _mm512_mul_ps(_mm512_mul_ps(t, z), ps));
-  __m512 pc = _mm512_set1_ps(2.443315711809948E-005f);
-  pc = MulAdd16(pc, z, -1.388731625493765E-003f);
-  pc = MulAdd16(pc, z, 4.166664568298827E-002f);
-  const __m512 ct = _mm512_add_ps(
-      _mm512_sub_ps(_mm512_mul_ps(_mm512_mul_ps(pc, z), z), _mm512_mul_ps(_mm512_set1_ps(0.5f), z)),
-      one);
-  const __m512 sa = _mm512_mask_blend_ps(odd, st, ct);
-  const __m512 ca = _mm512_mask_blend_ps(odd, ct, st);
-  const __m512i q = _mm512_srli_epi32(octant, 1);
-  const __mmask16 q1 = _mm512_cmpeq_epi32_mask(q, _mm512_set1_epi32(1));
-  const __mmask16 q2 = _mm512_cmpeq_epi32_mask(q, _mm512_set1_epi32(2));
-  const __mmask16 q3 = _mm512_cmpeq_epi32_mask(q, _mm512_set1_epi32(3));
-  const __m512 zero = _mm512_setzero_ps();
-  const __m512 nsa = _mm512_sub_ps(zero, sa);
-  const __m512 nca = _mm512_sub_ps(zero, ca);
-  s = _mm512_mask_blend_ps(q3, _mm512_mask_blend_ps(q2, _mm512_mask_blend_ps(q1, sa, ca), nsa),
-                           nca);
-  c = _mm512_mask_blend_ps(q3, _mm512_mask_blend_ps(q2, _mm512_mask_blend_ps(q1, ca, nsa), nca),
-                           sa);
-}
-
-// Groups firstGroup..endGroup-1, two at a time; an odd group left over goes the eight-lane
-// way, a group cut short by n the plain way.
-VOREL_AVX512 void GaussianGroups512(float mean, float sigma, float* block, int32_t n, uint32_t seed,
-                                    int32_t firstGroup, int32_t endGroup) {
-  const uint32_t key = Key(seed);
-  const int32_t whole = std::min(n / 16, endGroup);
-  const __m512i keyV = _mm512_set1_epi32(static_cast<int32_t>(key));
-  const __m512i lane = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
-  const __m512 meanV = _mm512_set1_ps(mean);
-  const __m512 sigmaV = _mm512_set1_ps(sigma);
-  int32_t g = firstGroup;
-  for (; g + 2 <= whole; g += 2) {
-    const __m512i pair = _mm512_add_epi32(_mm512_set1_epi32(8 * g), lane);
-    const __m512i twoP = _mm512_add_epi32(pair, pair);
-    const __m512i h1 = HashV16(_mm512_add_epi32(keyV, twoP));
-    const __m512i h2 =
-        HashV16(_mm512_xor_si512(keyV, _mm512_add_epi32(twoP, _mm512_set1_epi32(1))));
-    const __m512 u1 = _mm512_mul_ps(
-        _mm512_cvtepi32_ps(_mm512_add_epi32(_mm512_srli_epi32(h1, 8), _mm512_set1_epi32(1))),
-        _mm512_set1_ps(kTwoPow24Inv));
-    const __m512 r = _mm512_sqrt_ps(_mm512_mul_ps(_mm512_set1_ps(-2.0f), LogV16(u1)));
-    const __m512 frac = _mm512_mul_ps(
-        _mm512_cvtepi32_ps(_mm512_and_si512(_mm512_srli_epi32(h2, 8), _mm512_set1_epi32(0x1FFFFF))),
-        _mm512_set1_ps(kTwoPow21Inv));
-    __m512 sn, cs;
-    SinCosV16(_mm512_srli_epi32(h2, 29), frac, sn, cs);
-    const __m512 a = _mm512_add_ps(meanV, _mm512_mul_ps(sigmaV, _mm512_mul_ps(r, cs)));
-    const __m512 b = _mm512_add_ps(meanV, _mm512_mul_ps(sigmaV, _mm512_mul_ps(r, sn)));
-    // Group g: cosines of its eight pairs, then sines; then group g + 1 the same.
-    _mm512_storeu_ps(block + 16 * g, _mm512_shuffle_f32x4(a, b, _MM_SHUFFLE(1, 0, 1, 0)));
-    _mm512_storeu_ps(block + 16 * g + 16, _mm512_shuffle_f32x4(a, b, _MM_SHUFFLE(3, 2, 3, 2)));
-  }
+// Two groups a step; an odd group left over goes the eight-lane way.
+__attribute__((target("avx512f"))) void GaussianGroups512(float mean, float sigma, float* block,
+                                                          int32_t n, uint32_t seed,
+                                                          int32_t firstGroup, int32_t endGroup) {
+  const int32_t g = GroupsLanes<16>(mean, sigma, block, n, seed, firstGroup, endGroup);
   if (g < endGroup) GaussianGroupsAvx2(mean, sigma, block, n, seed, g, endGroup);
 }
 #pragma GCC diagnostic pop

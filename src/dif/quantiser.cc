@@ -4,6 +4,8 @@
 #include <cmath>
 #include <type_traits>
 
+#include "dif/lanes.h"
+
 #if defined(__x86_64__)
 #include <immintrin.h>
 #endif
@@ -33,26 +35,27 @@ void MinMax(const T* x, int32_t n, T& lo, T& hi) {
 #if defined(__x86_64__)
 #define VOREL_AVX2 __attribute__((target("avx2")))
 
-VOREL_AVX2 void MinMaxFloatAvx2(const float* x, int32_t n, float& lo, float& hi, float start) {
+// The block limits, eight floats or four doubles a step: every lane starts from the block's
+// first sample, as the plain loop does, and a NaN sample never replaces a lane's value (the
+// comparison is false, so the lane keeps its own: _mm256_min_ps(v, lane) exactly).
+template <typename T>
+VOREL_LANES_INLINE void MinMaxLanes(const T* x, int32_t n, T& lo, T& hi, T start) {
+  typedef T V __attribute__((vector_size(32)));
+  constexpr int32_t W = 32 / sizeof(T);
   int32_t i = 0;
-  float l = start, h = start;
-  if (n >= 8) {
-    // Every lane starts from the first sample, as the plain loop does, and a NaN sample
-    // (first operand) never replaces a lane's value: max/min return the second operand.
-    __m256 vl = _mm256_set1_ps(start), vh = vl;
-    for (i = 0; i + 8 <= n; i += 8) {
-      const __m256 v = _mm256_loadu_ps(x + i);
-      vl = _mm256_min_ps(v, vl);
-      vh = _mm256_max_ps(v, vh);
+  T l = start, h = start;
+  if (n >= W) {
+    V vl = lanes::Splat<V>(start), vh = vl;
+    for (i = 0; i + W <= n; i += W) {
+      const V v = lanes::LoadU<V>(x + i);
+      vl = v < vl ? v : vl;
+      vh = v > vh ? v : vh;
     }
-    alignas(32) float a[8], b[8];
-    _mm256_store_ps(a, vl);
-    _mm256_store_ps(b, vh);
-    l = a[0];
-    h = b[0];
-    for (int k = 1; k < 8; ++k) {
-      if (a[k] < l) l = a[k];
-      if (b[k] > h) h = b[k];
+    l = vl[0];
+    h = vh[0];
+    for (int k = 1; k < W; ++k) {
+      if (vl[k] < l) l = vl[k];
+      if (vh[k] > h) h = vh[k];
     }
   }
   for (; i < n; ++i) {
@@ -63,34 +66,11 @@ VOREL_AVX2 void MinMaxFloatAvx2(const float* x, int32_t n, float& lo, float& hi,
   hi = h;
 }
 
+VOREL_AVX2 void MinMaxFloatAvx2(const float* x, int32_t n, float& lo, float& hi, float start) {
+  MinMaxLanes(x, n, lo, hi, start);
+}
 VOREL_AVX2 void MinMaxDoubleAvx2(const double* x, int32_t n, double& lo, double& hi, double start) {
-  int32_t i = 0;
-  double l = start, h = start;
-  if (n >= 4) {
-    // As the float form: every lane starts from the block's first sample; a NaN (first
-    // operand) never replaces a lane's value.
-    __m256d vl = _mm256_set1_pd(start), vh = vl;
-    for (i = 0; i + 4 <= n; i += 4) {
-      const __m256d v = _mm256_loadu_pd(x + i);
-      vl = _mm256_min_pd(v, vl);
-      vh = _mm256_max_pd(v, vh);
-    }
-    alignas(32) double a[4], b[4];
-    _mm256_store_pd(a, vl);
-    _mm256_store_pd(b, vh);
-    l = a[0];
-    h = b[0];
-    for (int k = 1; k < 4; ++k) {
-      if (a[k] < l) l = a[k];
-      if (b[k] > h) h = b[k];
-    }
-  }
-  for (; i < n; ++i) {
-    if (x[i] > h) h = x[i];
-    if (x[i] < l) l = x[i];
-  }
-  lo = l;
-  hi = h;
+  MinMaxLanes(x, n, lo, hi, start);
 }
 
 // floor(v / step), folded into 0..L-1, for four doubles; levelCount up to 2^16 keeps the
@@ -102,52 +82,6 @@ VOREL_AVX2 inline __m128i CellsAvx2(__m256d ratio, __m256d top) {
   return _mm256_cvttpd_epi32(m);
 }
 
-VOREL_AVX2 void QuantiseFloatAvx2(const float* x, uint8_t* bytes, const uint8_t* levels, int32_t n,
-                                  int32_t levelCount, float lo, double step) {
-  const __m256 loV = _mm256_set1_ps(lo);
-  const __m256d stepV = _mm256_set1_pd(step);
-  const __m256d top = _mm256_set1_pd(static_cast<double>(levelCount - 1));
-  const bool identity = levelCount <= 256;
-  int32_t i = 0;
-  for (; i + 8 <= n; i += 8) {
-    const __m256 v = _mm256_sub_ps(_mm256_loadu_ps(x + i), loV);
-    const __m256d v0 = _mm256_cvtps_pd(_mm256_castps256_ps128(v));
-    const __m256d v1 = _mm256_cvtps_pd(_mm256_extractf128_ps(v, 1));
-    const __m128i c0 = CellsAvx2(_mm256_div_pd(v0, stepV), top);
-    const __m128i c1 = CellsAvx2(_mm256_div_pd(v1, stepV), top);
-    alignas(16) int32_t c[8];
-    _mm_store_si128(reinterpret_cast<__m128i*>(c), c0);
-    _mm_store_si128(reinterpret_cast<__m128i*>(c + 4), c1);
-    if (identity) {
-      const __m128i w = _mm_packs_epi32(c0, c1);
-      _mm_storel_epi64(reinterpret_cast<__m128i*>(bytes + i), _mm_packus_epi16(w, w));
-    } else {
-      for (int k = 0; k < 8; ++k) bytes[i + k] = levels[c[k]];
-    }
-  }
-  for (; i < n; ++i) {
-    const float v = x[i] - lo;
-    bytes[i] = levels[Cell(static_cast<double>(v) / step, levelCount)];
-  }
-}
-
-VOREL_AVX2 void QuantiseDoubleAvx2(const double* x, uint8_t* bytes, const uint8_t* levels,
-                                   int32_t n, int32_t levelCount, double lo, double step) {
-  const __m256d loV = _mm256_set1_pd(lo);
-  const __m256d stepV = _mm256_set1_pd(step);
-  const __m256d top = _mm256_set1_pd(static_cast<double>(levelCount - 1));
-  const bool identity = levelCount <= 256;
-  int32_t i = 0;
-  for (; i + 4 <= n; i += 4) {
-    const __m256d v = _mm256_sub_pd(_mm256_loadu_pd(x + i), loV);
-    const __m128i c = CellsAvx2(_mm256_div_pd(v, stepV), top);
-    alignas(16) int32_t cs[4];
-    _mm_store_si128(reinterpret_cast<__m128i*>(cs), c);
-    for (int k = 0; k < 4; ++k)
-      bytes[i + k] = identity ? static_cast<uint8_t>(cs[k]) : levels[cs[k]];
-  }
-  for (; i < n; ++i) bytes[i] = levels[Cell((x[i] - lo) / step, levelCount)];
-}
 #endif
 
 #if defined(__x86_64__)
@@ -357,40 +291,18 @@ void QuantiseDoubleBlockPlain(int32_t, const double* x, uint8_t* bytes, const ui
   for (int32_t i = 0; i < n; ++i) bytes[i] = levels[Cell((x[i] - lo) / step, levelCount)];
 }
 
+// The whole block: its limits and then its bytes, unpacked and not decimated, by the pieces
+// the sample generator uses.
 void QuantiseFloatBlock(int32_t bits, const float* x, uint8_t* bytes, const uint8_t* levels,
                         int32_t n, int32_t levelCount) {
-#if defined(__x86_64__)
-  if (n > 0 && __builtin_cpu_supports("avx2")) {
-    float lo, hi;
-    MinMaxFloatAvx2(x, n, lo, hi, x[0]);
-    const double step = static_cast<double>((hi - lo) / static_cast<float>(levelCount));
-    if (!(step > 0.0)) {
-      std::fill(bytes, bytes + n, levels[0]);
-      return;
-    }
-    QuantiseFloatAvx2(x, bytes, levels, n, levelCount, lo, step);
-    return;
-  }
-#endif
-  QuantiseFloatBlockPlain(bits, x, bytes, levels, n, levelCount);
+  if (n <= 0) return;
+  QuantisePackRange(x, MinMaxRange(x, 0, n), bits, levels, levelCount, 1, 0, 0, n, bytes);
 }
 
 void QuantiseDoubleBlock(int32_t bits, const double* x, uint8_t* bytes, const uint8_t* levels,
                          int32_t n, int32_t levelCount) {
-#if defined(__x86_64__)
-  if (n > 0 && __builtin_cpu_supports("avx2")) {
-    double lo, hi;
-    MinMax(x, n, lo, hi);
-    const double step = (hi - lo) / static_cast<double>(levelCount);
-    if (!(step > 0.0)) {
-      std::fill(bytes, bytes + n, levels[0]);
-      return;
-    }
-    QuantiseDoubleAvx2(x, bytes, levels, n, levelCount, lo, step);
-    return;
-  }
-#endif
-  QuantiseDoubleBlockPlain(bits, x, bytes, levels, n, levelCount);
+  if (n <= 0) return;
+  QuantisePackRange(x, MinMaxRange(x, 0, n), bits, levels, levelCount, 1, 0, 0, n, bytes);
 }
 
 int32_t PackBlock(uint8_t* bytes, int32_t n, int32_t bitsPerSample, int32_t decimation,

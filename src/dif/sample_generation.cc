@@ -1,8 +1,6 @@
-#include "gnss/constants.h"
 #include "dif/sample_generation.h"
 
 #include <fmt/format.h>
-#include <omp.h>
 
 #include <algorithm>
 #include <atomic>
@@ -10,10 +8,13 @@
 #include <cmath>
 #include <cstring>
 #include <functional>
+#include <memory>
 
 #include "dif/ca_code.h"
 #include "dif/noise.h"
 #include "dif/quantiser.h"
+#include "dif/worker_team.h"
+#include "gnss/constants.h"
 #include "platform/scan.h"
 
 #if defined(__x86_64__)
@@ -54,40 +55,268 @@ void FillScintillation(ScintillationState& scint) {
   scint.phase.fill(0.0f);
 }
 
-// One path ready to run: its arguments, and the channel whose state it moves on.
-struct PlannedPath {
-  PathArgs args;
-  int32_t channel;  // index into the block's channel list
+using Clock = std::chrono::steady_clock;
+
+double Seconds(Clock::time_point from, Clock::time_point to) {
+  return std::chrono::duration<double>(to - from).count();
+}
+
+// What aligning a channel sets, worked out when its block is planned and put in place by
+// the thread that runs the channel (the planner never touches a channel's state).
+struct Alignment {
+  int32_t bitNumber = 0;
+  int32_t navBit = 0;
+  int32_t msInBit = 0;
+  int32_t codeIndex = 0;
+  float codeFraction = 0.0f;
+  bool beforeRow = false;
+  bool pastRow = false;
 };
 
-#if defined(__x86_64__)
-// sum[i] = ((start + p[first][i]) + p[first + 1][i] + ...) + noise[i], eight samples at a
-// time; start is sum[i] itself or 0.
-__attribute__((target("avx2"))) void ReduceAvx2(const std::vector<const float*>& parts,
-                                                size_t first, bool fromSum, const float* noise,
-                                                float* sum, int32_t lo, int32_t hi) {
-  int32_t i = lo;
-  const size_t count = parts.size();
-  for (; i + 8 <= hi; i += 8) {
-    __m256 acc = fromSum ? _mm256_loadu_ps(sum + i) : _mm256_setzero_ps();
-    for (size_t j = first; j < count; ++j) acc = _mm256_add_ps(acc, _mm256_loadu_ps(parts[j] + i));
-    _mm256_storeu_ps(sum + i, _mm256_add_ps(acc, _mm256_loadu_ps(noise + i)));
-  }
-  for (; i < hi; ++i) {
-    float acc = fromSum ? sum[i] : 0.0f;
-    for (size_t j = first; j < count; ++j) acc = acc + parts[j][i];
-    sum[i] = acc + noise[i];
-  }
+void ApplyAlignment(const Alignment& a, ChannelNco& nco, BitFeed& feed) {
+  nco.bitNumber = a.bitNumber;
+  nco.navBit = a.navBit;
+  nco.msInBit = a.msInBit;
+  nco.codeIndex = a.codeIndex;
+  nco.codeFraction = a.codeFraction;
+  if (a.beforeRow) feed.beforeRow = true;
+  if (a.pastRow) feed.pastRow = true;
 }
-#endif
 
-// Makes one block from its planned paths: noise, the paths in order, the noise added, the
-// filter, the quantiser, the packing and the write. The plain form follows the description
-// step by step; the fast forms give its bytes (vector loops, channels on threads with a
-// buffer per path summed in the plain order, the quantiser fused with the packing).
+struct PlannedChannel {
+  int32_t unit = 0;       // index of the channel's NCO and bit feed
+  int32_t firstPath = 0;  // its paths in the block's list
+  int32_t endPath = 0;
+  bool align = false;
+  Alignment alignment;
+  int32_t waitStage = -1;  // set by the engine: before the channel, wait until that stage
+  int64_t waitCount = 0;   // has done this many blocks (the channel last ran there)
+};
+
+// One block as the planner hands it over, and what the run leaves behind if this block
+// turns out to be its last: the worker's rand, the record reader's statics and issues.
+struct BlockPlan {
+  bool recordEnded = false;  // the record ended where this block's epoch should be: no block
+  uint32_t seed = 0;
+  std::vector<PathArgs> paths;
+  std::vector<PlannedChannel> channels;
+  platform::RandState rand;
+  ScnReaderStatics statics;
+  ScnReadIssues issues;
+};
+
+// The paths of one channel: the direct path, then one per multipath row of its PRN, which
+// until its start time is a second copy of the direct signal at full strength. Returns the
+// channel, for its alignment.
+PlannedChannel& AddChannel(BlockPlan& plan, int32_t unit, const PathArgs& direct,
+                           const MultipathRecord& mp, int32_t seconds, float metreToSample) {
+  PlannedChannel ch;
+  ch.unit = unit;
+  ch.firstPath = static_cast<int32_t>(plan.paths.size());
+  float d = direct.d, g = direct.g;
+  for (int32_t path = 0; path <= mp.count; ++path) {
+    if (path > 0) {
+      if (static_cast<float>(seconds) >= mp.startTime[path - 1]) {
+        d = mp.delay[path - 1] * metreToSample;
+        g = mp.amplitude[path - 1];
+      } else {
+        d = 0.0f;
+        g = 1.0f;
+      }
+    }
+    PathArgs a = direct;
+    a.d = d;
+    a.g = g;
+    a.lastPath = path == mp.count;
+    plan.paths.push_back(a);
+  }
+  ch.endPath = static_cast<int32_t>(plan.paths.size());
+  plan.channels.push_back(ch);
+  return plan.channels.back();
+}
+
+// What differs between the two generators: how a block is planned (on the first stage's
+// thread, block after block) and what the warnings say.
+struct BlockSource {
+  std::function<void(int64_t block, BlockPlan& plan)> plan;
+  std::function<std::string(int64_t ms)> rowEnded;
+  std::function<std::string(int64_t ms)> recordEnded;
+};
+
+// Where a block's work goes: stage s runs channels stageFirst[s] .. stageFirst[s + 1] - 1
+// (each channel with all its paths), and stage noiseStage makes the noise.
+struct Split {
+  std::vector<int32_t> stageFirst;
+  int32_t noiseStage = 0;
+};
+
+// The cost of each piece of a block in seconds: planning (first stage), one path, the
+// noise, and the finish (noise added, filter, quantiser, packing, write: last stage).
+struct Costs {
+  double plan = 0.0;
+  double path = 0.0;
+  double noise = 0.0;
+  double finish = 0.0;
+};
+
+// Chooses the split that makes the busiest stage least busy under the costs measured over
+// the last blocks (medians over 128 blocks). A new split is taken only when it is clearly
+// better, and one that moves a channel to an earlier stage (which makes that stage wait for
+// the later one once) at most every 4096 blocks.
+class Balancer {
+ public:
+  Balancer(int stages, const Costs& guess) : stages_(stages), costs_(guess) {}
+
+  const Split& For(const std::vector<int32_t>& pathCounts) {
+    if (pathCounts != paths_ || split_.stageFirst.empty()) {
+      paths_ = pathCounts;
+      split_ = Best(paths_);
+    }
+    return split_;
+  }
+
+  // One retired block's measurements.
+  void Absorb(const Costs& sample, bool havePaths) {
+    plan_.push_back(sample.plan);
+    finish_.push_back(sample.finish);
+    noise_.push_back(sample.noise);
+    if (havePaths) path_.push_back(sample.path);
+    if (plan_.size() < kWindow) return;
+    costs_.plan = Median(plan_);
+    costs_.finish = Median(finish_);
+    costs_.noise = Median(noise_);
+    if (!path_.empty()) costs_.path = Median(path_);
+    plan_.clear();
+    finish_.clear();
+    noise_.clear();
+    path_.clear();
+    if (split_.stageFirst.empty()) return;
+    // Moving the noise, or channels to later stages, costs nothing; a channel moving to an
+    // earlier stage makes that stage wait once until the later one has caught up (up to a
+    // ring of blocks). So such a move needs a clear gain and comes at most once in a while,
+    // lest the split follow the noise of the measurements.
+    Split best = Best(paths_);
+    const bool back = MovesBack(split_, best);
+    sinceBack_ += kWindow;
+    if (back && sinceBack_ < kBackEvery) return;
+    if (Bottleneck(best, paths_) < (back ? 0.95 : 0.98) * Bottleneck(split_, paths_)) {
+      split_ = best;
+      if (back) sinceBack_ = 0;
+    }
+  }
+
+  const Costs& costs() const { return costs_; }
+
+ private:
+  static constexpr size_t kWindow = 128;
+  static constexpr int64_t kBackEvery = 4096;
+
+  // Whether some channel runs on an earlier stage under `to` than under `from`.
+  static bool MovesBack(const Split& from, const Split& to) {
+    int a = 0, b = 0;
+    const int32_t channels = from.stageFirst.back();
+    for (int32_t c = 0; c < channels; ++c) {
+      while (c >= from.stageFirst[a + 1]) ++a;
+      while (c >= to.stageFirst[b + 1]) ++b;
+      if (b < a) return true;
+    }
+    return false;
+  }
+
+  static double Median(std::vector<double>& v) {
+    std::nth_element(v.begin(), v.begin() + static_cast<std::ptrdiff_t>(v.size() / 2), v.end());
+    return v[v.size() / 2];
+  }
+
+  double Fixed(int stage, int noiseStage) const {
+    double load = stage == noiseStage ? costs_.noise : 0.0;
+    if (stage == 0) load += costs_.plan;
+    if (stage == stages_ - 1) load += costs_.finish;
+    return load;
+  }
+
+  double Bottleneck(const Split& split, const std::vector<int32_t>& paths) const {
+    double worst = 0.0;
+    for (int st = 0; st < stages_; ++st) {
+      double load = Fixed(st, split.noiseStage);
+      for (int32_t c = split.stageFirst[st]; c < split.stageFirst[st + 1]; ++c)
+        load += paths[c] * costs_.path;
+      worst = std::max(worst, load);
+    }
+    return worst;
+  }
+
+  // Stages take channels in order while they stay within `limit`; the last takes the rest.
+  bool Fill(double limit, int noiseStage, const std::vector<int32_t>& paths, Split& out) const {
+    const int32_t channels = static_cast<int32_t>(paths.size());
+    out.stageFirst.assign(static_cast<size_t>(stages_) + 1, channels);
+    out.stageFirst[0] = 0;
+    out.noiseStage = noiseStage;
+    int32_t c = 0;
+    for (int st = 0; st < stages_; ++st) {
+      out.stageFirst[st] = c;
+      double load = Fixed(st, noiseStage);
+      if (load > limit) return false;
+      if (st == stages_ - 1) {
+        for (; c < channels; ++c) load += paths[c] * costs_.path;
+        return load <= limit;
+      }
+      while (c < channels && load + paths[c] * costs_.path <= limit) load += paths[c++] * costs_.path;
+    }
+    return c == channels;
+  }
+
+  Split Best(const std::vector<int32_t>& paths) const {
+    Split best;
+    double bestLoad = 0.0;
+    double total = costs_.plan + costs_.noise + costs_.finish;
+    for (int32_t p : paths) total += p * costs_.path;
+    for (int ns = 0; ns < stages_; ++ns) {
+      double lo = 0.0, hi = total + 1e-12;
+      Split s;
+      for (int k = 0; k < 60; ++k) {
+        const double mid = 0.5 * (lo + hi);
+        if (Fill(mid, ns, paths, s))
+          hi = mid;
+        else
+          lo = mid;
+      }
+      Fill(hi, ns, paths, s);
+      const double load = Bottleneck(s, paths);
+      if (best.stageFirst.empty() || load < bestLoad) {
+        best = s;
+        bestLoad = load;
+      }
+    }
+    return best;
+  }
+
+  int stages_;
+  Costs costs_;
+  std::vector<int32_t> paths_;
+  Split split_;
+  std::vector<double> plan_, finish_, noise_, path_;
+  int64_t sinceBack_ = kBackEvery;  // blocks since a channel last moved back
+};
+
+// Makes the blocks of a run: each block is planned (its paths, seed and alignments), its
+// channels are summed in order, the noise is added, and the sum is filtered if asked,
+// quantised, packed and written. With one thread all of it happens block after block on
+// the caller's thread. With more, the blocks go down a pipeline of stages, one thread each,
+// living for the whole run: the first stage plans each block and runs the first channels
+// into its sum, each later stage adds the next channels to the same sum, and the last one
+// (the caller's thread) adds the noise, finishes and writes the block. Every sample is still
+// 0 + path 1 + path 2 + ... + noise, in the order of the plain loop. The blocks in flight
+// live in a ring of slots; the first stage may run that many blocks ahead of the last. A
+// stage that has to wait for another spins briefly, then sleeps until a batch of blocks is
+// ready for it (see Milestones), so the threads meet a few times a second, not per block.
+// Which stage runs which channel follows the costs measured on the retired blocks; a
+// channel's state (its NCO and bit feed) is only ever touched by the stage running it, and
+// a channel that moves to an earlier stage first waits for the later one to be done with it.
 class BlockEngine {
  public:
-  BlockEngine(const DifSettings& s, RunBuffers& b, std::FILE* output, const GeneratorSpeed& speed)
+  BlockEngine(const DifSettings& s, RunBuffers& b, std::FILE* output, const GeneratorSpeed& speed,
+              int32_t maxChannels)
       : s_(s),
         b_(b),
         output_(output),
@@ -95,65 +324,294 @@ class BlockEngine {
         n_(s.SamplesPerMs),
         levelCount_(LevelCount(s.BitsPerSample)),
         levels_(LevelTable(levelCount_)),
-        count_(PackedCount(n_, s.BitsPerSample, s.Decimation, s.OutputPacked)) {
-    threads_ = std::max(1, speed.threads);
+        count_(PackedCount(n_, s.BitsPerSample, s.Decimation, s.OutputPacked)),
+        stages_(std::clamp(speed.threads, 1, std::max(1, maxChannels + 1))),
+        team_(stages_) {
     packed_.Allocate(static_cast<size_t>(std::max(count_, 1)));
-  }
-
-  // Room for `paths` per-path buffers when channels go to threads.
-  void Reserve(size_t paths) {
-    if (threads_ == 1) return;
-    pathBuffers_.resize(paths);
-    for (auto& buffer : pathBuffers_) buffer.Allocate(n_);
-  }
-
-  // Returns the bytes written. `sideWork`, when given, is independent work of the caller
-  // (reading the next epoch) that runs beside the block on another thread, or after it.
-  int32_t Make(const std::vector<PlannedPath>& paths, const std::vector<ChannelNco*>& ncos,
-               const std::vector<BitFeed*>& feeds, uint32_t seed,
-               const std::function<void()>& sideWork = {}) {
-    int32_t bytes;
-    if (!speed_.vectorised && threads_ == 1) {
-      bytes = MakePlain(paths, ncos, feeds, seed);
-    } else if (threads_ == 2 && ncos.size() >= 2 && paths.size() == ncos.size()) {
-      return MakePipelined(paths, ncos, feeds, seed, sideWork);
-    } else if (threads_ > 1 && paths.size() <= pathBuffers_.size() && !paths.empty()) {
-      return MakeThreaded(paths, ncos, feeds, seed, sideWork);
+    if (stages_ == 1) {
+      ring_ = 1;
+    } else if (speed_.reshuffle > 0) {
+      ring_ = 3;  // tests: the ring wraps every few blocks
     } else {
-      bytes = MakeFast(paths, ncos, feeds, seed);
+      // About 16 MB of blocks in flight (a few milliseconds of work on a loaded machine),
+      // 4 to 128 blocks.
+      const size_t slotBytes = static_cast<size_t>(n_) * 2 * sizeof(float);
+      ring_ = static_cast<int32_t>(std::clamp<size_t>((size_t{16} << 20) / slotBytes, 4, 128));
     }
-    if (sideWork) sideWork();
-    return bytes;
+    batch_ = std::max(1, ring_ / 8);
+    slots_.reset(new Slot[static_cast<size_t>(ring_)]);
+    for (int32_t k = 0; k < ring_; ++k) {
+      slots_[k].sum.Allocate(static_cast<size_t>(n_));
+      slots_[k].noise.Allocate(static_cast<size_t>(n_));
+      slots_[k].notes.resize(static_cast<size_t>(stages_));
+    }
+  }
+
+  WorkerTeam& team() { return team_; }
+  int stages() const { return stages_; }
+
+  // Makes blocks 0 .. total - 1, fewer if the run ends early; `last` takes the snapshots of
+  // the last block the run used (made, or found missing from the record).
+  void Run(ChannelNco* ncos, BitFeed* feeds, int32_t units, int64_t total, const BlockSource& source,
+           GeneratorContext& ctx, GeneratorReport& report, BlockPlan& last) {
+    Milestones milestones(stages_, stages_);
+    RunState run(ncos, feeds, total, source, ctx, report, last, milestones);
+    run.lastStage.assign(static_cast<size_t>(units), -1);
+    run.lastBlock.assign(static_cast<size_t>(units), -1);
+    team_.Run([&](int member) { Stage(member, run); });
   }
 
  private:
-  void RunPath(const PlannedPath& p, ChannelNco& nco, BitFeed& feed, float* dst, bool store) const {
+  struct alignas(64) StageNote {
+    double busy = 0.0;         // seconds of work on the block, waits left out
+    double pathSeconds = 0.0;  // of which running paths
+    double noiseSeconds = 0.0;
+    int32_t paths = 0;
+    bool pastRow = false;
+    bool beforeRow = false;
+  };
+  struct Slot {
+    int64_t block = -1;
+    BlockPlan plan;
+    Split split;
+    std::vector<StageNote> notes;
+    platform::AlignedBuffer<float> sum, noise;
+  };
+  struct RunState {
+    RunState(ChannelNco* n, BitFeed* f, int64_t t, const BlockSource& src, GeneratorContext& c,
+             GeneratorReport& r, BlockPlan& l, Milestones& m)
+        : ncos(n), feeds(f), total(t), source(src), ctx(c), report(r), last(l), milestones(m) {}
+    ChannelNco* ncos;
+    BitFeed* feeds;
+    int64_t total;
+    const BlockSource& source;
+    GeneratorContext& ctx;
+    GeneratorReport& report;
+    BlockPlan& last;
+    Milestones& milestones;
+    // The first stage's: where each channel last ran, and the split.
+    std::vector<int32_t> lastStage;
+    std::vector<int64_t> lastBlock;
+    std::vector<int32_t> pathCounts;
+    std::unique_ptr<Balancer> balancer;
+    // The last stage's.
+    bool warnedBefore = false;
+  };
+
+  void Stage(int stage, RunState& run) {
+    Milestones& ms = run.milestones;
+    const bool first = stage == 0, isLast = stage == stages_ - 1;
+    const bool timed = stages_ > 1;
+    if (first && timed) run.balancer = std::make_unique<Balancer>(stages_, GuessCosts());
+    for (int64_t b = 0;; ++b) {
+      if (ms.Halted()) break;
+      Slot& slot = slots_[b % ring_];
+      if (first) {
+        if (b >= run.total) break;
+        // The slot is free once the last stage has retired the block that used it.
+        if (b >= ring_ && ms.Await(stage, stages_ - 1, b - ring_ + 1, b - ring_ + batch_) < 0)
+          break;
+      } else if (ms.Await(stage, stage - 1, b + 1, b + batch_) < 0) {
+        break;
+      }
+      const Clock::time_point start = timed ? Clock::now() : Clock::time_point{};
+      StageNote note;
+      if (first) {
+        if (timed && slot.block >= 0) Absorb(slot, run);
+        BlockPlan& plan = slot.plan;
+        plan.recordEnded = false;
+        plan.paths.clear();
+        plan.channels.clear();
+        run.source.plan(b, plan);
+        slot.block = b;
+        if (!plan.recordEnded) Assign(slot, b, run);
+      }
+      if (slot.plan.recordEnded) {
+        if (isLast) {
+          run.ctx.messages.Warn(run.source.recordEnded(b));
+          run.report.recordEnded = true;
+          run.last = slot.plan;
+          ms.Halt();
+        } else {
+          ms.Publish(stage, b + 1);
+        }
+        break;
+      }
+      const Clock::time_point planned = timed ? Clock::now() : start;
+      double waited = 0.0;
+      if (!RunChannels(stage, slot, run, note, waited)) break;
+      const Clock::time_point ran = timed ? Clock::now() : start;
+      note.pathSeconds = timed ? Seconds(planned, ran) - waited : 0.0;
+      if (slot.split.noiseStage == stage) {
+        if (speed_.vectorised)
+          GaussianBlockFromSeed(0.0f, s_.NoiseSigma, slot.noise.data(), n_, slot.plan.seed);
+        else
+          GaussianBlockPlain(0.0f, s_.NoiseSigma, slot.noise.data(), n_, slot.plan.seed);
+        if (timed) note.noiseSeconds = Seconds(ran, Clock::now());
+      }
+      bool goOn = true;
+      if (isLast) {
+        const int32_t bytes = Finish(slot);
+        goOn = Retire(slot, b, bytes, note, run);
+      }
+      if (timed) note.busy = Seconds(start, Clock::now()) - waited;
+      slot.notes[stage] = note;
+      if (!goOn) {
+        ms.Halt();
+        break;
+      }
+      ms.Publish(stage, b + 1);
+    }
+    ms.Close(stage);
+  }
+
+  // The channels of this stage, each path added to the block's sum in order (the block's
+  // first path stores instead). False when the run halted during a wait.
+  bool RunChannels(int stage, Slot& slot, RunState& run, StageNote& note, double& waited) {
+    const BlockPlan& plan = slot.plan;
+    float* sum = slot.sum.data();
+    for (int32_t c = slot.split.stageFirst[stage]; c < slot.split.stageFirst[stage + 1]; ++c) {
+      const PlannedChannel& ch = plan.channels[c];
+      if (ch.waitStage >= 0) {
+        const Clock::time_point w = Clock::now();
+        if (run.milestones.Await(stage, ch.waitStage, ch.waitCount, ch.waitCount) < 0) return false;
+        waited += Seconds(w, Clock::now());
+      }
+      ChannelNco& nco = run.ncos[ch.unit];
+      BitFeed& feed = run.feeds[ch.unit];
+      if (ch.align) ApplyAlignment(ch.alignment, nco, feed);
+      for (int32_t j = ch.firstPath; j < ch.endPath; ++j) RunPath(plan.paths[j], nco, feed, sum, j == 0);
+      note.paths += ch.endPath - ch.firstPath;
+      note.pastRow = note.pastRow || feed.pastRow;
+      note.beforeRow = note.beforeRow || feed.beforeRow;
+    }
+    return true;
+  }
+
+  void RunPath(const PathArgs& a, ChannelNco& nco, BitFeed& feed, float* dst, bool store) const {
     if (store) {
       if (speed_.vectorised)
-        RunPathFastStore(p.args, nco, feed, dst);
+        RunPathFastStore(a, nco, feed, dst);
       else
-        RunPathPlainStore(p.args, nco, feed, dst);
+        RunPathPlainStore(a, nco, feed, dst);
     } else if (speed_.vectorised) {
-      RunPathFast(p.args, nco, feed, dst);
+      RunPathFast(a, nco, feed, dst);
     } else {
-      RunPathPlain(p.args, nco, feed, dst);
+      RunPathPlain(a, nco, feed, dst);
     }
   }
 
-  int32_t Write(const uint8_t* bytes, int32_t count) {
-    if (output_ && count > 0) std::fwrite(bytes, 1, static_cast<size_t>(count), output_);
-    return count;
+  // The first stage: which stage runs which channel, and the waits a channel moving to an
+  // earlier stage needs.
+  void Assign(Slot& slot, int64_t block, RunState& run) {
+    const std::vector<PlannedChannel>& channels = slot.plan.channels;
+    const int32_t count = static_cast<int32_t>(channels.size());
+    if (stages_ == 1) {
+      slot.split.stageFirst = {0, count};
+      slot.split.noiseStage = 0;
+      return;
+    }
+    if (speed_.reshuffle > 0) {
+      Reshuffled(block / speed_.reshuffle, count, slot.split);
+    } else {
+      run.pathCounts.resize(static_cast<size_t>(count));
+      for (int32_t c = 0; c < count; ++c)
+        run.pathCounts[c] = channels[c].endPath - channels[c].firstPath;
+      slot.split = run.balancer->For(run.pathCounts);
+    }
+    int stage = 0;
+    for (int32_t c = 0; c < count; ++c) {
+      while (c >= slot.split.stageFirst[stage + 1]) ++stage;
+      PlannedChannel& ch = slot.plan.channels[c];
+      ch.waitStage = -1;
+      const int32_t u = ch.unit;
+      if (run.lastStage[u] > stage) {
+        ch.waitStage = run.lastStage[u];
+        ch.waitCount = run.lastBlock[u] + 1;
+      }
+      run.lastStage[u] = stage;
+      run.lastBlock[u] = block;
+    }
+  }
+
+  // Tests: a split that changes every few blocks by a fixed rule, so that channels move
+  // both ways between the stages and the noise moves too.
+  void Reshuffled(int64_t key, int32_t count, Split& split) const {
+    uint64_t h = static_cast<uint64_t>(key) * 0x9E3779B97F4A7C15ull + 0x632BE59BD9B4E019ull;
+    auto next = [&] {
+      h ^= h >> 29;
+      h *= 0xBF58476D1CE4E5B9ull;
+      h ^= h >> 32;
+      return h;
+    };
+    split.stageFirst.assign(static_cast<size_t>(stages_) + 1, count);
+    split.stageFirst[0] = 0;
+    for (int st = 1; st < stages_; ++st)
+      split.stageFirst[st] = static_cast<int32_t>(next() % static_cast<uint64_t>(count + 1));
+    std::sort(split.stageFirst.begin(), split.stageFirst.end());
+    split.noiseStage = static_cast<int32_t>(next() % static_cast<uint64_t>(stages_));
+  }
+
+  // Costs before anything is measured, in units of one path (measured: about 4 us at
+  // 16.368 MHz on the build machine); they only set the first split.
+  Costs GuessCosts() const {
+    Costs c;
+    c.path = 1.0;
+    c.plan = 0.3;
+    c.noise = 1.5;
+    c.finish = s_.FilterOn == 1 ? 7.0 : 1.0;
+    return c;
+  }
+
+  // The first stage, reusing a slot: the costs measured on the block it held.
+  void Absorb(const Slot& slot, RunState& run) {
+    if (slot.plan.recordEnded) return;
+    const int last = stages_ - 1;
+    Costs sample;
+    double pathSeconds = 0.0;
+    int32_t paths = 0;
+    for (int st = 0; st < stages_; ++st) {
+      pathSeconds += slot.notes[st].pathSeconds;
+      paths += slot.notes[st].paths;
+    }
+    const StageNote& noiseNote = slot.notes[slot.split.noiseStage];
+    sample.noise = noiseNote.noiseSeconds;
+    sample.path = paths > 0 ? pathSeconds / paths : 0.0;
+    const StageNote& a = slot.notes[0];
+    const StageNote& z = slot.notes[last];
+    sample.plan = std::max(0.0, a.busy - a.pathSeconds - a.noiseSeconds);
+    sample.finish = std::max(0.0, z.busy - z.pathSeconds - z.noiseSeconds);
+    run.balancer->Absorb(sample, paths > 0);
+  }
+
+  // The last stage: noise added, filter, quantiser, packing and write. Returns the bytes.
+  int32_t Finish(Slot& slot) {
+    float* sum = slot.sum.data();
+    const float* noise = slot.noise.data();
+    if (slot.plan.paths.empty()) slot.sum.Zero();
+    if (!speed_.vectorised) return FinishPlain(sum, noise);
+    AddNoise(sum, noise);
+    const bool filter = s_.FilterOn == 1;
+    if (filter) {
+      double* ext = platform::FirBegin(b_.filter, n_);
+      const int past = platform::FirPast(b_.filter);
+      for (int32_t i = 0; i < n_; ++i) ext[past + i] = static_cast<double>(sum[i]);
+      double* f = b_.filterBuffer.data();
+      platform::FirRange(b_.filter, ext, f, 0, n_);
+      platform::FirEnd(b_.filter);
+      const BlockLimits<double> limits = MinMaxRange(f, 0, n_);
+      QuantisePackRange(f, limits, s_.BitsPerSample, levels_.data(), levelCount_, s_.Decimation,
+                        s_.OutputPacked, 0, count_, packed_.data());
+    } else {
+      const BlockLimits<float> limits = MinMaxRange(sum, 0, n_);
+      QuantisePackRange(sum, limits, s_.BitsPerSample, levels_.data(), levelCount_, s_.Decimation,
+                        s_.OutputPacked, 0, count_, packed_.data());
+    }
+    return Write(packed_.data(), count_);
   }
 
   // The reference: every step as the run is described.
-  int32_t MakePlain(const std::vector<PlannedPath>& paths, const std::vector<ChannelNco*>& ncos,
-                    const std::vector<BitFeed*>& feeds, uint32_t seed) {
-    float* sum = b_.sum.data();
-    b_.sum.Zero();
-    GaussianBlockPlain(0.0f, s_.NoiseSigma, b_.noise.data(), n_, seed);
-    for (const PlannedPath& p : paths)
-      RunPathPlain(p.args, *ncos[p.channel], *feeds[p.channel], sum);
-    const float* noise = b_.noise.data();
+  int32_t FinishPlain(float* sum, const float* noise) {
     for (int32_t i = 0; i < n_; ++i) sum[i] = sum[i] + noise[i];
     uint8_t* bytes = b_.bytes.data();
     if (s_.FilterOn == 1) {
@@ -167,333 +625,65 @@ class BlockEngine {
     return Write(bytes, PackBlock(bytes, n_, s_.BitsPerSample, s_.Decimation, s_.OutputPacked));
   }
 
-  // One thread, vector loops: the first path stores 0 + s g instead of adding to a cleared sum.
-  int32_t MakeFast(const std::vector<PlannedPath>& paths, const std::vector<ChannelNco*>& ncos,
-                   const std::vector<BitFeed*>& feeds, uint32_t seed) {
-    float* sum = b_.sum.data();
-    GaussianBlockFromSeed(0.0f, s_.NoiseSigma, b_.noise.data(), n_, seed);
-    if (paths.empty()) b_.sum.Zero();
-    bool first = true;
-    for (const PlannedPath& p : paths) {
-      RunPath(p, *ncos[p.channel], *feeds[p.channel], sum, first);
-      first = false;
-    }
-    AddNoise(0, n_);
-    return Finish();
-  }
-
-  void AddNoise(int32_t first, int32_t end) {
-    float* sum = b_.sum.data();
-    const float* noise = b_.noise.data();
+  void AddNoise(float* sum, const float* noise) const {
 #if defined(__x86_64__)
     if (__builtin_cpu_supports("avx2")) {
-      AddAvx2(sum, noise, first, end);
+      AddAvx2(sum, noise, n_);
       return;
     }
 #endif
-    for (int32_t i = first; i < end; ++i) sum[i] = sum[i] + noise[i];
+    for (int32_t i = 0; i < n_; ++i) sum[i] = sum[i] + noise[i];
   }
 
 #if defined(__x86_64__)
-  __attribute__((target("avx2"))) static void AddAvx2(float* sum, const float* noise, int32_t first,
-                                                      int32_t end) {
-    int32_t i = first;
-    for (; i + 8 <= end; i += 8)
+  __attribute__((target("avx2"))) static void AddAvx2(float* sum, const float* noise, int32_t n) {
+    int32_t i = 0;
+    for (; i + 8 <= n; i += 8)
       _mm256_storeu_ps(sum + i,
                        _mm256_add_ps(_mm256_loadu_ps(sum + i), _mm256_loadu_ps(noise + i)));
-    for (; i < end; ++i) sum[i] = sum[i] + noise[i];
+    for (; i < n; ++i) sum[i] = sum[i] + noise[i];
   }
 #endif
 
-  // Filter, limits, quantiser and packing of a finished sum, on this thread.
-  int32_t Finish() {
-    if (s_.FilterOn == 1) {
-      double* ext = platform::FirBegin(b_.filter, n_);
-      const int past = platform::FirPast(b_.filter);
-      const float* sum = b_.sum.data();
-      for (int32_t i = 0; i < n_; ++i) ext[past + i] = static_cast<double>(sum[i]);
-      double* f = b_.filterBuffer.data();
-      platform::FirRange(b_.filter, ext, f, 0, n_);
-      platform::FirEnd(b_.filter);
-      const BlockLimits<double> limits = MinMaxRange(f, 0, n_);
-      QuantisePackRange(f, limits, s_.BitsPerSample, levels_.data(), levelCount_, s_.Decimation,
-                        s_.OutputPacked, 0, count_, packed_.data());
-    } else {
-      const BlockLimits<float> limits = MinMaxRange(b_.sum.data(), 0, n_);
-      QuantisePackRange(b_.sum.data(), limits, s_.BitsPerSample, levels_.data(), levelCount_,
-                        s_.Decimation, s_.OutputPacked, 0, count_, packed_.data());
-    }
-    return Write(packed_.data(), count_);
+  int32_t Write(const uint8_t* bytes, int32_t count) {
+    if (output_ && count > 0) std::fwrite(bytes, 1, static_cast<size_t>(count), output_);
+    return count;
   }
 
-  // Two threads, one path per channel: a pipeline over pieces of 2048 samples. The front
-  // thread runs the first channels over a piece into the sum (the first one storing) and
-  // says the piece is ready; the back thread makes the block's noise first, which gives the
-  // front thread its lead, then adds the other channels over each piece and the noise last,
-  // the plain order of additions, and filters the piece. Both keep each path's state from
-  // piece to piece. The work is split in channel pieces: the front thread has channels
-  // 0..split-1 whole and channel `split` over the pieces before `handover`; the back thread
-  // takes that channel on from there, with the state the front thread left. Only the
-  // quantiser and the bytes follow the pipeline, in halves.
-  int32_t MakePipelined(const std::vector<PlannedPath>& paths, const std::vector<ChannelNco*>& ncos,
-                        const std::vector<BitFeed*>& feeds, uint32_t seed,
-                        const std::function<void()>& sideWork) {
-    const int32_t channels = static_cast<int32_t>(ncos.size());
-    const int32_t piece = 2048;
-    const int32_t pieces = (n_ + piece - 1) / piece;
-    // The front share in channel pieces: at least channel 0 whole, at most all but the
-    // back thread's last piece of the last channel.
-    if (speed_.pipelineShare > 0) frontShare_ = speed_.pipelineShare;
-    if (frontShare_ <= 0) frontShare_ = channels * pieces / 2;
-    frontShare_ = std::clamp(frontShare_, pieces, channels * pieces - 1);
-    const int32_t split = frontShare_ / pieces;
-    const int32_t handover = frontShare_ % pieces;
-    const bool filter = s_.FilterOn == 1;
-    floatLimits_.resize(static_cast<size_t>(pieces));
-    doubleLimits_.resize(static_cast<size_t>(pieces));
-    cursors_.resize(static_cast<size_t>(channels));
-    double* ext = filter ? platform::FirBegin(b_.filter, n_) : nullptr;
-    const int past = platform::FirPast(b_.filter);
-    float* sum = b_.sum.data();
-    float* noise = b_.noise.data();
-    double* f = b_.filterBuffer.data();
-    std::atomic<int32_t> ready{0};
-    double frontBusy = 0.0, frontPieces = 0.0, backBusy = 0.0;
-    using Clock = std::chrono::steady_clock;
-
-    auto front = [&] {
-      const auto start = Clock::now();
-      const int32_t begun = handover > 0 ? split + 1 : split;
-      for (int32_t c = 0; c < begun; ++c) cursors_[c] = BeginPath(paths[c].args, *ncos[c], true);
-      for (int32_t j = 0; j < pieces; ++j) {
-        const int32_t lo = j * piece, hi = std::min(n_, lo + piece);
-        const int32_t last = j < handover ? split + 1 : split;
-        for (int32_t c = 0; c < last; ++c)
-          RunPathRange(paths[c].args, *ncos[c], *feeds[c], sum, c == 0, cursors_[c], lo, hi);
-        ready.store(j + 1, std::memory_order_release);
-      }
-      for (int32_t c = 0; c < split; ++c) EndPath(paths[c].args, *ncos[c], cursors_[c]);
-      frontPieces = std::chrono::duration<double>(Clock::now() - start).count();
-      if (sideWork) sideWork();
-      frontBusy = std::chrono::duration<double>(Clock::now() - start).count();
-    };
-    auto back = [&] {
-      double waited = 0.0;
-      const auto start = Clock::now();
-      for (int32_t c = handover > 0 ? split + 1 : split; c < channels; ++c)
-        cursors_[c] = BeginPath(paths[c].args, *ncos[c], true);
-      GaussianBlockFromSeed(0.0f, s_.NoiseSigma, noise, n_, seed);
-      for (int32_t j = 0; j < pieces; ++j) {
-        const int32_t lo = j * piece, hi = std::min(n_, lo + piece);
-        if (ready.load(std::memory_order_acquire) <= j) {
-          const auto w = Clock::now();
-          while (ready.load(std::memory_order_acquire) <= j) Pause();
-          waited += std::chrono::duration<double>(Clock::now() - w).count();
-        }
-        for (int32_t c = j < handover ? split + 1 : split; c < channels; ++c)
-          RunPathRange(paths[c].args, *ncos[c], *feeds[c], sum, false, cursors_[c], lo, hi);
-        AddNoise(lo, hi);
-        if (filter) {
-          for (int32_t i = lo; i < hi; ++i) ext[past + i] = static_cast<double>(sum[i]);
-          platform::FirRange(b_.filter, ext, f, lo, hi);
-          doubleLimits_[j] = MinMaxRange(f, lo, hi);
-        } else {
-          floatLimits_[j] = MinMaxRange(sum, lo, hi);
-        }
-      }
-      for (int32_t c = split; c < channels; ++c) EndPath(paths[c].args, *ncos[c], cursors_[c]);
-      backBusy = std::chrono::duration<double>(Clock::now() - start).count() - waited;
-    };
-
-#pragma omp parallel num_threads(2)
-    {
-      if (omp_get_num_threads() == 1) {
-        front();
-        back();
-      } else if (omp_get_thread_num() == 1) {
-        front();
-      } else {
-        back();
-      }
-#pragma omp barrier
-      QuantiseInTeam(filter, sum, f, pieces);
+  // The last stage, after writing block b: the report, the warnings, and whether the run
+  // goes on (a navigation row ran out, the user stopped, or the run is complete).
+  bool Retire(const Slot& slot, int64_t b, int32_t bytes, const StageNote& own, RunState& run) {
+    run.report.bytes += bytes;
+    run.report.blocks += 1;
+    run.last.rand = slot.plan.rand;
+    run.last.statics = slot.plan.statics;
+    run.last.issues = slot.plan.issues;
+    bool before = own.beforeRow, past = own.pastRow;
+    for (int st = 0; st + 1 < stages_; ++st) {
+      before = before || slot.notes[st].beforeRow;
+      past = past || slot.notes[st].pastRow;
     }
-    if (filter) platform::FirEnd(b_.filter);
-    // Move channel pieces towards the less busy thread: as many as half the difference,
-    // smoothed over the blocks, is worth at the front thread's cost per channel piece. This
-    // steers the split, never a number.
-    const double pieceCost = frontPieces / std::max(1, frontShare_);
-    busyDifference_ = 0.7 * busyDifference_ + 0.3 * (backBusy - frontBusy);
-    if (pieceCost > 0.0) {
-      const int32_t move =
-          static_cast<int32_t>(std::clamp(std::lround(busyDifference_ / (2.0 * pieceCost)),
-                                          -static_cast<long>(pieces), static_cast<long>(pieces)));
-      frontShare_ += move;
-      busyDifference_ -= 2.0 * pieceCost * move;
+    if (before && !run.warnedBefore) {
+      run.warnedBefore = true;
+      run.ctx.messages.Warn(
+          "a satellite's signal at the start of the run was sent before the first "
+          "bit of its navigation file: those bits are sent as +1");
     }
-    return Write(packed_.data(), count_);
-  }
-
-  static void Pause() {
-#if defined(__x86_64__)
-    _mm_pause();
-#endif
-  }
-
-  // Channels on threads. Thread 0 adds its channels straight into the sum, in order, as the
-  // one-thread loop does; the other threads put each path of theirs into a buffer of its
-  // own and the last one also makes the noise and the side work. The buffers are then added
-  // sample by sample in path order and the noise last, the plain order; filter, limits and
-  // bytes go in pieces. Which thread computes what changes no number.
-  int32_t MakeThreaded(const std::vector<PlannedPath>& paths, const std::vector<ChannelNco*>& ncos,
-                       const std::vector<BitFeed*>& feeds, uint32_t seed,
-                       const std::function<void()>& sideWork) {
-    const int32_t channels = static_cast<int32_t>(ncos.size());
-    firstPath_.assign(static_cast<size_t>(channels) + 1, static_cast<int32_t>(paths.size()));
-    for (int32_t j = static_cast<int32_t>(paths.size()) - 1; j >= 0; --j)
-      firstPath_[paths[j].channel] = j;
-    for (int32_t c = channels - 1; c >= 0; --c)
-      firstPath_[c] = std::min(firstPath_[c], firstPath_[c + 1]);
-
-    const int32_t groups = (n_ + 15) / 16;
-    const int32_t chunk = 2048;
-    const int32_t chunks = (n_ + chunk - 1) / chunk;
-    const bool filter = s_.FilterOn == 1;
-    floatLimits_.resize(static_cast<size_t>(chunks));
-    doubleLimits_.resize(static_cast<size_t>(chunks));
-    double* ext = filter ? platform::FirBegin(b_.filter, n_) : nullptr;
-    const int past = platform::FirPast(b_.filter);
-    float* sum = b_.sum.data();
-    double* f = b_.filterBuffer.data();
-    // Roles, planned before the threads start: role 0 takes the first channels straight into
-    // the sum, roles 1.. the others into buffers, the last role also the noise and the side
-    // work. Work in path units; the noise and side work cost what the last blocks measured.
-    const int roles = threads_;
-    const double share = (static_cast<double>(paths.size()) + extraCost_) / roles;
-    int32_t direct = 0;  // channels 0..direct-1 go straight into the sum
-    while (direct < channels && firstPath_[direct + 1] <= share + 0.5) ++direct;
-    owner_.assign(static_cast<size_t>(channels), 0);
-    int t = 1;
-    double load = 0.0;
-    for (int32_t c = direct; c < channels; ++c) {
-      const double cost = firstPath_[c + 1] - firstPath_[c];
-      if (t < roles - 1 && load + cost / 2 > share) {
-        ++t;
-        load = 0.0;
-      }
-      owner_[c] = t;
-      load += cost;
+    if (past) {
+      run.ctx.messages.Warn(run.source.rowEnded(b + 1));
+      run.report.rowEnded = true;
+      return false;
     }
-    parts_.clear();
-    if (direct > 0) parts_.push_back(nullptr);  // the sum itself, see ReduceOnto
-    for (int32_t j = firstPath_[direct]; j < static_cast<int32_t>(paths.size()); ++j)
-      parts_.push_back(pathBuffers_[j].data());
-
-    auto playRole = [&](int role) {
-      if (role == 0) {
-        const auto start = std::chrono::steady_clock::now();
-        bool first = true;
-        for (int32_t c = 0; c < direct; ++c)
-          for (int32_t j = firstPath_[c]; j < firstPath_[c + 1]; ++j) {
-            RunPath(paths[j], *ncos[c], *feeds[c], sum, first);
-            first = false;
-          }
-        if (direct > 0)
-          pathSeconds_ =
-              std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() /
-              firstPath_[direct];
-      } else {
-        for (int32_t c = direct; c < channels; ++c) {
-          if (owner_[c] != role) continue;
-          for (int32_t j = firstPath_[c]; j < firstPath_[c + 1]; ++j)
-            RunPath(paths[j], *ncos[c], *feeds[c], pathBuffers_[j].data(), true);
-        }
-      }
-      if (role == roles - 1) {
-        const auto start = std::chrono::steady_clock::now();
-        GaussianBlockGroups(0.0f, s_.NoiseSigma, b_.noise.data(), n_, seed, 0, groups);
-        if (sideWork) sideWork();
-        extraSeconds_ =
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-      }
-    };
-
-    // Three meeting points a block: after the roles, after the sum (and after the filter).
-#pragma omp parallel num_threads(roles)
-    {
-      const int team = omp_get_num_threads();
-      for (int role = omp_get_thread_num(); role < roles; role += team) playRole(role);
-#pragma omp barrier
-#pragma omp for schedule(static)
-      for (int32_t c = 0; c < chunks; ++c) {
-        const int32_t lo = c * chunk, hi = std::min(n_, lo + chunk);
-        ReduceOnto(direct > 0, lo, hi);
-        if (filter) {
-          for (int32_t i = lo; i < hi; ++i) ext[past + i] = static_cast<double>(sum[i]);
-        } else {
-          floatLimits_[c] = MinMaxRange(sum, lo, hi);
-        }
-      }
-      if (filter) {
-#pragma omp for schedule(static)
-        for (int32_t c = 0; c < chunks; ++c) {
-          const int32_t lo = c * chunk, hi = std::min(n_, lo + chunk);
-          platform::FirRange(b_.filter, ext, f, lo, hi);
-          doubleLimits_[c] = MinMaxRange(f, lo, hi);
-        }
-      }
-      QuantiseInTeam(filter, sum, f, chunks);
+    if (run.ctx.RunActive.load(std::memory_order_relaxed) == 0) {
+      run.report.stopped = true;
+      return false;
     }
-    if (filter) platform::FirEnd(b_.filter);
-    // The measured cost of the noise and side work, in paths, for the next split.
-    if (pathSeconds_ > 0.0 && extraSeconds_ > 0.0)
-      extraCost_ = 0.8 * extraCost_ + 0.2 * std::min(64.0, extraSeconds_ / pathSeconds_);
-    return Write(packed_.data(), count_);
-  }
-
-  // sum[i] = ((start + p_1[i]) + p_2[i] + ...) + noise[i] over lo..hi-1, start being the
-  // sum thread 0 made (or 0 when it made none): the plain order of additions.
-  void ReduceOnto(bool fromSum, int32_t lo, int32_t hi) {
-    float* sum = b_.sum.data();
-    const float* noise = b_.noise.data();
-    const size_t first = fromSum ? 1 : 0;
-#if defined(__x86_64__)
-    if (__builtin_cpu_supports("avx2")) {
-      ReduceAvx2(parts_, first, fromSum, noise, sum, lo, hi);
-      return;
+    if (b + 1 >= run.total) return false;
+    if ((b + 1) % 1000 == 0) {
+      const int32_t seconds = static_cast<int32_t>((b + 1) / 1000);
+      run.ctx.messages.Progress(seconds * 100.0 / s_.Duration);
     }
-#endif
-    for (int32_t i = lo; i < hi; ++i) {
-      float acc = fromSum ? sum[i] : 0.0f;
-      for (size_t j = first; j < parts_.size(); ++j) acc = acc + parts_[j][i];
-      sum[i] = acc + noise[i];
-    }
-  }
-
-  // Called by every thread of a team once the pieces' limits stand: each thread merges
-  // them itself, in order (every piece started from the block's first sample, as the whole
-  // loop does), then the team quantises and packs the block in slices of bytes.
-  void QuantiseInTeam(bool filter, const float* sum, const double* f, int32_t pieces) {
-    constexpr int32_t kByteChunk = 1024;
-    const int32_t byteChunks = (count_ + kByteChunk - 1) / kByteChunk;
-    BlockLimits<float> fl = floatLimits_[0];
-    BlockLimits<double> dl = doubleLimits_[0];
-    for (int32_t j = 1; j < pieces; ++j) {
-      if (filter)
-        CombineLimits(dl, doubleLimits_[j]);
-      else
-        CombineLimits(fl, floatLimits_[j]);
-    }
-#pragma omp for schedule(static) nowait
-    for (int32_t c = 0; c < byteChunks; ++c) {
-      const int32_t j0 = c * kByteChunk, j1 = std::min(count_, j0 + kByteChunk);
-      if (filter)
-        QuantisePackRange(f, dl, s_.BitsPerSample, levels_.data(), levelCount_, s_.Decimation,
-                          s_.OutputPacked, j0, j1, packed_.data());
-      else
-        QuantisePackRange(sum, fl, s_.BitsPerSample, levels_.data(), levelCount_, s_.Decimation,
-                          s_.OutputPacked, j0, j1, packed_.data());
-    }
+    return true;
   }
 
   const DifSettings& s_;
@@ -504,24 +694,12 @@ class BlockEngine {
   int32_t levelCount_;
   std::vector<uint8_t> levels_;
   int32_t count_;
-  int threads_ = 1;
+  int stages_;
+  int32_t ring_ = 1;
+  int32_t batch_ = 1;
+  WorkerTeam team_;
   platform::AlignedBuffer<uint8_t> packed_;
-  std::vector<platform::AlignedBuffer<float>> pathBuffers_;
-  std::vector<int32_t> firstPath_;
-  std::vector<int> owner_;
-  // Timing that only steers which thread does what: seconds per path on thread 0, seconds
-  // of noise and side work, and their ratio smoothed over the blocks.
-  double pathSeconds_ = 0.0;
-  double extraSeconds_ = 0.0;
-  double extraCost_ = 4.0;
-  // The front thread's share of the pipeline in channel pieces (0: not yet set) and the
-  // smoothed difference of the busy times.
-  int32_t frontShare_ = 0;
-  double busyDifference_ = 0.0;
-  std::vector<PathCursor> cursors_;
-  std::vector<const float*> parts_;
-  std::vector<BlockLimits<float>> floatLimits_;
-  std::vector<BlockLimits<double>> doubleLimits_;
+  std::unique_ptr<Slot[]> slots_;
 };
 
 }  // namespace
@@ -652,19 +830,19 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
   const float intermediate = static_cast<float>(s.IfFrequency);
   const float metreToSample = static_cast<float>(0.001 * n / kSpeedOfLight);
   const float radPerHz = kTwoPiFloat / fs;
-  BlockEngine engine(s, b, files.output, ctx.speed);
+  const int32_t channelLimit = std::clamp(s.MaxChannels == 0 ? 20 : s.MaxChannels, 0, 32);
+  BlockEngine engine(s, b, files.output, ctx.speed, channelLimit);
   const int32_t rate = s.ScintRate == 0 ? 1 : s.ScintRate;
   scint.scintPeriod = 1000 / rate;
   if (s.ScintMode > 0) FillScintillation(scint);
 
   // The 32 sampled codes are independent of one another: made on the run's threads.
   std::vector<platform::AlignedBuffer<float>> codeFloat(32);
-#pragma omp parallel for schedule(static) num_threads(std::max(1, ctx.speed.threads))
-  for (int32_t p = 0; p < 32; ++p) {
+  engine.team().ForEach(32, [&](int p) {
     MakeCaCodeSamples(n, static_cast<double>(fs), 0.0, p, b.codeTables[p].data());
     codeFloat[p].Allocate(n);
     for (int32_t i = 0; i < n; ++i) codeFloat[p][i] = static_cast<float>(b.codeTables[p][i]);
-  }
+  });
 
   ScnReadIssues issues;
   int32_t timeMs = 0, count = 0;
@@ -685,160 +863,106 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
 
   const double total = std::trunc(1000.0 * s.Duration);
   const int64_t totalMs = total > 0.0 ? static_cast<int64_t>(total) : 0;
-  const int32_t channelLimit = std::clamp(s.MaxChannels == 0 ? 20 : s.MaxChannels, 0, 32);
   if (totalMs <= 0) return 0;
 
   std::array<ChannelNco, 32> nco{};
   std::array<BitFeed, 32> feeds{};
+  std::array<const int32_t*, 32> rows{};
   for (int32_t p = 0; p < 32; ++p) {
+    rows[p] = ctx.state.navBitTable.Row(p);
     feeds[p].kind = BitFeed::Kind::kScenario;
-    feeds[p].row = ctx.state.navBitTable.Row(p);
+    feeds[p].row = rows[p];
     feeds[p].base = base;
   }
-  int32_t maxPaths = 1;
-  for (const MultipathRecord& m : multipath) maxPaths = std::max(maxPaths, 1 + m.count);
-  engine.Reserve(static_cast<size_t>(channelLimit) * maxPaths);
-  std::vector<PlannedPath> paths;
-  paths.reserve(static_cast<size_t>(32 * maxPaths));
-  std::vector<ChannelNco*> channelNcos;
-  std::vector<BitFeed*> channelFeeds;
-  bool warnedBefore = false;
+  // The planner's own: when each PRN was aligned (the NCOs belong to the stages).
+  std::array<int32_t, 32> syncAge{};
 
-  int32_t msCounter = 0, seconds = 0;
-  int64_t msDone = 0;
-  scint.scintCounter = 0;
-  // With channels on threads the next epoch is read while the block is being made: the
-  // block's paths are planned by then and read nothing of the record.
-  bool readAhead = false, aheadOk = false;
-  int32_t aheadTime = 0, aheadCount = 0;
-  const std::function<void()> readNext = [&] {
-    aheadOk =
-        ReadScnEpoch(*files.record, ctx.state.scnReader, record, aheadTime, aheadCount, issues);
-    readAhead = true;
-  };
-  const std::function<void()> nothing;
-  for (;;) {
-    msCounter += 1;
-    bool epochRead;
-    if (readAhead) {
-      epochRead = aheadOk;
-      timeMs = aheadTime;
-      count = aheadCount;
-      readAhead = false;
-    } else {
-      epochRead = ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues);
-    }
-    if (!epochRead) {
-      ctx.messages.Warn(
-          fmt::format("record {} ended after {} ms of the {} asked for: the run ends "
-                      "with the record",
-                      files.record->path(), msDone, totalMs));
-      report.recordEnded = true;
-      break;
+  BlockSource source;
+  source.plan = [&](int64_t block, BlockPlan& plan) {
+    const int32_t msCounter = static_cast<int32_t>(block % 1000) + 1;
+    const int32_t seconds = static_cast<int32_t>(block / 1000);
+    const bool read =
+        ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues);
+    plan.statics = ctx.state.scnReader;
+    plan.issues = issues;
+    plan.rand = ctx.rand;
+    if (!read) {
+      plan.recordEnded = true;
+      return;
     }
     count = std::clamp(count, 0, std::min(channelLimit, 32));
     if (count > 0 && msCounter == 1000) {
       for (int32_t j = 0; j < count; ++j) {
         const int32_t prn = record.prnList[j];
         if (prn < 1 || prn > 32) continue;
-        ChannelNco& c = nco[prn - 1];
-        c.syncAge += 1;
-        if (c.syncAge == 100001) c.syncAge = 0;
+        syncAge[prn - 1] += 1;
+        if (syncAge[prn - 1] == 100001) syncAge[prn - 1] = 0;
       }
     }
-    const uint32_t seed = static_cast<uint32_t>(platform::CrtRand(ctx.rand));
-
-    paths.clear();
-    channelNcos.clear();
-    channelFeeds.clear();
+    plan.seed = static_cast<uint32_t>(platform::CrtRand(ctx.rand));
+    plan.rand = ctx.rand;
     for (int32_t j = 0; j < count; ++j) {
       const int32_t prn = record.prnList[j];
       if (prn < 1 || prn > 32) continue;
-      ChannelNco& c = nco[prn - 1];
-      BitFeed& feed = feeds[prn - 1];
-      float g = 1.0f, thetaOff = 0.0f;
+      PathArgs direct;
       if (s.ScintMode > 0)
         UpdateScintillation(prn, record.bubbleClass[prn - 1], s.ScintMode, s.ScintPrn, s.ScintStart,
-                            seconds, files.scint, scint, g, thetaOff);
+                            seconds, files.scint, scint, direct.g, direct.thetaOff);
       const RangePair& range = record.codeRange[prn - 1];
       const double dR =
           ((range.next - range.previous) * (n - 1)) / n + range.previous - range.previous;
-      const float rho = static_cast<float>(dR * kRangeRateToRho);
-      const float omega =
-          (static_cast<float>(static_cast<double>(rho) * s.CarrierFrequency) + intermediate) *
+      direct.n = n;
+      direct.rho = static_cast<float>(dR * kRangeRateToRho);
+      direct.omega =
+          (static_cast<float>(static_cast<double>(direct.rho) * s.CarrierFrequency) + intermediate) *
           radPerHz;
-      if (c.syncAge == 0) {
-        const float codePhase = AlignChannel(n, timeMs, feed.row, range.previous, base, c, feed);
-        c.codeIndex = SaturatingInt(codePhase);
-        c.codeFraction = codePhase - static_cast<float>(c.codeIndex);
-        c.syncAge = 1;
-      }
-      const int32_t channel = static_cast<int32_t>(channelNcos.size());
-      channelNcos.push_back(&c);
-      channelFeeds.push_back(&feed);
-      const MultipathRecord& mp = multipath[prn - 1];
-      const int32_t M = mp.count;
-      float d = 0.0f;
-      for (int32_t path = 0; path <= M; ++path) {
-        if (path > 0) {
-          if (static_cast<float>(seconds) >= mp.startTime[path - 1]) {
-            d = mp.delay[path - 1] * metreToSample;
-            g = mp.amplitude[path - 1];
-          } else {
-            d = 0.0f;
-            g = 1.0f;
-          }
-        }
-        PlannedPath planned;
-        planned.channel = channel;
-        planned.args.n = n;
-        planned.args.d = d;
-        planned.args.rho = rho;
-        planned.args.omega = omega;
-        planned.args.thetaOff = thetaOff;
-        planned.args.g = g;
-        planned.args.lastPath = path == M;
-        planned.args.carrierOn = true;
-        planned.args.code = b.codeTables[prn - 1].data();
-        planned.args.codeFloat = codeFloat[prn - 1].data();
-        paths.push_back(planned);
+      direct.carrierOn = true;
+      direct.code = b.codeTables[prn - 1].data();
+      direct.codeFloat = codeFloat[prn - 1].data();
+      PlannedChannel& ch =
+          AddChannel(plan, prn - 1, direct, multipath[prn - 1], seconds, metreToSample);
+      if (syncAge[prn - 1] == 0) {
+        // AlignChannel on a copy: what it sets, the stage running the channel puts in place.
+        ChannelNco aligned;
+        BitFeed flags;
+        const float codePhase =
+            AlignChannel(n, timeMs, rows[prn - 1], range.previous, base, aligned, flags);
+        ch.align = true;
+        ch.alignment.bitNumber = aligned.bitNumber;
+        ch.alignment.navBit = aligned.navBit;
+        ch.alignment.msInBit = aligned.msInBit;
+        ch.alignment.codeIndex = SaturatingInt(codePhase);
+        ch.alignment.codeFraction = codePhase - static_cast<float>(ch.alignment.codeIndex);
+        ch.alignment.beforeRow = flags.beforeRow;
+        ch.alignment.pastRow = flags.pastRow;
+        syncAge[prn - 1] = 1;
       }
     }
-    const bool ahead = ctx.speed.threads > 1 && msDone + 1 < totalMs;
-    report.bytes += engine.Make(paths, channelNcos, channelFeeds, seed, ahead ? readNext : nothing);
     StepScintCounter(s.ScintMode, scint);
-    report.blocks += 1;
+  };
+  source.rowEnded = [](int64_t ms) {
+    return fmt::format(
+        "the navigation bits (1740 s from the 12.5-minute frame of the run's start) ran out "
+        "after {} ms: the run ends there",
+        ms);
+  };
+  source.recordEnded = [&](int64_t ms) {
+    return fmt::format(
+        "record {} ended after {} ms of the {} asked for: the run ends with the record",
+        files.record->path(), ms, totalMs);
+  };
 
-    bool rowEnded = false;
-    for (BitFeed& f : feeds) {
-      rowEnded = rowEnded || f.pastRow;
-      if (f.beforeRow && !warnedBefore) {
-        warnedBefore = true;
-        ctx.messages.Warn(
-            "a satellite's signal at the start of the run was sent before the first "
-            "bit of its navigation file: those bits are sent as +1");
-      }
-    }
-    if (rowEnded) {
-      ctx.messages.Warn(
-          fmt::format("the navigation bits (1740 s from the 12.5-minute frame of the "
-                      "run's start) ran out after {} ms: the run ends there",
-                      msDone + 1));
-      report.rowEnded = true;
-      break;
-    }
-    if (ctx.RunActive.load(std::memory_order_relaxed) == 0) {
-      report.stopped = true;
-      break;
-    }
-    msDone += 1;
-    if (msDone >= totalMs) break;
-    if (msCounter == 1000) {
-      seconds += 1;
-      ctx.messages.Progress(seconds * 100.0 / s.Duration);
-      msCounter = 0;
-    }
-  }
+  scint.scintCounter = 0;
+  BlockPlan last;
+  last.rand = ctx.rand;
+  last.statics = ctx.state.scnReader;
+  last.issues = issues;
+  engine.Run(nco.data(), feeds.data(), 32, totalMs, source, ctx, report, last);
+  // The planner may have read ahead of the last block: the worker's rand and the reader's
+  // statics go on from where that block left them, as with one thread.
+  ctx.rand = last.rand;
+  ctx.state.scnReader = last.statics;
+  issues = last.issues;
   warnIssues();
   return 0;
 }
@@ -855,11 +979,7 @@ int GenerateTestSamples(const DifSettings& s, RunBuffers& b, ScintillationState&
   else
     std::fill(code.data(), code.data() + n, 1);
   for (int32_t i = 0; i < n; ++i) codeFloat[i] = static_cast<float>(code[i]);
-  BlockEngine engine(s, b, files.output, ctx.speed);
-  engine.Reserve(static_cast<size_t>(1 + multipath[prnIndex].count));
-  std::vector<PlannedPath> paths;
-  std::vector<ChannelNco*> ncos;
-  std::vector<BitFeed*> feeds;
+  BlockEngine engine(s, b, files.output, ctx.speed, 1);
 
   const double fd = s.TestDopplerOn != 0 ? s.TestDoppler : 0.0;
   const float rho = static_cast<float>(fd / s.CarrierFrequency);
@@ -889,66 +1009,36 @@ int GenerateTestSamples(const DifSettings& s, RunBuffers& b, ScintillationState&
   if (totalMs <= 0) return 0;
   const MultipathRecord& mp = multipath[prnIndex];
   const float metreToSample = static_cast<float>(0.001 * n / kSpeedOfLight);
-  int32_t msCounter = 0, seconds = 0;
-  int64_t msDone = 0;
-  scint.scintCounter = 0;
-  for (;;) {
-    if (msCounter == 1000) {
-      seconds += 1;
-      ctx.messages.Progress(seconds * 100.0 / s.Duration);
-      msCounter = 0;
-    }
-    msCounter += 1;
-    const uint32_t seed = static_cast<uint32_t>(platform::CrtRand(ctx.rand));
-    float g = 1.0f, thetaOff = 0.0f;
+
+  BlockSource source;
+  source.plan = [&](int64_t block, BlockPlan& plan) {
+    const int32_t seconds = static_cast<int32_t>(block / 1000);
+    plan.seed = static_cast<uint32_t>(platform::CrtRand(ctx.rand));
+    plan.rand = ctx.rand;
+    PathArgs direct;
     if (s.ScintMode > 0)
-      UpdateScintillation(s.TestPrn, 0, 2, s.TestPrn, s.ScintStart, seconds, files.scint, scint, g,
-                          thetaOff);
-    float d = 0.0f;
-    paths.clear();
-    ncos.assign(1, &c);
-    feeds.assign(1, &feed);
-    for (int32_t path = 0; path <= mp.count; ++path) {
-      if (path > 0) {
-        if (static_cast<float>(seconds) >= mp.startTime[path - 1]) {
-          d = mp.delay[path - 1] * metreToSample;
-          g = mp.amplitude[path - 1];
-        } else {
-          d = 0.0f;
-          g = 1.0f;
-        }
-      }
-      PathArgs a;
-      a.n = n;
-      a.d = d;
-      a.rho = rho;
-      a.omega = omega;
-      a.thetaOff = thetaOff;
-      a.g = g;
-      a.lastPath = path == mp.count;
-      a.carrierOn = s.TestCarrierOn != 0;
-      a.code = code.data();
-      a.codeFloat = codeFloat.data();
-      paths.push_back(PlannedPath{a, 0});
-    }
-    report.bytes += engine.Make(paths, ncos, feeds, seed);
+      UpdateScintillation(s.TestPrn, 0, 2, s.TestPrn, s.ScintStart, seconds, files.scint, scint,
+                          direct.g, direct.thetaOff);
+    direct.n = n;
+    direct.rho = rho;
+    direct.omega = omega;
+    direct.carrierOn = s.TestCarrierOn != 0;
+    direct.code = code.data();
+    direct.codeFloat = codeFloat.data();
+    AddChannel(plan, 0, direct, mp, seconds, metreToSample);
     StepScintCounter(s.ScintMode, scint);
-    report.blocks += 1;
-    if (feed.pastRow) {
-      ctx.messages.Warn(
-          fmt::format("the navigation bits of the test signal ran out after {} ms: "
-                      "the run ends there",
-                      msDone + 1));
-      report.rowEnded = true;
-      break;
-    }
-    if (ctx.RunActive.load(std::memory_order_relaxed) == 0) {
-      report.stopped = true;
-      break;
-    }
-    msDone += 1;
-    if (msDone >= totalMs) break;
-  }
+  };
+  source.rowEnded = [](int64_t ms) {
+    return fmt::format(
+        "the navigation bits of the test signal ran out after {} ms: the run ends there", ms);
+  };
+  source.recordEnded = [](int64_t) { return std::string(); };
+
+  scint.scintCounter = 0;
+  BlockPlan last;
+  last.rand = ctx.rand;
+  engine.Run(&c, &feed, 1, totalMs, source, ctx, report, last);
+  ctx.rand = last.rand;
   return 0;
 }
 

@@ -69,10 +69,11 @@ float AlignChannel(int32_t n, int32_t timeMs, const int32_t* row, double range, 
 
 // How the generators make their numbers: every variant writes the same bytes.
 struct GeneratorSpeed {
-  bool vectorised = true;  // eight samples at a time where the plain loop allows it
-  int threads = 1;         // channels on this many threads, summed in channel order
-  int pipelineShare = 0;   // tests: the front thread's share of the two-thread pipeline in
-                           // channel pieces, held fixed (0: follows the measured busy times)
+  bool vectorised = true;  // eight or sixteen samples at a time where the plain loop allows it
+  int threads = 1;         // the block pipeline's stages, one thread each (see docs/dif.md)
+  int reshuffle = 0;       // tests: every this many blocks the channels, the noise and the
+                           // ring's depth change hands by a fixed rule instead of following
+                           // the measured costs (0: measured)
 };
 
 struct GeneratorContext {

@@ -151,7 +151,9 @@ TEST(DifScenario, OwnAcquisitionFindsEachSatelliteWhereTheRecordPutsIt) {
   }
 }
 
-std::string RunVariant(app::Session& s, const std::filesystem::path& out, platform::RandState rand,
+// One DIF run with the given speed; `rand` and the session's reader statics go on as the run
+// leaves them.
+std::string RunVariant(app::Session& s, const std::filesystem::path& out, platform::RandState& rand,
                        const dif::GeneratorSpeed& speed) {
   dif::DifRunPaths paths;
   paths.output = out;
@@ -164,6 +166,19 @@ std::string RunVariant(app::Session& s, const std::filesystem::path& out, platfo
   EXPECT_FALSE(outcome.refused);
   return ReadFile(out);
 }
+
+std::string Describe(const dif::GeneratorSpeed& f) {
+  return fmt::format("{}, {} thread(s){}", f.vectorised ? "vector" : "plain", f.threads,
+                     f.reshuffle > 0 ? fmt::format(", reshuffled every {} blocks", f.reshuffle)
+                                     : std::string());
+}
+
+// The forms every byte-identity test runs: one thread, the pipeline on two to four threads
+// with the split measured, and with the split, the noise and a three-slot ring moved about
+// by rule (channels then go back to earlier stages and wait for the later ones).
+const dif::GeneratorSpeed kForms[] = {{true, 1},     {true, 2},     {true, 3},
+                                      {true, 4},     {false, 3},    {true, 2, 7},
+                                      {true, 3, 5},  {false, 4, 3}, {true, 5, 2}};
 
 // The plain loop is the reference: the vector form, channels on threads, the filter and
 // multipath all give its bytes.
@@ -208,14 +223,95 @@ TEST(DifScenario, EveryFormOfTheLoopWritesThePlainLoopsBytes) {
     s.settings.dif.MultipathTable = {{"y", "", 2, 0.5, 3000.0, 0.0},
                                      {"", "", 3, 0.3, 1000.0, 0.1},
                                      {"y", "", 2, 0.2, 9000.0, 0.0}};
-    const std::string plain = RunVariant(s, dir / "plain.bin", rand, {false, 1});
+    platform::RandState plainRand = rand;
+    const std::string plain = RunVariant(s, dir / "plain.bin", plainRand, {false, 1});
+    const dif::ScnReaderStatics plainStatics = s.dif.scnReader;
     ASSERT_FALSE(plain.empty());
-    EXPECT_EQ(RunVariant(s, dir / "fast.bin", rand, {true, 1}), plain) << c.name;
-    EXPECT_EQ(RunVariant(s, dir / "two.bin", rand, {true, 2}), plain) << c.name;
-    // Two threads with the pipeline's share held where the front thread hands channel 3
-    // over to the back thread after five of the block's eight pieces.
-    EXPECT_EQ(RunVariant(s, dir / "handover.bin", rand, {true, 2, 3 * 8 + 5}), plain) << c.name;
-    EXPECT_EQ(RunVariant(s, dir / "three.bin", rand, {false, 3}), plain) << c.name;
+    for (const dif::GeneratorSpeed& form : kForms) {
+      platform::RandState formRand = rand;
+      EXPECT_EQ(RunVariant(s, dir / "form.bin", formRand, form), plain)
+          << c.name << ": " << Describe(form);
+      // The run leaves the worker's rand and the reader where the plain run does.
+      EXPECT_EQ(formRand.state, plainRand.state) << c.name << ": " << Describe(form);
+      EXPECT_EQ(s.dif.scnReader.timeMs, plainStatics.timeMs) << c.name << ": " << Describe(form);
+      EXPECT_EQ(s.dif.scnReader.count, plainStatics.count) << c.name << ": " << Describe(form);
+    }
+  }
+}
+
+// A run that ends early (the record ends, or the user stops it) ends at the same block with
+// every form, and leaves the rand where one thread leaves it, though the pipeline's first
+// stage has planned blocks beyond the last.
+TEST(DifScenario, EveryFormEndsAnEarlyRunAtTheSameBlock) {
+  ScratchDir dir("early");
+  DifScenario sc = MakeDifScenario(dir.path(), {}, false);
+  app::Session& s = *sc.session;
+  s.settings.dif.Duration = 0.01;  // 600 ms asked for
+  const platform::RandState rand = s.workerRand;
+  // The record cut after 300 epochs: 298 blocks.
+  {
+    std::istringstream in(ReadFile(sc.record));
+    std::string text, line;
+    int epochs = 0;
+    while (std::getline(in, line)) {
+      if (line.find(' ') == std::string::npos && ++epochs > 300) break;
+      text += line + "\n";
+    }
+    WriteFile(dir / "cut.scn", text);
+  }
+  const std::string full = sc.record.string();
+  s.settings.scenario.ObservationOutputFile = (dir / "cut.scn").string();
+  platform::RandState oneRand = rand;
+  const std::string one = RunVariant(s, dir / "one.bin", oneRand, {true, 1});
+  EXPECT_EQ(one.size(), 298u * 4092u);
+  for (const dif::GeneratorSpeed& form : kForms) {
+    platform::RandState formRand = rand;
+    EXPECT_EQ(RunVariant(s, dir / "form.bin", formRand, form), one) << Describe(form);
+    EXPECT_EQ(formRand.state, oneRand.state) << Describe(form);
+  }
+  // The user stops the run at its first progress report (after 1000 blocks): 1001 blocks.
+  s.settings.scenario.ObservationOutputFile = full;
+  s.settings.dif.Duration = 0.05;
+  const platform::Messages quiet = s.messages;
+  s.messages.progress = [&](double) { s.RunActive.store(0); };
+  oneRand = rand;
+  const std::string stopped = RunVariant(s, dir / "stopped.bin", oneRand, {true, 1});
+  EXPECT_EQ(stopped.size(), 1001u * 4092u);
+  for (const dif::GeneratorSpeed& form : kForms) {
+    platform::RandState formRand = rand;
+    EXPECT_EQ(RunVariant(s, dir / "form.bin", formRand, form), stopped) << Describe(form);
+    EXPECT_EQ(formRand.state, oneRand.state) << Describe(form);
+  }
+  s.messages = quiet;
+}
+
+// A record that lists a satellite twice in an epoch: both entries run the one channel state,
+// one after the other, whichever stages they fall on.
+TEST(DifScenario, ASatelliteListedTwiceGivesTheSameBytesOnEveryForm) {
+  ScratchDir dir("twice-listed");
+  DifScenario sc = MakeDifScenario(dir.path(), {}, false);
+  app::Session& s = *sc.session;
+  s.settings.dif.Duration = 0.003;  // 180 ms
+  std::istringstream in(ReadFile(sc.record));
+  std::string text, time, count, line;
+  for (int epoch = 0; epoch < 200 && std::getline(in, time) && std::getline(in, count); ++epoch) {
+    const int satellites = std::stoi(count);
+    std::string lines, first;
+    for (int j = 0; j < satellites && std::getline(in, line); ++j) {
+      if (j == 0) first = line;
+      lines += line + "\n";
+    }
+    // One more satellite: the first, listed again at the end.
+    text += time + "\n" + fmt::format("{:3d}\n", satellites + 1) + lines + first + "\n";
+  }
+  WriteFile(dir / "twice.scn", text);
+  s.settings.scenario.ObservationOutputFile = (dir / "twice.scn").string();
+  platform::RandState oneRand = s.workerRand;
+  const std::string one = RunVariant(s, dir / "one.bin", oneRand, {false, 1});
+  EXPECT_EQ(one.size(), 180u * 4092u);
+  for (const dif::GeneratorSpeed& form : kForms) {
+    platform::RandState formRand = s.workerRand;
+    EXPECT_EQ(RunVariant(s, dir / "form.bin", formRand, form), one) << Describe(form);
   }
 }
 
@@ -281,7 +377,7 @@ TEST(DifScenario, AbsurdRecordValuesMakeNoCrash) {
   sc.session->settings.dif.DifOutputFile = (dir / "absurd.bin").string();
   sc.session->settings.dif.MultipathOn = 1;
   sc.session->settings.dif.MultipathTable = {{"y", "", 7, 1e30, 1e30, 0.0}};
-  for (int threads : {1, 2}) {
+  for (int threads : {1, 2, 3}) {
     sc.session->settings.dif.DifThreads = threads;
     dif::DifRunOutcome outcome;
     ASSERT_EQ(app::RunDif(*sc.session, "", outcome), 0);

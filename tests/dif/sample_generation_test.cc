@@ -1,5 +1,6 @@
 #include "dif/sample_generation.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -215,17 +216,20 @@ TEST(SampleGeneration, FastPathKernelMatchesThePlainLoop) {
 std::string RunTest(const DifPanelValues& p, const std::filesystem::path& dir,
                     GeneratorReport* report = nullptr,
                     platform::Messages messages = platform::Messages::Silent(),
-                    std::atomic<uint8_t>* runActive = nullptr) {
+                    std::atomic<uint8_t>* runActive = nullptr, GeneratorSpeed speed = {},
+                    platform::RandState* randAfter = nullptr) {
   DifState state;
   platform::RandState rand;
   std::atomic<uint8_t> active{0};
   DifRunPaths paths;
   paths.output = dir / "test.bin";
   paths.dataDir = dir;
+  paths.scintFile = p.ScintFile;
   DifRunOutcome outcome;
-  RunDifGeneration(p, paths, state, rand, runActive ? *runActive : active, messages,
-                   GeneratorSpeed{}, outcome);
+  RunDifGeneration(p, paths, state, rand, runActive ? *runActive : active, messages, speed,
+                   outcome);
   if (report) *report = outcome.report;
+  if (randAfter) *randAfter = rand;
   return test::ReadFile(paths.output);
 }
 
@@ -287,6 +291,49 @@ TEST(SampleGeneration, StopMidRunLeavesWholeBlocks) {
   EXPECT_EQ(report.blocks, 1001);
   EXPECT_EQ(bytes.size(), static_cast<size_t>(1001 * 4092));
   EXPECT_EQ(active.load(), 0);
+}
+
+// The test signal through every form of the block pipeline: one channel with three paths
+// (one starting late), scintillation from a file, the filter, and a stop after the first
+// second; every form writes the plain loop's bytes and stops at the same block.
+TEST(SampleGeneration, TestSignalGivesThePlainLoopsBytesOnAnyNumberOfThreads) {
+  ScratchDir dir("forms");
+  std::string scint;
+  for (int line = 0; line < 200; ++line) scint += fmt::format("{} {}\n", 0.01 * line, 0.9);
+  test::WriteFile(dir / "scint.txt", scint);
+  DifPanelValues p;
+  p.ScenarioDriven = 0;
+  p.TestPrn = 11;
+  p.TestDataOn = 1;
+  p.TestDataMode = 1;
+  p.TestDopplerOn = 1;
+  p.TestDoppler = -2100.0;
+  p.FilterOn = 1;
+  p.MultipathOn = 1;
+  p.MultipathTable = {{"y", "", 11, 0.5, 3000.0, 0.0}, {"", "", 11, 0.25, 9000.0, 1.0}};
+  p.ScintEnabled = 1;
+  p.ScintType = 1;
+  p.ScintRate = 100;
+  p.ScintFile = (dir / "scint.txt").string();
+  p.Duration = 0.03;  // 1.8 s, stopped after 1001 blocks
+  std::atomic<uint8_t> active{0};
+  platform::Messages m = platform::Messages::Silent();
+  m.progress = [&](double) { active.store(0); };
+  GeneratorReport report;
+  platform::RandState plainRand;
+  const std::string plain = RunTest(p, dir.path(), &report, m, &active, {false, 1}, &plainRand);
+  EXPECT_EQ(report.blocks, 1001);
+  ASSERT_EQ(plain.size(), 1001u * 4092u);
+  const GeneratorSpeed forms[] = {{true, 1},    {true, 2},    {true, 3},   {false, 2},
+                                  {true, 2, 3}, {true, 3, 2}, {false, 2, 5}};
+  for (const GeneratorSpeed& form : forms) {
+    platform::RandState rand;
+    EXPECT_EQ(RunTest(p, dir.path(), &report, m, &active, form, &rand), plain)
+        << form.vectorised << " " << form.threads << " " << form.reshuffle;
+    EXPECT_EQ(report.blocks, 1001);
+    EXPECT_TRUE(report.stopped);
+    EXPECT_EQ(rand.state, plainRand.state);
+  }
 }
 
 TEST(SampleGeneration, RefusedSettingsAndMissingFilesEndWithAMessage) {
