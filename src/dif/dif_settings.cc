@@ -289,7 +289,7 @@ const platform::SettingTable<DifPanelValues>& DifSettingTable() {
       {.name = "InCode", .member = &P::InCode, .min = 1, .max = 2,
        .meaning = "signal tab code toggle 1 or 2 (no run reads it)"},
       {.name = "DifThreads", .member = &P::DifThreads, .min = 0, .max = 64,
-       .meaning = "threads of the sample generator (channels on threads), 0: one per core; the "
+       .meaning = "threads of the sample generator's block pipeline, 0: one per core; the "
                   "file is the same for any number"},
   };
   return table;
