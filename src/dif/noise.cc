@@ -88,17 +88,11 @@ VOREL_LANES_INLINE U<W> HashLanes(U<W> x) {
 }
 
 // NoiseLog lane by lane.
-template <int W>
-VOREL_LANES_INLINE F<W> LogLanes(F<W> u) {
-  const U<W> bits = reinterpret_cast<U<W>>(u);
-  I<W> e = reinterpret_cast<I<W>>(bits >> 23) - 126;
-  const F<W> m = reinterpret_cast<F<W>>((bits & 0x007fffffu) | 0x3f000000u);
-  const I<W> small = m < kSqrtHalf;
-  e = e - (small & 1);
-  const F<W> x = small ? (m + m) - 1.0f : m - 1.0f;
-  const F<W> fe = __builtin_convertvector(e, F<W>);
-  const F<W> z = x * x;
-  F<W> y = Splat<F<W>>(7.0376836292E-2f);
+// The logarithm's polynomial on x = m - 1 (m the mantissa) and the exponent fe, for one
+// float and for a vector of floats alike; `y` comes in as the first coefficient.
+template <typename T>
+inline T LogTail(T x, T fe, T y) {
+  const T z = x * x;
   y = y * x + -1.1514610310E-1f;
   y = y * x + 1.1676998740E-1f;
   y = y * x + -1.2420140846E-1f;
@@ -110,8 +104,20 @@ VOREL_LANES_INLINE F<W> LogLanes(F<W> u) {
   y = (y * x) * z;
   y = y + -2.12194440e-4f * fe;
   y = y + -0.5f * z;
-  const F<W> r = x + y;
+  const T r = x + y;
   return r + 0.693359375f * fe;
+}
+
+template <int W>
+VOREL_LANES_INLINE F<W> LogLanes(F<W> u) {
+  const U<W> bits = reinterpret_cast<U<W>>(u);
+  I<W> e = reinterpret_cast<I<W>>(bits >> 23) - 126;
+  const F<W> m = reinterpret_cast<F<W>>((bits & 0x007fffffu) | 0x3f000000u);
+  const I<W> small = m < kSqrtHalf;
+  e = e - (small & 1);
+  const F<W> x = small ? (m + m) - 1.0f : m - 1.0f;
+  const F<W> fe = __builtin_convertvector(e, F<W>);
+  return LogTail<F<W>>(x, fe, Splat<F<W>>(7.0376836292E-2f));
 }
 
 // NoiseSinCos lane by lane.
@@ -223,21 +229,7 @@ float NoiseLog(float u) {
     x = m - 1.0f;
   }
   const float fe = static_cast<float>(e);
-  const float z = x * x;
-  float y = 7.0376836292E-2f;
-  y = y * x + -1.1514610310E-1f;
-  y = y * x + 1.1676998740E-1f;
-  y = y * x + -1.2420140846E-1f;
-  y = y * x + 1.4249322787E-1f;
-  y = y * x + -1.6668057665E-1f;
-  y = y * x + 2.0000714765E-1f;
-  y = y * x + -2.4999993993E-1f;
-  y = y * x + 3.3333331174E-1f;
-  y = (y * x) * z;
-  y = y + -2.12194440e-4f * fe;
-  y = y + -0.5f * z;
-  const float r = x + y;
-  return r + 0.693359375f * fe;
+  return LogTail<float>(x, fe, 7.0376836292E-2f);
 }
 
 void NoiseSinCos(uint32_t octant, float fraction, float& s, float& c) {
