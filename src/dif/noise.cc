@@ -18,7 +18,9 @@ constexpr float kTwoPow21Inv = 4.76837158203125e-07f;    // 2^-21
 constexpr float kQuarterPi = 0.785398163397448f;
 constexpr float kSqrtHalf = 0.707106781186547524f;
 
-inline uint32_t Hash(uint32_t x) {
+// The integer mix of the counter-based noise, for one word and for a vector of words.
+template <typename T>
+inline T Hash(T x) {
   x ^= x >> 16;
   x *= 0x7feb352du;
   x ^= x >> 15;
@@ -79,12 +81,7 @@ inline F<16> SqrtLanes(F<16> x) {
 
 template <int W>
 VOREL_LANES_INLINE U<W> HashLanes(U<W> x) {
-  x ^= x >> 16;
-  x *= 0x7feb352du;
-  x ^= x >> 15;
-  x *= 0x846ca68bu;
-  x ^= x >> 16;
-  return x;
+  return Hash<U<W>>(x);
 }
 
 // NoiseLog lane by lane.
