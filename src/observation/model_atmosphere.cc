@@ -1,5 +1,7 @@
 #include "observation/model_atmosphere.h"
 
+#include <fmt/format.h>
+
 #include "atmosphere/klobuchar.h"
 #include "atmosphere/troposphere.h"
 #include "density_model/model_data.h"
@@ -53,8 +55,11 @@ bool ModelAtmosphere::PrepareSlantIonosphere(int32_t month, std::string& error) 
     error = "the electron density model needs a month from 1 to 12";
     return false;
   }
+  // The month's map file is only looked for here: reading it into the model's arrays
+  // behind the model's own month cache would leave the cache naming another month.
+  std::filesystem::path found;
   if ((!density_.dipLoaded && density_model::LoadDipLatitudes(density_) != 0) ||
-      density_model::LoadCcirMonth(density_, month) != 0) {
+      !density_model::FindModelFile(density_, fmt::format("CCIR{:02d}.ASC", month + 10), found)) {
     error = density_.error;
     return false;
   }

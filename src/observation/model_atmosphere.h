@@ -20,8 +20,8 @@ class ModelAtmosphere : public AtmosphereModels {
   bool HasTroposphere() const override { return true; }
   bool HasKlobuchar() const override { return true; }
   bool HasSlantIonosphere() const override { return true; }
-  // Loads what the ionosphere along the ray needs for `month`; false with the reason (the
-  // model's data files and every place searched) when they cannot be read.
+  // Loads the dip latitudes and finds the map file of `month` that the ionosphere along
+  // the ray needs; false with the reason (the file and every place searched) otherwise.
   bool PrepareSlantIonosphere(int32_t month, std::string& error);
   double Troposphere(double elevationDeg, double temperature, double pressure, double humidity,
                      double altitude, double latitudeDeg, int32_t dayIndex,
