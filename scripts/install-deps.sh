@@ -7,7 +7,9 @@ packages=(
   build-essential cmake ninja-build pkg-config
   libfmt-dev libcli11-dev libtomlplusplus-dev libeigen3-dev libfftw3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  libcpp-httplib-dev nlohmann-json3-dev
   rtklib python3
+  chromium chromium-driver python3-selenium
   gnss-sdr
 )
 

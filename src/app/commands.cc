@@ -18,6 +18,7 @@
 #include "navmsg/nav_message.h"
 #include "orbits/constellation_ops.h"
 #include "orbits/orbit_files.h"
+#include "web/serve_command.h"
 
 namespace vorel::app {
 namespace {
@@ -367,6 +368,9 @@ std::vector<CommandSpec> BuildTable() {
       {"scint-table", "OUT INDEX1 INDEX2 INDEX3 [--channels N]",
        "scintillation file of a DIF run for bubble classes 1 to 3 at ScintRate", false,
        ScintTableCommand},
+      {"serve", "[--port N] [--host ADDR] [--data-dir DIR]",
+       "the local web interface: scenario pages, runs with live progress, the map", false,
+       web::ServeCommand},
   };
 }
 
@@ -384,7 +388,7 @@ std::vector<CommandSpec> BuildFlaggedTable() {
                                    "nav-rinex", "bubble-rays"});
     c.writesNothing = among(c.name, {"about", "show-settings", "convert-flux", "convert-sunspot",
                                      "profile", "tec", "set-time", "show-orbit", "load-orbits",
-                                     "galileo", "bubble-rays", "bubble-marks"});
+                                     "galileo", "bubble-rays", "bubble-marks", "serve"});
   }
   return table;
 }
