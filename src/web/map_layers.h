@@ -4,7 +4,7 @@
 //
 // A renderer of the layers plugs in through MapLayerSource: it draws a layer on request
 // and takes the run's map scene. Wiring one takes an implementation of these two calls
-// and ServerOptions::mapLayers; without one the layer endpoints answer 404 and the page
+// and ServerOptions::mapLayers; without one the layer endpoints answer 204 (nothing drawn) and the page
 // draws the sky plot itself from GET /api/map/scene.
 
 #include <cstdint>

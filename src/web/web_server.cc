@@ -244,7 +244,7 @@ void WebServer::SettingsRoutes() {
   server_->Get("/api/settings", [this](const Request&, Response& res) {
     SendJson(res, {{"panels", SettingsPanels(runs_->CurrentSettings())}});
   });
-  // {"Name": "value", ...}: all or nothing; each refusal is told under its setting.
+  // {"Name": "value", ...}: all or nothing; each refusal is told under its setting's name.
   server_->Post("/api/settings", [this](const Request& req, Response& res) {
     json body;
     if (!ReadBody(req, res, body)) return;
@@ -259,8 +259,9 @@ void WebServer::SettingsRoutes() {
       }
       return errors.empty();
     });
-    if (!errors.empty()) return SendJson(res, {{"errors", errors}}, 422);
-    SendJson(res, {{"values", values}});
+    // A refused value is an answer, not a failed request: the page shows it by the field.
+    if (!errors.empty()) return SendJson(res, {{"ok", false}, {"errors", errors}});
+    SendJson(res, {{"ok", true}, {"values", values}});
   });
   server_->Get("/api/scenarios", [this](const Request&, Response& res) {
     SendJson(res, {{"files", ListFiles(session_.dataDir.root(), ".toml")}});
@@ -407,8 +408,11 @@ void WebServer::MapRoutes() {
     const std::string layer = req.matches[1];
     std::string png;
     if (!IsMapLayer(layer)) return SendError(res, 404, layer + ": no such map layer");
-    if (options_.mapLayers == nullptr || !options_.mapLayers->LayerPng(layer, png))
-      return SendError(res, 404, layer + ": nothing drawn");
+    // Nothing drawn is no error: the page leaves the layer empty.
+    if (options_.mapLayers == nullptr || !options_.mapLayers->LayerPng(layer, png)) {
+      res.status = 204;
+      return;
+    }
     res.set_header("Cache-Control", "no-store");
     res.set_content(png, "image/png");
   });
