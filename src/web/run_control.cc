@@ -100,6 +100,7 @@ bool RunControl::Start(const std::string& command, const std::vector<std::string
   session_.settings = settings_;
   session_.lastOutputs.clear();
   session_.stopRequests.store(0);  // every page run starts its own chain
+  stopWanted_.store(false);
   active_ = true;
   command_ = command;
   state_ = "running";
@@ -119,6 +120,7 @@ bool RunControl::Stop() {
     if (!active_) return false;
   }
   // As the first Ctrl-C: a chain (autorun) ends with this run.
+  stopWanted_.store(true);
   session_.stopRequests.fetch_add(1);
   session_.RunActive.store(0, std::memory_order_relaxed);
   Publish("message", {{"level", "info"}, {"text", "stop requested"}});
@@ -147,6 +149,7 @@ json RunControl::Status() const {
 }
 
 void RunControl::OnProgress(double percent) {
+  if (stopWanted_.load()) session_.RunActive.store(0, std::memory_order_relaxed);
   if (percent <= 0.0) return;  // the worker's "done" signal; the run's end is told apart
   int shown;
   {

@@ -73,6 +73,9 @@ class RunControl {
   double progress_ = 0.0;
   int shownPercent_ = -1;
   std::atomic<int> popups_{0};
+  // A stop asked for before the worker raised RunActive would be lost; the worker's next
+  // progress report clears the flag again.
+  std::atomic<bool> stopWanted_{false};
   nlohmann::json outputs_ = nlohmann::json::array();
   nlohmann::json orbits_;
   std::thread worker_;
