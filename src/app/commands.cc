@@ -188,6 +188,7 @@ navmsg::NavMessageSettings NavSettings(const Session& s) {
   const Settings& st = s.settings;
   n.navPrn = st.nav.navPrn;
   n.IodcFollowsIode = st.nav.IodcFollowsIode;
+  n.SatClockFromMessage = st.nav.SatClockFromMessage;
   for (int i = 0; i < 4; ++i) {
     n.ionoAlpha[i] = st.atmosphere.ionoBroadcastTable.cells[0][i];
     n.ionoBeta[i] = st.atmosphere.ionoBroadcastTable.cells[1][i];
