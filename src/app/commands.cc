@@ -10,6 +10,7 @@
 #include "app/dif_command.h"
 #include "app/scenario_runs.h"
 #include "app/bubble_commands.h"
+#include "app/chart_commands.h"
 #include "app/check_command.h"
 #include "app/scint_commands.h"
 #include "app/orbit_commands.h"
@@ -189,6 +190,7 @@ navmsg::NavMessageSettings NavSettings(const Session& s) {
   const Settings& st = s.settings;
   n.navPrn = st.nav.navPrn;
   n.IodcFollowsIode = st.nav.IodcFollowsIode;
+  n.SatClockFromMessage = st.nav.SatClockFromMessage;
   for (int i = 0; i < 4; ++i) {
     n.ionoAlpha[i] = st.atmosphere.ionoBroadcastTable.cells[0][i];
     n.ionoBeta[i] = st.atmosphere.ionoBroadcastTable.cells[1][i];
@@ -359,15 +361,26 @@ std::vector<CommandSpec> BuildTable() {
       {"check", "FILE [--fs HZ --if HZ --format F --ms N]",
        "quick-look acquisition: the satellites a recording holds, Doppler, code phase, C/N0",
        false, CheckCommand},
-      {"scint-load", "", "read ScintTargetFile; set FilterPoles and FilterZeros from it", false,
+      {"scint-load", "[--plot PNG]",
+       "read ScintTargetFile; set FilterPoles and FilterZeros from it", false,
        ScintLoadCommand},
-      {"scint-fit", "", "fit the shaping filter to ScintTargetFile; write ScintFilterOutFile",
-       false, ScintFitCommand},
-      {"scint-generate", "", "amplitude and phase scintillation series (scintGenData.dat)", false,
+      {"scint-fit", "[--plot PNG]",
+       "fit the shaping filter to ScintTargetFile; write ScintFilterOutFile", false,
+       ScintFitCommand},
+      {"scint-generate", "[--plot PNG]",
+       "amplitude and phase scintillation series (scintGenData.dat)", false,
        ScintGenerateCommand},
+      {"scint-clear", "", "clear the filter fit's graph (what scint-load and scint-fit plot)",
+       false, ScintClearCommand},
       {"scint-table", "OUT INDEX1 INDEX2 INDEX3 [--channels N]",
        "scintillation file of a DIF run for bubble classes 1 to 3 at ScintRate", false,
        ScintTableCommand},
+      {"orbit-chart", "-o PNG", "chart of the loaded orbits' planes and satellites", false,
+       OrbitChartCommand},
+      {"colour-map", "[--pattern 1|2] [--entry ROW,COLOUR] [--cell ROW,COLUMN,VALUE] -o PNG",
+       "the colour map editor's intensity plot, table and colour map", false, ColourMapCommand},
+      {"scene-3d", "-o JSON", "Earth and ionosphere meshes and the satellites at the scenario "
+                             "time, as JSON", false, Scene3dCommand},
       {"serve", "[--port N] [--host ADDR] [--data-dir DIR]",
        "the local web interface: scenario pages, runs with live progress, the map", false,
        web::ServeCommand},
@@ -388,7 +401,8 @@ std::vector<CommandSpec> BuildFlaggedTable() {
                                    "nav-rinex", "bubble-rays"});
     c.writesNothing = among(c.name, {"about", "show-settings", "convert-flux", "convert-sunspot",
                                      "profile", "tec", "set-time", "show-orbit", "load-orbits",
-                                     "galileo", "bubble-rays", "bubble-marks", "serve"});
+                                     "galileo", "bubble-rays", "bubble-marks", "scint-clear",
+                                     "serve"});
   }
   return table;
 }

@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include "app/receiver_outputs.h"
 #include "atmosphere/atmosphere_settings.h"
 #include "observation/epoch_sink.h"
 #include "observation/model_atmosphere.h"
@@ -93,6 +94,8 @@ platform::Status GatherAtmosphere(Session& session, const Settings& settings,
   }
   args.ionoModel = atmosphere::BroadcastModelChosen(a);
   args.atmosphereUpdateMs = a.AtmosphereUpdateInterval;
+  args.troposphereInRanges = a.TroposphereInRanges;
+  args.satClockFromMessage = settings.nav.SatClockFromMessage;
   if (atmosphere::LoadRunKlobuchar(session.atmosphere, a) == 0 && a.atmosphereEnabled == 1) {
     args.month = sc.ScenarioMonth;
     args.carriedHour = sc.ScenarioHour;
@@ -167,14 +170,18 @@ platform::Status OpenRecord(Session& session, platform::OutputFile& file,
 
 // Carries one receiver through its run and closes its record file: whole, or not at all
 // when the run failed or a write did not reach the disk.
+// With `runHeader` the RINEX record writes the header that tells the run itself.
 platform::Status FlyReceiver(Session& session, const observation::TrajectoryRunArgs& args,
-                             platform::OutputFile& output) {
+                             platform::OutputFile& output,
+                             const observation::RinexRunHeader* runHeader = nullptr) {
   observation::ModelAtmosphere models(session.atmosphere, session.densityModel);
   observation::EpochEnvironment env{session.constellation, session.epochState, session.workerRand,
                                     &models};
   // The record first, then the display.
   std::unique_ptr<observation::EpochSink> record;
-  if (output.IsOpen())
+  if (output.IsOpen() && runHeader)
+    record = observation::MakeRinexRunSink(output, *runHeader);
+  else if (output.IsOpen())
     record = observation::MakeRecordSink(args.recordType, output, args.rinexStandardLayout != 0);
   if (record) env.sinks.push_back(record.get());
   std::optional<observation::DisplaySink> display;
@@ -247,6 +254,7 @@ std::string ObservationOutputName(int32_t recordType, const std::tm& now, const 
     case 0: return fmt::format("C:/VLD/{}{}{}.log", date, hh, mm);
     case 1: return fmt::format("C:/VLD/{}{}{}.god", date, hh, mm);
     case 2:
+      if (s.RinexStandardLayout == 2) return StandardObservationName(s);
       return fmt::format("C:/VLD/{}{:03d}{}{:02d}{}", "simu",
                          gnss::DayIndex(s.ScenarioMonth, s.ScenarioDay), "0.",
                          s.ScenarioYear - 2000, "O");
@@ -357,19 +365,38 @@ platform::Status RunObservationSim(Session& session) {
                                        "reads; choose another name",
                                        outputPath.string()));
 
+  const bool rinex = sc.RecordType == observation::kRecordRinex;
+  std::filesystem::path navPath;
+  if (rinex && sc.RinexNavBeside == 1 && !outputPath.empty()) {
+    navPath = NavigationPathBeside(outputPath, sc);
+    if (navPath == outputPath || SameFile(navPath, trajectoryPath))
+      return Refuse(session, fmt::format("RinexNavBeside: the navigation file {} would replace "
+                                         "a file the run uses; give ObservationOutputFile an "
+                                         "extension such as .10O",
+                                         navPath.string()));
+  }
+
   platform::OutputFile output;
   if (wantsRecord) {
     platform::Status opened = OpenRecord(session, output, outputPath, "ObservationOutputFile");
     if (!opened.ok()) return opened;
   }
-  if (sc.RecordType == observation::kRecordRinex && output.IsOpen())
+  std::optional<observation::RinexRunHeader> runHeader;
+  if (rinex && sc.RinexStandardLayout == 2)
+    runHeader = PredictedRunHeader(sc, args);
+  else if (rinex && output.IsOpen())
     observation::WriteRinexHeader(output, sc.RinexStandardLayout != 0);
 
   if (sc.KeepOrbitEpochs == 0) {
     const gnss::GpsTime start = ScenarioGpsTime(sc);
     RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
   }
-  return FlyReceiver(session, args, output);
+  platform::Status status = FlyReceiver(session, args, output, runHeader ? &*runHeader : nullptr);
+  // The navigation file follows a record that was written whole, stopped runs included.
+  if (status.failed() || navPath.empty()) return status;
+  platform::Status nav = WriteNavigationBeside(session, settings, navPath);
+  if (nav.failed()) return nav;
+  return status;
 }
 
 platform::Status TraceFirstEpochRays(Session& session,

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "app/chart_commands.h"
 #include "scintillation/scint_commands.h"
 
 namespace vorel::app {
@@ -18,30 +19,46 @@ int Finish(CommandContext& c, const scintillation::ScintCommandResult& r) {
   return r.status;
 }
 
+std::shared_ptr<std::string> PlotOption(CLI::App& p, const char* what) {
+  auto plot = std::make_shared<std::string>();
+  p.add_option("--plot", *plot, what);
+  return plot;
+}
+
 }  // namespace
 
-std::function<int(CommandContext&)> ScintLoadCommand(CLI::App&) {
-  return [](CommandContext& c) {
+std::function<int(CommandContext&)> ScintLoadCommand(CLI::App& p) {
+  auto plot = PlotOption(p, "write the fit graph with the loaded target to this PNG");
+  return [plot](CommandContext& c) {
     Session& s = c.session;
-    return Finish(c,
-                  scintillation::LoadScintTargetCommand(s.settings.scint, s.dataDir, s.messages));
+    const auto r = scintillation::LoadScintTargetCommand(s.settings.scint, s.dataDir, s.messages);
+    const int status = Finish(c, r);
+    return status != 0 ? status : PlotLoadedTarget(c, r, *plot);
   };
 }
 
-std::function<int(CommandContext&)> ScintFitCommand(CLI::App&) {
-  return [](CommandContext& c) {
+std::function<int(CommandContext&)> ScintFitCommand(CLI::App& p) {
+  auto plot = PlotOption(p, "write the fit graph (target, fit, marked target) to this PNG");
+  return [plot](CommandContext& c) {
     Session& s = c.session;
-    return Finish(c, scintillation::FitScintFilterCommand(s.settings.scint, s.dataDir, s.messages,
-                                                          s.FitPlotColour));
+    const auto r = scintillation::FitScintFilterCommand(s.settings.scint, s.dataDir, s.messages,
+                                                        s.FitPlotColour);
+    const int status = Finish(c, r);
+    return status != 0 ? status : PlotScintFit(c, r, *plot);
   };
 }
 
-std::function<int(CommandContext&)> ScintGenerateCommand(CLI::App&) {
-  return [](CommandContext& c) {
+std::function<int(CommandContext&)> ScintGenerateCommand(CLI::App& p) {
+  auto plot = PlotOption(p, "write the strip chart of amplitude and phase to this PNG");
+  return [plot](CommandContext& c) {
     Session& s = c.session;
-    return Finish(c, scintillation::GenerateScintCommand(s.settings.scint, s.dataDir, s.messages));
+    const auto r = scintillation::GenerateScintCommand(s.settings.scint, s.dataDir, s.messages);
+    const int status = Finish(c, r);
+    return status != 0 ? status : PlotScintSeries(c, r, *plot);
   };
 }
+
+
 
 std::function<int(CommandContext&)> ScintTableCommand(CLI::App& p) {
   auto output = std::make_shared<std::string>();

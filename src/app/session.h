@@ -12,6 +12,8 @@
 #include "app/settings.h"
 #include "atmosphere/atmosphere_state.h"
 #include "density_model/model_state.h"
+#include "display/colour_map.h"
+#include "display/scint_plots.h"
 #include "dif/dif_state.h"
 #include "navmsg/nav_message.h"
 #include "observation/epoch.h"
@@ -64,6 +66,11 @@ struct Session {
 
   // Colour in which the scintillation fit marks its target; steps at every fit.
   int32_t FitPlotColour = scintillation::kFitPlotColourStart;
+
+  // The colour map editor's grid, entries and cell colours.
+  display::ColourMap colourMap = display::InitialColourMap();
+  // The filter fit's graph: loaded targets and fits pile up on it until it is cleared.
+  display::PlotGraph scintGraph = display::EmptyFitGraph();
 
   // Station 1's position in relative mode, kept from one station run to the next.
   double originLatitude = 0.0;

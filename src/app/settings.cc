@@ -15,6 +15,8 @@ namespace vorel::app {
 namespace {
 
 using platform::TrimSetting;
+
+void NoteGiven(Settings& settings, std::string_view name);
 constexpr double kNone = platform::kNoBound;
 
 // The entry `e` of module struct S, which Settings holds at `Part`.
@@ -127,11 +129,56 @@ bool ApplyTomlTable(Settings& settings, const toml::table& table, const std::str
       error = fmt::format("{}: {}: {}", source, key.str(), why);
       return false;
     }
+    NoteGiven(settings, def->name);
   }
   return true;
 }
 
+constexpr std::string_view kProfiles[] = {"system", "receiver"};
+
+constexpr ProfileValue kProfileValues[] = {
+    {"IodcFollowsIode", "0", "1"},       {"SatClockFromMessage", "0", "1"},
+    {"TroposphereInRanges", "0", "1"},   {"AtmosphereUpdateInterval", "0", "1000"},
+    {"RinexStandardLayout", "0", "2"},   {"RinexNavBeside", "0", "1"},
+};
+
+// A station name goes into a file name of fixed width: exactly four letters or digits.
+bool ReadStationName(ScenarioSettings& s, std::string_view text, std::string& error) {
+  text = TrimSetting(text);
+  const bool ok = text.size() == 4 && std::all_of(text.begin(), text.end(), [](char c) {
+                    return std::isalnum(static_cast<unsigned char>(c)) != 0;
+                  });
+  if (!ok) {
+    error = fmt::format("expected 4 letters or digits, got \"{}\"", text);
+    return false;
+  }
+  s.RinexStationName = std::string(text);
+  return true;
+}
+
+// After a source has set `name`: a profile is spread over its settings, any other
+// setting is marked as given so that no profile overrides it.
+void NoteGiven(Settings& settings, std::string_view name) {
+  if (name == "Profile") {
+    ApplyProfile(settings);
+  } else {
+    settings.given.emplace(name);
+  }
+}
+
 }  // namespace
+
+std::span<const ProfileValue> ProfileValues() { return kProfileValues; }
+
+void ApplyProfile(Settings& settings) {
+  const bool receiver = settings.scenario.Profile == "receiver";
+  for (const ProfileValue& v : kProfileValues) {
+    if (settings.given.contains(v.name)) continue;
+    const SettingDef* def = FindSetting(v.name);
+    std::string error;
+    if (def) def->fromText(settings, receiver ? v.receiver : v.system, error);
+  }
+}
 
 const platform::SettingTable<ScenarioSettings>& ScenarioSettingTable() {
   using S = ScenarioSettings;
@@ -194,9 +241,23 @@ const platform::SettingTable<ScenarioSettings>& ScenarioSettingTable() {
        .meaning = "auxiliary input, opened only"},
       {.name = "OrbitFile", .member = &S::OrbitFile, .type = "path",
        .meaning = "YUMA almanac loaded at start-up"},
-      {.name = "RinexStandardLayout", .member = &S::RinexStandardLayout, .min = 0, .max = 1,
+      {.name = "RinexStandardLayout", .member = &S::RinexStandardLayout, .min = 0, .max = 2,
        .meaning = "1: RINEX observation files in the standard 2.11 columns with continuation "
-                  "lines, for standard tools; 0: the program's own layout"},
+                  "lines, for standard tools; 2: as 1, with a header that tells the run "
+                  "(RinexStationName, receiver position, first epoch, interval), D1 in Hz and "
+                  "the default name ssssdddf.yyO; 0: the program's own layout"},
+      {.name = "Profile", .member = &S::Profile, .type = "system or receiver",
+       .meaning = "system: every output as the program makes it; receiver: IodcFollowsIode 1, "
+                  "SatClockFromMessage 1, TroposphereInRanges 1, AtmosphereUpdateInterval 1000, "
+                  "RinexStandardLayout 2, RinexNavBeside 1, each unless given itself",
+       .choices = kProfiles},
+      {.name = "RinexStationName", .member = &S::RinexStationName, .type = "text",
+       .meaning = "4 letters or digits: MARKER NAME and the first four characters of the "
+                  "default name with RinexStandardLayout 2",
+       .read = &ReadStationName},
+      {.name = "RinexNavBeside", .member = &S::RinexNavBeside, .min = 0, .max = 1,
+       .meaning = "1: a RINEX observation run also writes a RINEX 2.11 navigation file of the "
+                  "orbits it flew, same base name, extension .yyN; 0: none"},
   };
   return table;
 }
@@ -296,6 +357,7 @@ bool ApplySetAssignment(Settings& settings, std::string_view assignment, std::st
     error = fmt::format("{}: {}: {}", source, name, why);
     return false;
   }
+  NoteGiven(settings, def->name);
   return true;
 }
 

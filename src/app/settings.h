@@ -11,6 +11,9 @@
 #include <array>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -62,6 +65,11 @@ struct ScenarioSettings {
   std::string AuxiliaryInputFile;
   std::string OrbitFile = "C:/VLD/almanac.txt";
   int32_t RinexStandardLayout = 0;
+  // Ours: "system" reproduces the program; "receiver" makes the departures that real
+  // receivers and positioning tools need the defaults (see ApplyProfile).
+  std::string Profile = "system";
+  std::string RinexStationName = "VORL";  // 4 characters: MARKER NAME and the file name
+  int32_t RinexNavBeside = 0;  // 1: a RINEX navigation file beside the RINEX observations
 };
 
 struct StationSettings {
@@ -92,7 +100,23 @@ struct Settings {
   NavPanel nav;
   scintillation::ScintSettings scint;
   std::string SettingsFile;  // informational: the file read at start-up
+  // Names a source (scenario file, --set) gave explicitly. A profile leaves them alone.
+  std::set<std::string, std::less<>> given;
 };
+
+// The settings a profile sets, with the value of each profile.
+struct ProfileValue {
+  std::string_view name;
+  std::string_view system;
+  std::string_view receiver;
+};
+std::span<const ProfileValue> ProfileValues();
+
+// Gives every setting of the profile the value of `settings.scenario.Profile`, except
+// those in `settings.given`: an explicitly given setting wins over the profile whichever
+// came first. The sources call it when they read Profile; a front end that sets Profile
+// in the struct directly calls it itself.
+void ApplyProfile(Settings& settings);
 
 // One known setting: an entry of a module's table and the part of Settings it lives in.
 struct SettingDef {

@@ -50,6 +50,9 @@ const platform::SettingTable<AtmosphereSettings>& AtmosphereSettingTable() {
        .meaning = "0: the atmosphere is worked out on the first epoch of the program start and "
                   "held; above 0: delays, bubble classes and the bubble record are worked out "
                   "anew on each run's first epoch and then at this interval of scenario time"},
+      {.name = "TroposphereInRanges", .member = &A::TroposphereInRanges, .min = 0, .max = 1,
+       .meaning = "1: the troposphere model's delay is added to code and carrier alike (with "
+                  "atmosphereEnabled 1); 0: it is worked out and left out of the ranges"},
       {.name = "sunspotNumber", .member = &A::sunspotNumber, .min = 0, .max = 1000,
        .meaning = "twelve-month smoothed sunspot number"},
       {.name = "ionoTruthTable", .type = "8 x double", .unit = "s/semicircle^n",

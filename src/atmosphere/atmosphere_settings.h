@@ -55,6 +55,9 @@ struct AtmosphereSettings {
   // Ours: milliseconds of scenario time between atmosphere updates within a run. 0 works
   // the atmosphere out once, on the first epoch of the program start, and holds it.
   int32_t AtmosphereUpdateInterval = 0;
+  // Ours: 1 adds the troposphere's delay to code and carrier; 0 leaves it out, as the
+  // program always did.
+  int32_t TroposphereInRanges = 0;
 };
 
 // The settings of the atmosphere pages, with their units, ranges and meanings.

@@ -41,11 +41,24 @@ double MappingFraction(double x, double a, double b, double c) {
   return (1.0 + a / (1.0 + b / (1.0 + c))) / (x + a / (x + b / (x + c)));
 }
 
+// The weather and the terms a model worked out, kept for the display of the last values.
+void KeepWeather(TroposphereLastValues& last, double P, double humidityTerm, double T) {
+  last.lastPressure = P;
+  last.lastHumidityTerm = humidityTerm;
+  last.lastTemperature = T;
+}
+
+void KeepTerms(TroposphereLastValues& last, double wet, double dry, double wetScale,
+               double dryScale) {
+  last.lastWetTerm = wet;
+  last.lastDryTerm = dry;
+  last.lastWetScale = wetScale;
+  last.lastDryScale = dryScale;
+}
+
 double BlackDelay(TroposphereLastValues& last, double E, double T, double P, double H) {
   const double TK = T + 273.15;
-  last.lastPressure = P;
-  last.lastHumidityTerm = H;
-  last.lastTemperature = TK;
+  KeepWeather(last, P, H, TK);
 
   const double TK2 = TK * TK;
   const double Zd = 2.343 * (P / 1013.25) * (TK - 3.96) / TK;
@@ -53,10 +66,7 @@ double BlackDelay(TroposphereLastValues& last, double E, double T, double P, dou
   const double Zw = H * (8.952 / TK2) * std::exp(-37.2465 + 0.213166 * TK - 0.000256908 * TK2);
   const double D = 1.0 + 22.346999999999998 * (TK - 3.96) / 6378137.0;
   const double W = 1.0002822140697196;  // 1 + 1800 / 6378137
-  last.lastWetTerm = Zw;
-  last.lastDryTerm = Zd;
-  last.lastWetScale = W;
-  last.lastDryScale = D;
+  KeepTerms(last, Zw, Zd, W, D);
 
   const double cosE = std::cos(E);
   const double qd = cosE / D;
@@ -76,13 +86,8 @@ double HopfieldDelay(TroposphereLastValues& last, double E, double T, double P, 
   const double Nw = (371900.0 / TK - 12.92) * 1e-06 * A / TK;
   const double hd = 0.011385 * P / Nd;
   const double hw = 0.011385 * A / Nw * (1255.0 / TK + 0.5);
-  last.lastPressure = P;
-  last.lastHumidityTerm = H;
-  last.lastTemperature = TK;
-  last.lastWetTerm = Nw;
-  last.lastDryTerm = Nd;
-  last.lastWetScale = hw;
-  last.lastDryScale = hd;
+  KeepWeather(last, P, H, TK);
+  KeepTerms(last, Nw, Nd, hw, hd);
 
   const double E2 = E * E;
   return 2.312 / std::sin(std::sqrt(E2 + 0.001904)) + 0.084 / std::sin(std::sqrt(E2 + 0.0006854));
@@ -107,9 +112,7 @@ double SaastamoinenNiellDelay(TroposphereLastValues& last, double E, double T, d
                               double h, double latitudeDeg, int dayOfYear) {
   // Here the temperature stays in Celsius and the humidity is a percentage.
   const double e = 6.11 * (H / 100.0) * std::pow(10.0, 7.5 * T / (237.3 + T));
-  last.lastPressure = P;
-  last.lastHumidityTerm = e;
-  last.lastTemperature = T;
+  KeepWeather(last, P, e, T);
   last.lastHeight = h;
   last.lastLatitude = latitudeDeg;
   last.lastDayOfYear = dayOfYear;

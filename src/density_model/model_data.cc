@@ -185,6 +185,76 @@ inline int TruncToInt(double v) {
   return static_cast<int>(v);
 }
 
+constexpr int kMaxOrders = 9, kMaxPower = 16;
+
+// The hour's sines and cosines of T, k T for k up to n, by the angle-sum recurrence.
+void HourHarmonics(double ut, int n, double* S, double* C) {
+  const double T = (ut * 15.0 - 180.0) * kDeg;
+  S[1] = std::sin(T);
+  C[1] = std::cos(T);
+  for (int i = 2; i <= n; ++i) {
+    C[i] = C[1] * C[i - 1] - S[1] * S[i - 1];
+    S[i] = C[1] * S[i - 1] + S[1] * C[i - 1];
+  }
+}
+
+// The place's cosines and sines of (i - 1) times the longitude, i from 2 to `orders`.
+void PlaceHarmonics(double lon, int orders, double* ca, double* sa) {
+  for (int i = 2; i <= orders; ++i) {
+    const double a = lon * (i - 1) * kDeg;
+    ca[i] = std::cos(a);
+    sa[i] = std::sin(a);
+  }
+}
+
+// Step 3 of the series for every row: the Fourier sum in the hour. It depends on the
+// hour and the mix only, so one hour's rows serve every place.
+void FourierRows(const double* coefficients, int rows, int stride, int harmonics, const double* S,
+                 const double* C, double* out) {
+  for (int i = 1; i <= rows; ++i) {
+    const int b = (i - 1) * stride;
+    double sum = coefficients[b];
+    for (int k = 1; k <= harmonics; ++k) {
+      sum = sum + coefficients[b + 2 * k - 1] * S[k] + coefficients[b + 2 * k] * C[k];
+    }
+    out[i - 1] = sum;
+  }
+}
+
+// Steps 4 to 9 of the series at one place, from the hour's rows (COEF[0] is row 1) and
+// the place's sines and cosines, which both maps share.
+double SeriesAtPlace(const double* COEF, const int* nq, int orders, double sm, double clat,
+                     const double* ca, const double* sa) {
+  double XSINX[kMaxPower + 1];
+  double sum = COEF[0];
+  XSINX[1] = 1.0;
+  double s = sm;
+  bool lastHeld = true;
+  for (int i = 1; i <= nq[0]; ++i) {
+    lastHeld = std::fabs(s) >= 1e-30;
+    if (lastHeld) {
+      sum = sum + COEF[i] * s;
+      XSINX[i + 1] = s;
+      s = s * sm;
+    } else {
+      XSINX[i + 1] = 0.0;
+    }
+  }
+  XSINX[nq[0] + 2] = lastHeld ? s : 0.0;
+
+  int np = nq[0] + 1;
+  s = clat;
+  for (int i = 2; i <= orders; ++i) {
+    const double c = ca[i], sn = sa[i];
+    for (int j = 1; j <= nq[i - 1] + 1; ++j) {
+      sum = sum + COEF[np] * XSINX[j] * s * c + COEF[np + 1] * XSINX[j] * s * sn;
+      np = np + 2;
+    }
+    s = s * clat;
+  }
+  return sum;
+}
+
 }  // namespace
 
 double DipLatitudeAt(const ModelState& state, double lat, double lon) {
@@ -216,9 +286,10 @@ double DipLatitudeAt(const ModelState& state, double lat, double lon) {
 
 double MapValue(double modip, double lat, double lon, double ut, int harmonics, const int* nq,
                 int orders, int rows, int stride, int total, const double* coefficients) {
-  constexpr int kMaxHarmonics = 8, kMaxRows = 80, kMaxPower = 16;
+  constexpr int kMaxHarmonics = 8, kMaxRows = 80;
   if (harmonics < 1 || harmonics > kMaxHarmonics || rows < 1 || rows > kMaxRows || orders < 1 ||
-      nq[0] < 0 || nq[0] + 2 > kMaxPower || (rows - 1) * stride + 2 * harmonics + 1 > total) {
+      orders > kMaxOrders || nq[0] < 0 || nq[0] + 2 > kMaxPower ||
+      (rows - 1) * stride + 2 * harmonics + 1 > total) {
     return 0.0;
   }
   int used = 1 + nq[0];
@@ -228,123 +299,25 @@ double MapValue(double modip, double lat, double lon, double ut, int harmonics, 
   }
   if (used > rows) return 0.0;
 
-  // Arrays are 1-based as in the model: element 0 is unused.
-  double S[kMaxHarmonics + 1], C[kMaxHarmonics + 1];
-  double COEF[kMaxRows + 1], XSINX[kMaxPower + 1];
-
-  const double T = (ut * 15.0 - 180.0) * kDeg;
-  S[1] = std::sin(T);
-  C[1] = std::cos(T);
-  for (int i = 2; i <= harmonics; ++i) {
-    C[i] = C[1] * C[i - 1] - S[1] * S[i - 1];
-    S[i] = C[1] * S[i - 1] + S[1] * C[i - 1];
-  }
-  for (int i = 1; i <= rows; ++i) {
-    const int b = (i - 1) * stride;
-    double sum = coefficients[b];  // coefficients(b + 1)
-    for (int k = 1; k <= harmonics; ++k) {
-      sum = sum + coefficients[b + 2 * k - 1] * S[k] + coefficients[b + 2 * k] * C[k];
-    }
-    COEF[i] = sum;
-  }
-
-  double sum = COEF[1];
-  const double sm = std::sin(modip * kDeg);
-  XSINX[1] = 1.0;
-  double s = sm;
-  bool lastHeld = true;
-  for (int i = 1; i <= nq[0]; ++i) {
-    lastHeld = std::fabs(s) >= 1e-30;
-    if (lastHeld) {
-      sum = sum + COEF[i + 1] * s;
-      XSINX[i + 1] = s;
-      s = s * sm;
-    } else {
-      XSINX[i + 1] = 0.0;
-    }
-  }
-  XSINX[nq[0] + 2] = lastHeld ? s : 0.0;
-
-  int np = nq[0] + 1;
-  const double clat = std::cos(lat * kDeg);
-  s = clat;
-  for (int i = 2; i <= orders; ++i) {
-    const double a = lon * (i - 1) * kDeg;
-    const double ca = std::cos(a);
-    const double sa = std::sin(a);
-    for (int j = 1; j <= nq[i - 1] + 1; ++j) {
-      sum = sum + COEF[np + 1] * XSINX[j] * s * ca + COEF[np + 2] * XSINX[j] * s * sa;
-      np = np + 2;
-    }
-    s = s * std::cos(lat * kDeg);
-  }
-  return sum;
+  double S[kMaxHarmonics + 1], C[kMaxHarmonics + 1], COEF[kMaxRows];
+  HourHarmonics(ut, harmonics, S, C);
+  FourierRows(coefficients, rows, stride, harmonics, S, C, COEF);
+  double ca[kMaxOrders + 1], sa[kMaxOrders + 1];
+  PlaceHarmonics(lon, orders, ca, sa);
+  return SeriesAtPlace(COEF, nq, orders, std::sin(modip * kDeg), std::cos(lat * kDeg), ca, sa);
 }
+
 
 namespace {
 
-// Step 3 of the series for every row: the Fourier sum in the hour. It depends on the
-// hour and the mix only, so one hour's rows serve every place.
-void FourierRows(const double* coefficients, int rows, int stride, int harmonics, const double* S,
-                 const double* C, double* out) {
-  for (int i = 1; i <= rows; ++i) {
-    const int b = (i - 1) * stride;
-    double sum = coefficients[b];
-    for (int k = 1; k <= harmonics; ++k) {
-      sum = sum + coefficients[b + 2 * k - 1] * S[k] + coefficients[b + 2 * k] * C[k];
-    }
-    out[i - 1] = sum;
-  }
-}
-
 void MakeRows(ModelState& state, double ut) {
   double S[7], C[7];
-  const double T = (ut * 15.0 - 180.0) * kDeg;
-  S[1] = std::sin(T);
-  C[1] = std::cos(T);
-  for (int i = 2; i <= 6; ++i) {
-    C[i] = C[1] * C[i - 1] - S[1] * S[i - 1];
-    S[i] = C[1] * S[i - 1] + S[1] * C[i - 1];
-  }
+  HourHarmonics(ut, 6, S, C);
   // The M(3000)F2 series has 4 harmonics: the same recurrence, cut shorter.
   FourierRows(state.CF2, kF2Rows, kF2Stride, 6, S, C, state.rowsF2);
   FourierRows(state.CM3, kFm3Rows, kFm3Stride, 4, S, C, state.rowsFm3);
   state.rowsUt = ut;
   state.rowsValid = true;
-}
-
-// Steps 4 to 9 of the series at one place, from the hour's rows (COEF[0] is row 1) and
-// the place's sines and cosines, which both maps share.
-double SeriesAtPlace(const double* COEF, const int* nq, int orders, double sm, double clat,
-                     const double* ca, const double* sa) {
-  double XSINX[16];
-  double sum = COEF[0];
-  XSINX[1] = 1.0;
-  double s = sm;
-  bool lastHeld = true;
-  for (int i = 1; i <= nq[0]; ++i) {
-    lastHeld = std::fabs(s) >= 1e-30;
-    if (lastHeld) {
-      sum = sum + COEF[i] * s;
-      XSINX[i + 1] = s;
-      s = s * sm;
-    } else {
-      XSINX[i + 1] = 0.0;
-    }
-  }
-  XSINX[nq[0] + 2] = lastHeld ? s : 0.0;
-
-  int np = nq[0] + 1;
-  s = clat;
-  for (int i = 2; i <= orders; ++i) {
-    const double c = ca[i], sn = sa[i];
-    for (int j = 1; j <= nq[i - 1] + 1; ++j) {
-      sum = sum + COEF[np] * XSINX[j] * s * c + COEF[np + 1] * XSINX[j] * s * sn;
-      np = np + 2;
-    }
-    s = s * clat;
-  }
-  return sum;
 }
 
 }  // namespace
@@ -380,12 +353,8 @@ int CcirMaps(ModelState& state, double modip, int month, double ut, double r12, 
   // The series as MapValue works it, with the hour's rows kept and the place's sines
   // and cosines worked once for both maps; every product and sum is the same.
   if (!state.rowsValid || state.rowsUt != ut) MakeRows(state, ut);
-  double ca[10], sa[10];
-  for (int i = 2; i <= 9; ++i) {
-    const double a = lon * (i - 1) * kDeg;
-    ca[i] = std::cos(a);
-    sa[i] = std::sin(a);
-  }
+  double ca[kMaxOrders + 1], sa[kMaxOrders + 1];
+  PlaceHarmonics(lon, kMaxOrders, ca, sa);
   const double sm = std::sin(modip * kDeg);
   const double clat = std::cos(lat * kDeg);
   foF2Out = SeriesAtPlace(state.rowsF2, kNqF2, 9, sm, clat, ca, sa);

@@ -84,20 +84,27 @@ AlmanacTable MakeAlmanacTable() {
   return table;
 }
 
+namespace {
+
+// An almanac page of subframe 4 or 5: only the subframe and the SV ID on the page differ.
+int EncodeAlmanacPage(int subframe, int svId, double t, const AlmanacEntry& entry,
+                      NavFrame& frame) {
+  StartPage(frame, subframe, t, kIdFive, svId);
+  PutAlmanac(frame[subframe], entry);
+  FinishPage(frame, subframe);
+  return 1;
+}
+
+}  // namespace
+
 int EncodeAlmanacPage4(int page, int32_t /*week*/, double t, const AlmanacEntry& entry,
                        NavFrame& frame) {
-  StartPage(frame, kSubframe4, t, kIdFive, SvIdOfSubframe4(page));
-  PutAlmanac(frame[kSubframe4], entry);
-  FinishPage(frame, kSubframe4);
-  return 1;
+  return EncodeAlmanacPage(kSubframe4, SvIdOfSubframe4(page), t, entry, frame);
 }
 
 int EncodeAlmanacPage5(int page, int32_t /*week*/, double t, const AlmanacEntry& entry,
                        NavFrame& frame) {
-  StartPage(frame, kSubframe5, t, kIdFive, Subframe5SvId(page));
-  PutAlmanac(frame[kSubframe5], entry);
-  FinishPage(frame, kSubframe5);
-  return 1;
+  return EncodeAlmanacPage(kSubframe5, Subframe5SvId(page), t, entry, frame);
 }
 
 int EncodeDummyPage(int page, int32_t /*week*/, double t, NavFrame& frame) {

@@ -127,7 +127,8 @@ int WriteMessage(int prn, const NavMessageSettings& settings, orbits::Constellat
   const auto& a = settings.ionoAlpha;
   const auto& b = settings.ionoBeta;
   GnssNavMessage(prn, table, a[0], a[1], a[2], a[3], b[0], b[1], b[2], b[3], t,
-                 files.binary.stream(), files.text.stream(), state, settings.IodcFollowsIode == 1);
+                 files.binary.stream(), files.text.stream(), state, settings.IodcFollowsIode == 1,
+                 settings.SatClockFromMessage == 1);
   return files.Close(messages);
 }
 
@@ -136,7 +137,7 @@ int WriteMessage(int prn, const NavMessageSettings& settings, orbits::Constellat
 int GnssNavMessage(int prn, orbits::ConstellationTable& table, double alpha0, double alpha1,
                    double alpha2, double alpha3, double beta0, double beta1, double beta2,
                    double beta3, double t, std::FILE* binaryFile, std::FILE* textFile,
-                   NavMessageState& state, bool iodcFollowsIode) {
+                   NavMessageState& state, bool iodcFollowsIode, bool fileTgd) {
   if (!ValidPrn(prn)) return -1;
   state.frame = NavFrame{};
   state.previousWord = NavWord{};
@@ -158,7 +159,7 @@ int GnssNavMessage(int prn, orbits::ConstellationTable& table, double alpha0, do
   int page = 1;
   for (int f = 0; f < kFramesPerMessage; ++f) {
     r += 6.0;
-    EncodeSubframe1(rec.week, r, rec.tgd, rec.toc, rec.af2, rec.af1, rec.af0, iodc, frame,
+    EncodeSubframe1(rec.week, r, fileTgd ? rec.fileTgd : rec.tgd, rec.toc, rec.af2, rec.af1, rec.af0, iodc, frame,
                     state.previousWord);
     WriteSubframe(frame, 0, binaryFile, textFile);
     r += 6.0;

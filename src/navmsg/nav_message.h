@@ -35,16 +35,20 @@ struct NavMessageState {
 // largest multiple of 750 s not above t (s of week), and writes each subframe to the
 // binary file and then to the text file. The files stay the caller's. With
 // iodcFollowsIode the ten IODC bits carry the record's IODE instead of 562. Returns 1, or
-// -1 (nothing written) when the PRN is outside 1..32 or no record is selected.
+// -1 (nothing written) when the PRN is outside 1..32 or no record is selected. With
+// fileTgd subframe 1 carries the record's TGD from the navigation file instead of 0.
 int GnssNavMessage(int prn, orbits::ConstellationTable& table, double alpha0, double alpha1,
                    double alpha2, double alpha3, double beta0, double beta1, double beta2,
                    double beta3, double t, std::FILE* binaryFile, std::FILE* textFile,
-                   NavMessageState& state, bool iodcFollowsIode = false);
+                   NavMessageState& state, bool iodcFollowsIode = false, bool fileTgd = false);
 
 // The settings of the navigation message commands as the user gives them.
 struct NavPanelValues {
   int32_t navPrn = 1;           // the satellite of WriteNavigationFiles
   int32_t IodcFollowsIode = 0;  // 1: IODC carries the record's IODE (not 562)
+  // 1: subframe 1 sends the navigation file's TGD (and the runs put the message's clock
+  // in the ranges); 0: TGD 0, as the program always sent it.
+  int32_t SatClockFromMessage = 0;
 };
 
 const platform::SettingTable<NavPanelValues>& NavSettingTable();

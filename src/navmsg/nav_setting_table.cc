@@ -16,6 +16,13 @@ const platform::SettingTable<NavPanelValues>& NavSettingTable() {
        .max = 1,
        .meaning = "1: the navigation message's IODC carries the record's IODE, for receivers "
                   "that insist they match; 0: IODC 562 in every frame"},
+      {.name = "SatClockFromMessage",
+       .member = &N::SatClockFromMessage,
+       .min = 0,
+       .max = 1,
+       .meaning = "1: the ranges carry the satellite clock an L1 C/A receiver works out from "
+                  "the message (polynomial + relativistic term - TGD) and subframe 1 sends the "
+                  "navigation file's TGD; 0: the clock polynomial alone and TGD 0"},
   };
   return table;
 }

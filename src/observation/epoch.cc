@@ -124,7 +124,11 @@ EpochContext ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, 
         bubbleClass = cache.bubbleClass;
       }
 
-      const double clock = orbits::SatelliteClockBias(env.table, tTransmit, s);
+      // The relativistic term is that of pass 1, the transmission time the range uses.
+      const double clock =
+          args.satClockFromMessage == 1
+              ? orbits::MessageClockBias(env.table, tTransmit, s, relativisticTerm)
+              : orbits::SatelliteClockBias(env.table, tTransmit, s);
 
       // The noise draws reach no observable, but they advance the run-time rand.
       gnss::GaussianSamples(0.0, args.codeNoiseSigma, noise, 2, env.rand);
@@ -138,8 +142,13 @@ EpochContext ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, 
       }
 
       const double base = range - clock * kSpeedOfLight;
-      const double codeRange = base + ionoDelay;
-      const double carrierRange = base - ionoDelay;
+      double codeRange = base + ionoDelay;
+      double carrierRange = base - ionoDelay;
+      if (args.troposphereInRanges == 1) {
+        // The neutral atmosphere is not dispersive: it delays code and carrier alike.
+        codeRange += cache.tropoDelay;
+        carrierRange += cache.tropoDelay;
+      }
 
       double& previous = loop.previousCode[s];
       double doppler = 0.0;
@@ -180,6 +189,7 @@ EpochContext ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, 
   context.longitudeRad = longitudeRad;
   context.rows = &display;
   context.lateInRun = loop.lateInRun;
+  context.receiverEcef = loop.receiverEcef;
   if (env.state.AtmosphereEpochCounter == kCounterLimit) {
     context.displayTick = true;
     env.state.AtmosphereEpochCounter = 1;

@@ -6,7 +6,9 @@
 // The observation model is narrow on purpose: code and carrier carry the geometric
 // range, the satellite clock and the ionosphere, nothing else. The relativistic term,
 // the troposphere and the noise draws are computed in their places and reach no
-// observable; the receiver clock is perfect.
+// observable; the receiver clock is perfect. Two opt-in departures, for receivers and
+// positioning tools that model what the program leaves out: the satellite clock as the
+// message defines it (relativistic term, TGD) and the troposphere in both ranges.
 
 #include <array>
 #include <cstdint>
@@ -62,7 +64,7 @@ struct DisplayRow {
 // Per-satellite delays of a run; zeroed at the start of every run.
 struct AtmosphereCache {
   double ionoDelay = 0.0;   // m at L1
-  double tropoDelay = 0.0;  // m; stored, never read
+  double tropoDelay = 0.0;  // m; read only when the run puts the troposphere in the ranges
   int32_t bubbleClass = 0;
 };
 
@@ -164,8 +166,14 @@ struct TrajectoryRunArgs {
   // Milliseconds of scenario time between atmosphere updates; 0 works it out once in the
   // program start and holds it (the program's own behaviour).
   int32_t atmosphereUpdateMs = 0;
-  // Opt-in RINEX layout that standard tools read directly (0: the program's own).
+  // Opt-in RINEX layout that standard tools read directly (0: the program's own; 2 also
+  // a header that tells the run and the Doppler in Hz).
   int32_t rinexStandardLayout = 0;
+  // 1: the satellite clock in the ranges is that of the message as an L1 C/A receiver
+  // applies it (polynomial + relativistic term - TGD); 0: the polynomial alone.
+  int32_t satClockFromMessage = 0;
+  // 1: the troposphere model's delay enters code and carrier, with the same sign.
+  int32_t troposphereInRanges = 0;
 };
 
 class EpochSink;
@@ -191,6 +199,7 @@ struct EpochContext {
   double longitudeRad = 0.0;
   const std::vector<DisplayRow>* rows = nullptr;  // the program start's display rows
   int32_t lateInRun = 0;
+  std::array<double, 3> receiverEcef{};  // m, the epoch's receiver position
 };
 
 // The loop's locals that the epoch computation reads and updates.

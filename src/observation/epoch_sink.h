@@ -17,6 +17,8 @@ class EpochSink {
   // Called once before the first epoch of a run.
   virtual void OnRunStart() {}
   virtual void OnEpoch(const EpochResult& result, const EpochContext& context) = 0;
+  // Called once when the run has ended normally or was stopped (not when it failed).
+  virtual void OnRunEnd() {}
 };
 
 // What the map display is handed; both do nothing where no display exists.

@@ -115,8 +115,34 @@ RinexCalendar RinexEpochCalendar(int32_t gpsWeek, int32_t timeMs) {
   return cal;
 }
 
+void WriteRinexRunHeader(platform::OutputFile& file, const RinexRunHeader& header) {
+  HeaderLine(file, "     2.11           OBSERVATION DATA    G (GPS)", "RINEX VERSION / TYPE");
+  // No creation date: the same run gives the same bytes.
+  HeaderLine(file, "vorel", "PGM / RUN BY / DATE");
+  HeaderLine(file, header.marker, "MARKER NAME");
+  HeaderLine(file, "", "OBSERVER / AGENCY");
+  HeaderLine(file, fmt::format("{:<20}{:<20}", "", "vorel simulated"), "REC # / TYPE / VERS");
+  HeaderLine(file, "", "ANT # / TYPE");
+  const auto& p = header.approxEcef;
+  HeaderLine(file, fmt::format("{:14.4f}{:14.4f}{:14.4f}", p[0], p[1], p[2]),
+             "APPROX POSITION XYZ");
+  HeaderLine(file, fmt::format("{:14.4f}{:14.4f}{:14.4f}", 0.0, 0.0, 0.0),
+             "ANTENNA: DELTA H/E/N");
+  HeaderLine(file, "     1     0", "WAVELENGTH FACT L1/2");
+  HeaderLine(file, "     3    C1    L1    D1", "# / TYPES OF OBSERV");
+  if (header.intervalMs > 0)
+    HeaderLine(file, fmt::format("{:10.3f}", header.intervalMs / 1000.0), "INTERVAL");
+  // The epoch lines' own calendar, so that the first epoch and this line agree.
+  const RinexCalendar c = RinexEpochCalendar(header.gpsWeek, header.firstTimeMs);
+  HeaderLine(file,
+             fmt::format("{:6d}{:6d}{:6d}{:6d}{:6d}{:13.7f}     GPS", c.year, c.month, c.day,
+                         c.hour, c.minute, c.second),
+             "TIME OF FIRST OBS");
+  HeaderLine(file, "", "END OF HEADER");
+}
+
 void WriteRinexEpoch(platform::OutputFile& file, const EpochResult& result, int32_t eventFlag,
-                     bool standardLayout) {
+                     bool standardLayout, bool dopplerHz) {
   const bool observations = eventFlag == 0 || eventFlag == 1 || eventFlag == 6;
   if (observations && result.channelCount == 0) return;
   const RinexCalendar cal = RinexEpochCalendar(result.gpsWeek, result.timeMs);
@@ -136,7 +162,8 @@ void WriteRinexEpoch(platform::OutputFile& file, const EpochResult& result, int3
     for (const EpochChannel& c : result.channels) {
       if (!c.valid) continue;
       fmt::format_to(out, "{:14.3f}  {:14.3f} {:01d}{:14.3f}  \n", c.codeRange, c.carrierCycles,
-                     SignalStrengthDigit(c.signalLevel), c.doppler);
+                     SignalStrengthDigit(c.signalLevel),
+                     dopplerHz ? c.doppler * 1000.0 : c.doppler);
     }
   }
   file.MaybeFlush();
@@ -179,6 +206,36 @@ class RinexSink : public RecordSink {
   bool standardLayout_;
 };
 
+// Writes its header at the first epoch that has observations, so that the header's
+// position and time are those of the run.
+class RinexRunSink : public EpochSink {
+ public:
+  RinexRunSink(platform::OutputFile& file, const RinexRunHeader& predicted)
+      : file_(file), header_(predicted) {}
+  void OnEpoch(const EpochResult& result, const EpochContext& context) override {
+    if (!context.written) return;
+    if (result.channelCount > 0 && !headerWritten_) {
+      header_.approxEcef = context.receiverEcef;
+      header_.gpsWeek = result.gpsWeek;
+      header_.firstTimeMs = result.timeMs;
+      WriteHeaderOnce();
+    }
+    WriteRinexEpoch(file_, result, 0, true, true);
+  }
+  // A run without a single observation still leaves a whole file: the header alone.
+  void OnRunEnd() override { WriteHeaderOnce(); }
+
+ private:
+  void WriteHeaderOnce() {
+    if (headerWritten_) return;
+    WriteRinexRunHeader(file_, header_);
+    headerWritten_ = true;
+  }
+  platform::OutputFile& file_;
+  RinexRunHeader header_;
+  bool headerWritten_ = false;
+};
+
 class SrvSink : public RecordSink {
   using RecordSink::RecordSink;
   void Write(const EpochResult& result) override { WriteSrvRecord(file_, result); }
@@ -207,6 +264,11 @@ std::unique_ptr<EpochSink> MakeRecordSink(int32_t recordType, platform::OutputFi
     default:
       return nullptr;
   }
+}
+
+std::unique_ptr<EpochSink> MakeRinexRunSink(platform::OutputFile& file,
+                                            const RinexRunHeader& predicted) {
+  return std::make_unique<RinexRunSink>(file, predicted);
 }
 
 bool WriteEventSkeleton(const std::filesystem::path& path) {

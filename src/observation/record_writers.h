@@ -5,7 +5,9 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <array>
 #include <memory>
+#include <string>
 
 #include "observation/epoch.h"
 #include "observation/epoch_sink.h"
@@ -27,9 +29,23 @@ void WriteScnRecord(platform::OutputFile& file, const EpochResult& result);
 // RINEX 2.11 columns.
 void WriteRinexHeader(platform::OutputFile& file, bool standardLayout = false);
 // One epoch; nothing at all for an empty epoch with flag 0, 1 or 6. With `standardLayout`
-// satellite lists longer than 12 continue on continuation lines.
+// satellite lists longer than 12 continue on continuation lines. With `dopplerHz` D1 is
+// written in Hz (the program's own files carry thousandths of it).
 void WriteRinexEpoch(platform::OutputFile& file, const EpochResult& result, int32_t eventFlag,
-                     bool standardLayout = false);
+                     bool standardLayout = false, bool dopplerHz = false);
+
+// What a header that tells the run says: the station, the receiver's position, the
+// interval and the time of the first observation.
+struct RinexRunHeader {
+  std::string marker = "VORL";
+  std::array<double, 3> approxEcef{};  // m
+  int32_t intervalMs = 0;              // 0: no INTERVAL line (a trajectory sets its own times)
+  int32_t gpsWeek = 0;
+  int32_t firstTimeMs = 0;  // ms of the week
+};
+// A RINEX 2.11 observation header from the run, in the standard columns: C1 L1 D1 with
+// D1 in Hz, GPS time. The program's fixed header describes another site and another day.
+void WriteRinexRunHeader(platform::OutputFile& file, const RinexRunHeader& header);
 
 // Digit 0..9 from a signal level, compared in single precision.
 int SignalStrengthDigit(double signalLevel);
@@ -45,6 +61,11 @@ RinexCalendar RinexEpochCalendar(int32_t gpsWeek, int32_t timeMs);
 // caller's, written before the run.
 std::unique_ptr<EpochSink> MakeRecordSink(int32_t recordType, platform::OutputFile& file,
                                           bool rinexStandardLayout = false);
+// The RINEX sink of a run whose header tells the run (standard columns, D1 in Hz). The
+// sink writes the header itself, with the position and time of the first epoch that has
+// observations; `predicted` stands when no such epoch comes before the run ends.
+std::unique_ptr<EpochSink> MakeRinexRunSink(platform::OutputFile& file,
+                                            const RinexRunHeader& predicted);
 
 // The event-file header line (with its leading blank), as written for a station.
 extern const char kEventFileHeader[];

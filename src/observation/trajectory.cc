@@ -281,6 +281,7 @@ platform::Status SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunAr
   }
 
   messages.Progress(0.0);
+  for (EpochSink* sink : env.sinks) sink->OnRunEnd();
   return ended ? platform::Status::Ok() : platform::Status::Stopped();
 }
 

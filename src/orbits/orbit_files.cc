@@ -397,6 +397,7 @@ void RinexOrbitLine(int lineInRecord, const std::string& line, const platform::L
       needed = 2;
       // A record that is not healthy keeps whatever status it held.
       if (v.health == 0.0) StoreBoth(target, [&](OrbitRecord& r) { r.status = kStatusUsable; });
+      if (filled >= 3) StoreBoth(target, [&](OrbitRecord& r) { r.fileTgd = v.tgd; });
       CheckRinexValues({{v.accuracy, kAnyFinite},
                         {v.health, kAnyFinite},
                         {v.tgd, kAnyFinite},

@@ -22,7 +22,10 @@ struct OrbitRecord {
   double af0 = 0.0;  // s
   double af1 = 0.0;  // s/s
   double af2 = 0.0;  // s/s^2
-  double tgd = 0.0;  // s
+  double tgd = 0.0;  // s; no reader fills it: the program's message and ranges carry 0
+  // TGD as the RINEX navigation record gave it (s; 0 from an almanac). Kept apart from
+  // `tgd` so that only the receiver profile's clock and subframe 1 take it up.
+  double fileTgd = 0.0;
   double Cuc = 0.0;  // rad
   double Cus = 0.0;  // rad
   double Crc = 0.0;  // m

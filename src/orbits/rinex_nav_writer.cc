@@ -18,7 +18,7 @@ std::string HeaderLine(const std::string& content, const char* label) {
 }
 
 // A record's satellite clock line and its seven orbit lines.
-void WriteRecord(fmt::memory_buffer& out, const OrbitRecord& r, int prn) {
+void WriteRecord(fmt::memory_buffer& out, const OrbitRecord& r, int prn, bool fileTgd) {
   const gnss::CalendarTime t = gnss::GpsToCalendar(r.week, r.toc);
   auto o = std::back_inserter(out);
   fmt::format_to(o, "{:2d} {:02d} {:2d} {:2d} {:2d} {:2d}{:5.1f}{}{}{}\n", prn, t.year % 100,
@@ -32,7 +32,7 @@ void WriteRecord(fmt::memory_buffer& out, const OrbitRecord& r, int prn) {
       // Codes on L2: C/A; the week continues past 1023; no P-code data flag.
       {r.IDOT, 1.0, static_cast<double>(r.week), 0.0},
       // Accuracy 2 m, healthy, the record's TGD and IODC.
-      {2.0, 0.0, r.tgd, static_cast<double>(r.iodc)},
+      {2.0, 0.0, fileTgd ? r.fileTgd : r.tgd, static_cast<double>(r.iodc)},
       // Transmitted at toe; fit interval 4 hours.
       {r.toe, 4.0, 0.0, 0.0}};
   for (int line = 0; line < 7; ++line) {
@@ -90,7 +90,7 @@ int WriteRinexNavigation(const ConstellationTable& table, const RinexNavHeader& 
     const int count = std::min(row.recordCount, kRecordsPerSet);
     for (int k = 0; k < count; ++k) {
       if (row.broadcastRecords[k].sqrtA <= 0.0) continue;
-      WriteRecord(out, row.broadcastRecords[k], prn);
+      WriteRecord(out, row.broadcastRecords[k], prn, header.fileTgd);
       ++written;
     }
   }

@@ -19,6 +19,9 @@ struct RinexNavHeader {
   int32_t leapSeconds = 0;
   std::string program = "vorel";
   std::string date;  // "YYYYMMDD HHMMSS UTC"; empty: left blank
+  // Each record's TGD as the navigation file gave it (what the receiver profile's message
+  // and ranges carry) instead of the program's 0.
+  bool fileTgd = false;
 };
 
 // A number in the Fortran D form, right-aligned in `width` with `digits` digits after the

@@ -100,4 +100,12 @@ double SatelliteClockBias(const ConstellationTable& table, double t, int satelli
   return (o.af2 * dt + o.af1) * dt + o.af0;
 }
 
+double MessageClockBias(const ConstellationTable& table, double t, int satellite,
+                        double relativisticTerm) {
+  const SatelliteOrbits& row = table.rows[satellite];
+  if (row.selectedRecord < 0 || row.selectedRecord >= kRecordsPerSet) return 0.0;
+  const OrbitRecord& o = row.trueRecords[row.selectedRecord];
+  return SatelliteClockBias(table, t, satellite) + relativisticTerm - o.fileTgd;
+}
+
 }  // namespace vorel::orbits

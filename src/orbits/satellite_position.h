@@ -27,4 +27,10 @@ void RotateForEarthSpin(double travelTime, const Vec3& position, Vec3& rotated);
 // Clock polynomial of the selected true record at t, in seconds (0.0 without orbit).
 double SatelliteClockBias(const ConstellationTable& table, double t, int satellite);
 
+// The clock an L1 C/A receiver works out from the message: the polynomial, plus the
+// relativistic term (as SatellitePosition gave it for t), minus the record's TGD as the
+// navigation file gave it. In seconds; 0.0 without orbit.
+double MessageClockBias(const ConstellationTable& table, double t, int satellite,
+                        double relativisticTerm);
+
 }  // namespace vorel::orbits

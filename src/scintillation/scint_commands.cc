@@ -140,6 +140,7 @@ ScintCommandResult LoadScintTargetCommand(ScintSettings& s, const platform::Data
   if (s.FilterZeros < 0)
     messages.Warn(fmt::format("{}: na {} leaves FilterZeros negative ({}); a fit refuses it",
                               path.string(), target.na, s.FilterZeros));
+  r.target = std::move(target);
   return r;
 }
 
@@ -177,6 +178,7 @@ ScintCommandResult FitScintFilterCommand(const ScintSettings& s,
       path.string(), target.N, s.FilterPoles, s.FilterZeros, fit.M, fit.C, rms, FitPlotColour,
       dump.string(), out.string());
   r.outputs = {dump.string(), out.string()};
+  r.fit = std::move(fit);
   return r;
 }
 
@@ -205,6 +207,7 @@ ScintCommandResult GenerateScintCommand(const ScintSettings& s,
            StatisticsLine("phase", series.phaseOut, false) +
            fmt::format("wrote {}\n", out.string());
   r.outputs = {out.string()};
+  r.series = std::move(series);
   return r;
 }
 

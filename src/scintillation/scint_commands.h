@@ -12,6 +12,8 @@
 
 #include "platform/data_dir.h"
 #include "platform/messages.h"
+#include "scintillation/filter_fit.h"
+#include "scintillation/scint_generator.h"
 #include "scintillation/scint_settings.h"
 #include "scintillation/scint_table.h"
 
@@ -21,6 +23,10 @@ struct ScintCommandResult {
   int status = 0;  // 0 done, 1 refused or failed (the popup says why)
   std::string text;
   std::vector<std::string> outputs;  // the files written
+  // What a front end plots: the target as read, the fit, the generated series.
+  TargetResponse target;
+  FitResult fit;
+  ScintSeries series;
 };
 
 // Mean, standard deviation and S4 index (of the intensity, the amplitude squared).

@@ -1,4 +1,5 @@
 #include "app/scenario_runs.h"
+#include "app/receiver_outputs.h"
 
 #include <cmath>
 #include <filesystem>
@@ -71,6 +72,48 @@ TEST(FileNames, RulesOfTheRunTimeClockAndTheScenarioDate) {
   EXPECT_EQ(StationOutputName(2, 3, s), "C:/VLD/LAAS/rs3_2110.10O");
   EXPECT_EQ(StationOutputName(4, 1, s), "C:/VLD/LAAS/rs1.srv");
   EXPECT_EQ(StationOutputName(5, 4, s), "C:/VLD/LAAS/rs4.scn");
+}
+
+TEST(FileNames, StandardRinexNamesCarryTheDayOfTheYearAndTheNavigationFileStandsBeside) {
+  std::tm now{};
+  ScenarioSettings s;
+  s.ScenarioYear = 2010;
+  s.ScenarioMonth = 7;
+  s.ScenarioDay = 1;
+  s.RinexStandardLayout = 2;
+  // 31 + 28 + 31 + 30 + 31 + 30 days before July: 1 July 2010 is day 182.
+  EXPECT_EQ(ObservationOutputName(2, now, s), "C:/VLD/VORL1820.10O");
+  s.RinexStationName = "MUN1";
+  s.ScenarioYear = 2012;  // a leap year: 31 December is day 366
+  s.ScenarioMonth = 12;
+  s.ScenarioDay = 31;
+  EXPECT_EQ(StandardObservationName(s), "C:/VLD/MUN13660.12O");
+  EXPECT_EQ(NavigationPathBeside("d/VORL1820.10O", s), std::filesystem::path("d/VORL1820.10N"));
+  EXPECT_EQ(NavigationPathBeside("d/site.10o", s), std::filesystem::path("d/site.10n"));
+  EXPECT_EQ(NavigationPathBeside("d/run.obs", s), std::filesystem::path("d/run.12N"));
+  EXPECT_EQ(NavigationPathBeside("d/run", s), std::filesystem::path("d/run.12N"));
+}
+
+TEST(FileNames, PredictedHeaderPutsTheReceiverInEcefAndTheFirstWrittenEpoch) {
+  ScenarioSettings s;
+  observation::TrajectoryRunArgs args;
+  args.latitude = 46.05;
+  args.longitude = 14.5;
+  args.altitude = 300.0;
+  args.startMs = 349200000;
+  args.intervalMs = 1000;
+  args.gpsWeek = 1590;
+  args.staticReceiver = 1;
+  const observation::RinexRunHeader h = PredictedRunHeader(s, args);
+  // WGS84 by the textbook: N = a / sqrt(1 - e2 sin^2 lat), x = (N + h) cos lat cos lon, ...
+  EXPECT_NEAR(h.approxEcef[0], 4293278.6277, 1e-3);
+  EXPECT_NEAR(h.approxEcef[1], 1110317.3477, 1e-3);
+  EXPECT_NEAR(h.approxEcef[2], 4569322.4063, 1e-3);
+  EXPECT_EQ(h.firstTimeMs, 349202000);  // the run's first epoch is computed, not written
+  EXPECT_EQ(h.intervalMs, 1000);
+  EXPECT_EQ(h.marker, "VORL");
+  args.staticReceiver = 0;  // a trajectory's epochs come at its own times
+  EXPECT_EQ(PredictedRunHeader(s, args).intervalMs, 0);
 }
 
 // A Session with the broadcast orbits of 1 July 2010 loaded as they are.

@@ -122,6 +122,42 @@ TEST(SettingsSources, SetAssignmentsAndTheirErrors) {
   EXPECT_EQ(s.scenario.RecordType, Settings{}.scenario.RecordType);  // refused values stay out
 }
 
+TEST(SettingsProfile, ReceiverSetsItsDefaultsAndAGivenSettingWinsInEitherOrder) {
+  Settings s;
+  std::string error;
+  ASSERT_TRUE(ApplySetAssignment(s, "IodcFollowsIode=0", "--set", error));
+  ASSERT_TRUE(ApplySetAssignment(s, "Profile=receiver", "--set", error));
+  ASSERT_TRUE(ApplySetAssignment(s, "RinexStandardLayout=1", "--set", error));
+  EXPECT_EQ(s.nav.IodcFollowsIode, 0);            // given before the profile
+  EXPECT_EQ(s.scenario.RinexStandardLayout, 1);   // given after it
+  EXPECT_EQ(s.nav.SatClockFromMessage, 1);
+  EXPECT_EQ(s.atmosphere.TroposphereInRanges, 1);
+  EXPECT_EQ(s.atmosphere.AtmosphereUpdateInterval, 1000);
+  EXPECT_EQ(s.scenario.RinexNavBeside, 1);
+  // Back to the system: what the profile set goes back, what was given stays.
+  ASSERT_TRUE(ApplySetAssignment(s, "Profile=system", "--set", error));
+  EXPECT_EQ(s.nav.SatClockFromMessage, 0);
+  EXPECT_EQ(s.atmosphere.AtmosphereUpdateInterval, 0);
+  EXPECT_EQ(s.scenario.RinexStandardLayout, 1);
+
+  EXPECT_FALSE(ApplySetAssignment(s, "Profile=receivers", "--set", error));
+  EXPECT_NE(error.find("expected one of system, receiver"), std::string::npos) << error;
+  EXPECT_FALSE(ApplySetAssignment(s, "RinexStationName=MUNICH", "--set", error));
+  EXPECT_NE(error.find("RinexStationName"), std::string::npos) << error;
+}
+
+TEST(SettingsProfile, AScenarioFileKeyWinsOverTheProfileOfTheSameFileAndOfALaterSet) {
+  test::ScratchDir dir("profile-toml");
+  test::WriteFile(dir / "p.toml", "[nav]\nSatClockFromMessage = 0\n[scenario]\nProfile = \"receiver\"\n");
+  Settings s;
+  std::string error;
+  ASSERT_TRUE(ApplyScenarioFile(s, dir / "p.toml", error)) << error;
+  EXPECT_EQ(s.nav.SatClockFromMessage, 0);
+  EXPECT_EQ(s.nav.IodcFollowsIode, 1);
+  ASSERT_TRUE(ApplySetAssignment(s, "Profile=receiver", "--set", error));
+  EXPECT_EQ(s.nav.SatClockFromMessage, 0);
+}
+
 TEST(SettingsSources, ScenarioFileWithTablesAndLineNumbersInErrors) {
   test::ScratchDir dir("scenario-file");
   test::WriteFile(dir / "good.toml",

@@ -1,5 +1,7 @@
 #include "navmsg/nav_message.h"
 
+#include <cmath>
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -46,13 +48,13 @@ struct Stream {
 };
 
 Stream Generate(int prn, orbits::ConstellationTable& table, double t, bool iodcFollowsIode = false,
-                double alpha0 = 0.0) {
+                double alpha0 = 0.0, bool fileTgd = false) {
   NavMessageState state;
   std::FILE* bin = std::tmpfile();
   std::FILE* txt = std::tmpfile();
   Stream s;
-  s.result =
-      GnssNavMessage(prn, table, alpha0, 0, 0, 0, 0, 0, 0, 0, t, bin, txt, state, iodcFollowsIode);
+  s.result = GnssNavMessage(prn, table, alpha0, 0, 0, 0, 0, 0, 0, 0, t, bin, txt, state,
+                            iodcFollowsIode, fileTgd);
   auto slurp = [](std::FILE* f) {
     std::string out;
     std::rewind(f);
@@ -114,6 +116,15 @@ TEST(GnssNavMessage, WholeStreamReadsBackAsAReceiverWould) {
   // The last two bits of the stream.
   EXPECT_EQ(bits[88498], 0);
   EXPECT_EQ(bits[88499], 0);
+}
+
+TEST(GnssNavMessage, SubframeOneSendsTheNavigationFilesTgdOnlyWhenAsked) {
+  auto table = Table();
+  // -23 units of 2^-31 s: eight bits of two's complement, 256 - 23 = 233 = 11101001.
+  table.rows[0].broadcastRecords[0].fileTgd = std::ldexp(-23.0, -31);
+  // Bits 197 to 204 of the stream's first subframe (subframe 1).
+  EXPECT_EQ(Generate(1, table, 1000.0).text.substr(196, 8), "00000000");
+  EXPECT_EQ(Generate(1, table, 1000.0, false, 0.0, true).text.substr(196, 8), "11101001");
 }
 
 TEST(GnssNavMessage, StaleBitsOfAlmanacPagesComeFromThePageBefore) {

@@ -92,7 +92,7 @@ constexpr double OrbitRecord::*kFileOrder[] = {
     &OrbitRecord::e,   &OrbitRecord::Cus,    &OrbitRecord::sqrtA,    &OrbitRecord::toe,
     &OrbitRecord::Cic, &OrbitRecord::Omega0, &OrbitRecord::Cis,      &OrbitRecord::i0,
     &OrbitRecord::Crc, &OrbitRecord::omega,  &OrbitRecord::OmegaDot, &OrbitRecord::IDOT};
-constexpr int kIode = 3, kHealth = 24;
+constexpr int kIode = 3, kHealth = 24, kTgd = 25;
 
 class OrbitFilesTest : public ::testing::Test {
  protected:
@@ -306,6 +306,7 @@ TEST_F(OrbitFilesTest, RinexNavigationMatchesAColumnReadingOfTheFile) {
       EXPECT_EQ(r->iode, static_cast<int>(v[kIode]));
       EXPECT_EQ(r->status, v[kHealth] == 0.0 ? 7 : 0);
       EXPECT_EQ(r->tgd, 0.0);
+      EXPECT_EQ(r->fileTgd, v[kTgd]);  // kept apart, for the receiver profile
       EXPECT_EQ(r->iodc, 0);
     }
   }

@@ -93,5 +93,32 @@ TEST(SatellitePosition, EarthSpinRotationAndWeekFoldOfTheClock) {
   EXPECT_DOUBLE_EQ(SatelliteClockBias(*table, 200.0, 0), (1e-15 * dt + 1e-9) * dt + 1e-4);
 }
 
+TEST(MessageClockBias, AddsTheRelativisticTermAndTakesTgdOff) {
+  // e = 0.01 and M0 = pi/2 - e put the satellite at E = pi/2 at toe (M = E - e sin E),
+  // where the relativistic term is largest: F e sqrtA = -4.442807633e-10 * 0.01 * 5153.7
+  // = -2.28968977e-8 s (-6.86 m).
+  OrbitRecord o;
+  o.status = kStatusUsable;
+  o.sqrtA = 5153.7;
+  o.e = 0.01;
+  o.M0 = M_PI / 2 - 0.01;
+  o.toe = 7200.0;
+  o.toc = 7100.0;
+  o.af0 = 1e-4;
+  o.af1 = 1e-11;
+  o.fileTgd = -1.1e-8;
+  auto table = TableWith(o, 3);
+  Vec3 p{};
+  double rel = 0.0;
+  SatellitePosition(*table, 7200.0, 3, p, rel);
+  EXPECT_NEAR(rel, -2.28968977e-8, 1e-16);
+  // af0 + af1 * 100 s + relativity - TGD.
+  EXPECT_NEAR(MessageClockBias(*table, 7200.0, 3, rel), 1e-4 + 1e-9 - 2.28968977e-8 + 1.1e-8,
+              1e-16);
+  EXPECT_NEAR(SatelliteClockBias(*table, 7200.0, 3), 1e-4 + 1e-9, 1e-16);
+  table->rows[3].selectedRecord = -1;
+  EXPECT_EQ(MessageClockBias(*table, 7200.0, 3, rel), 0.0);
+}
+
 }  // namespace
 }  // namespace vorel::orbits
