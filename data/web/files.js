@@ -27,7 +27,8 @@ export async function refreshFiles() {
         element('td', {class: 'size', text: formatSize(f.size)}), element('td', {text: when})));
   }
   if (!data.files.length)
-    body.append(element('tr', {}, element('td', {colspan: '3', class: 'note', text: 'No files yet.'})));
+    body.append(element('tr', {},
+        element('td', {colspan: '3', class: 'note', text: 'No files yet.'})));
 }
 
 export function initFiles() {

@@ -104,7 +104,8 @@ export async function refreshMap() {
     if (renderer) {
       await Promise.all(LAYERS.map((l) => loadLayerPng(l.id, data.version)));
     } else {
-      drawSkyPlot(document.querySelector('#map-stack canvas[data-layer-canvas="skyPlotLayer"]'), data);
+      const canvas = document.querySelector('#map-stack [data-layer-canvas="skyPlotLayer"]');
+      drawSkyPlot(canvas, data);
     }
   }
   refreshing = false;
@@ -115,8 +116,9 @@ export async function refreshMap() {
 }
 
 function savedOpacity(id) {
-  const value = Number(localStorage.getItem(`vorel.opacity.${id}`));
-  return Number.isFinite(value) && localStorage.getItem(`vorel.opacity.${id}`) !== null ? value : 255;
+  const stored = localStorage.getItem(`vorel.opacity.${id}`);
+  const value = Number(stored);
+  return stored !== null && Number.isFinite(value) ? value : 255;
 }
 
 function layerControl(layer, div) {

@@ -68,7 +68,8 @@ async function refreshOrbitFiles() {
   select.replaceChildren();
   if (!ok) return;
   const files = data.files.filter((f) => ORBIT_FILE.test(f.file));
-  if (!files.length) select.append(element('option', {value: '', text: 'none in the data directory'}));
+  if (!files.length)
+    select.append(element('option', {value: '', text: 'none in the data directory'}));
   for (const f of files) select.append(element('option', {value: f.file, text: f.file}));
 }
 
@@ -80,7 +81,8 @@ async function upload(input) {
   form.append('type', document.getElementById('orbit-type').value);
   const response = await fetch('/api/orbits/upload', {method: 'POST', body: form});
   input.value = '';
-  if (response.status === 413) return log('error', `${file.name} is larger than the 16 MB an upload may be`);
+  if (response.status === 413)
+    return log('error', `${file.name} is larger than the 16 MB an upload may be`);
   const data = await response.json().catch(() => ({}));
   if (!response.ok) return log('error', data.error || `upload refused (${response.status})`);
   log('info', `uploaded ${data.file}`);
@@ -112,7 +114,8 @@ export async function initRuns() {
   });
   document.getElementById('orbit-load').addEventListener('click', () => {
     const file = document.getElementById('orbit-file').value;
-    if (!file) return log('error', 'no orbit file chosen: upload one or put it in the data directory');
+    if (!file)
+      return log('error', 'no orbit file chosen: upload one or put it in the data directory');
     start({command: 'load-orbits', file, type: document.getElementById('orbit-type').value});
   });
   const uploadInput = document.getElementById('orbit-upload');

@@ -10,7 +10,8 @@ function fieldRow(setting) {
   let input;
   if (setting.choices) {
     input = element('select', {id, name: setting.name});
-    for (const choice of setting.choices) input.append(element('option', {value: choice, text: choice}));
+    for (const choice of setting.choices)
+      input.append(element('option', {value: choice, text: choice}));
   } else {
     input = element('input', {id, name: setting.name, type: 'text', spellcheck: 'false'});
   }

@@ -1,10 +1,10 @@
 #include "web/access.h"
 
+#include <fmt/format.h>
+
 #include <array>
 #include <random>
 #include <system_error>
-
-#include <fmt/format.h>
 
 namespace vorel::web {
 

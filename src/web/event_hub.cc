@@ -1,8 +1,8 @@
 #include "web/event_hub.h"
 
-#include <chrono>
-
 #include <fmt/format.h>
+
+#include <chrono>
 
 namespace vorel::web {
 

@@ -4,16 +4,15 @@
 //
 // A renderer of the layers plugs in through MapLayerSource: it draws a layer on request
 // and takes the run's map scene. Wiring one takes an implementation of these two calls
-// and ServerOptions::mapLayers; without one the layer endpoints answer 204 (nothing drawn) and the page
-// draws the sky plot itself from GET /api/map/scene.
+// and ServerOptions::mapLayers; without one the layer endpoints answer 204 (nothing drawn) and the
+// page draws the sky plot itself from GET /api/map/scene.
 
 #include <cstdint>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "observation/epoch_sink.h"
 
@@ -22,7 +21,7 @@ namespace vorel::web {
 class EventHub;
 
 // Layer names in drawing order; "base" is the world map under the others.
-inline constexpr std::string_view kMapLayers[] = {"base", "overlayLayer", "klobucharLayer",
+inline constexpr std::string_view kMapLayers[] = {"base",         "overlayLayer", "klobucharLayer",
                                                   "nequickLayer", "skyPlotLayer", "bubbleLayer"};
 bool IsMapLayer(std::string_view name);
 
@@ -44,8 +43,7 @@ class WebDisplay : public observation::EpochDisplay {
   WebDisplay(EventHub& events, MapLayerSource* renderer) : events_(events), renderer_(renderer) {}
   void ClearSkyPlot() override;
   void UpdateMapScene(double latitudeRad, double longitudeRad,
-                      const std::vector<observation::DisplayRow>& rows,
-                      int32_t lateInRun) override;
+                      const std::vector<observation::DisplayRow>& rows, int32_t lateInRun) override;
   // {version, receiver: {lat, lon}|null, satellites: [{prn, lat, lon, visible}]}
   nlohmann::json Scene() const;
   // A run has ended: the layers may have changed once more.

@@ -1,11 +1,11 @@
 #include "web/run_control.h"
 
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-
-#include <CLI/CLI.hpp>
-#include <fmt/format.h>
 
 namespace vorel::web {
 namespace {
@@ -13,9 +13,8 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-constexpr std::string_view kRunCommands[] = {"load-orbits", "galileo", "obs",     "raw",
-                                             "dif",         "autorun", "nav",     "nav-all",
-                                             "events"};
+constexpr std::string_view kRunCommands[] = {"load-orbits", "galileo", "obs",     "raw",   "dif",
+                                             "autorun",     "nav",     "nav-all", "events"};
 
 const app::CommandSpec* FindCommand(std::string_view name) {
   for (const app::CommandSpec& c : app::CommandTable())
@@ -73,8 +72,8 @@ bool RunControl::EditSettings(const std::function<bool(app::Settings&)>& edit) {
   return true;
 }
 
-bool RunControl::Start(const std::string& command, const std::vector<std::string>& args,
-                       bool& busy, std::string& why) {
+bool RunControl::Start(const std::string& command, const std::vector<std::string>& args, bool& busy,
+                       std::string& why) {
   std::lock_guard<std::mutex> lock(mutex_);
   busy = active_;
   if (active_) {
@@ -143,7 +142,7 @@ void RunControl::Wait() {
 
 json RunControl::Status() const {
   std::lock_guard<std::mutex> lock(mutex_);
-  return {{"state", state_},       {"active", active_},     {"command", command_},
+  return {{"state", state_},       {"active", active_},         {"command", command_},
           {"progress", progress_}, {"exitStatus", exitStatus_}, {"outputs", outputs_},
           {"orbits", orbits_}};
 }
@@ -208,8 +207,11 @@ void RunControl::Finish(int exitStatus, const app::Settings& before) {
     outputs_ = outputs;
     orbits_ = orbits;
     active_ = false;
-    done = {{"state", state_},       {"command", command_}, {"exitStatus", exitStatus},
-            {"outputs", outputs_},   {"orbits", orbits_}};
+    done = {{"state", state_},
+            {"command", command_},
+            {"exitStatus", exitStatus},
+            {"outputs", outputs_},
+            {"orbits", orbits_}};
   }
   if (exitStatus == 0) Publish("progress", {{"percent", 100.0}});
   Publish("run", done);

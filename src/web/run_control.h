@@ -7,11 +7,10 @@
 #include <atomic>
 #include <functional>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "app/commands.h"
 #include "app/session.h"

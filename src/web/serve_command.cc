@@ -1,15 +1,14 @@
 #include "web/serve_command.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <memory>
 #include <thread>
-
-#include <CLI/CLI.hpp>
-#include <fmt/format.h>
 
 #include "app/startup.h"
 #include "web/access.h"
@@ -102,8 +101,9 @@ int Serve(app::CommandContext& c, const ServeOptions& o) {
   server.Shutdown();
   gServedSession.store(nullptr);
   if (gServeInterrupts.load() > 0)
-    fmt::print(stderr, "vorel serve: stopped; a run in progress ended with its files closed "
-                       "whole\n");
+    fmt::print(stderr,
+               "vorel serve: stopped; a run in progress ended with its files closed "
+               "whole\n");
   return 0;
 }
 

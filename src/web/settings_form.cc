@@ -1,10 +1,10 @@
 #include "web/settings_form.h"
 
-#include <set>
-#include <sstream>
-
 #include <fmt/format.h>
 #include <toml++/toml.h>
+
+#include <set>
+#include <sstream>
 
 #include "atmosphere/atmosphere_settings.h"
 #include "atmosphere/bubble_settings.h"
@@ -26,11 +26,14 @@ struct PanelDef {
   const char* title;
 };
 
-constexpr PanelDef kPanels[] = {
-    {"scenario", "Scenario and receiver"}, {"orbits", "Orbits"},
-    {"atmosphere", "Atmosphere"},          {"bubble", "Bubble"},
-    {"dif", "DIF parameters"},             {"stations", "Reference stations"},
-    {"navigation", "Navigation"},          {"scintillation", "Scintillation"}};
+constexpr PanelDef kPanels[] = {{"scenario", "Scenario and receiver"},
+                                {"orbits", "Orbits"},
+                                {"atmosphere", "Atmosphere"},
+                                {"bubble", "Bubble"},
+                                {"dif", "DIF parameters"},
+                                {"stations", "Reference stations"},
+                                {"navigation", "Navigation"},
+                                {"scintillation", "Scintillation"}};
 
 json Field(const app::SettingDef& def, std::span<const std::string_view> choices,
            const app::Settings& settings) {

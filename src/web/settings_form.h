@@ -4,10 +4,9 @@
 // back through the same readers; scenario files in TOML.
 
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
-
-#include <nlohmann/json.hpp>
 
 #include "app/settings.h"
 

@@ -1,13 +1,12 @@
 #include "web/web_server.h"
 
+#include <fmt/format.h>
 #include <httplib.h>
 
 #include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <iostream>
-
-#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "app/startup.h"
@@ -77,10 +76,11 @@ json ListFiles(const fs::path& root, const std::string& extension) {
     }
     if (!extension.empty() && it->path().extension() != extension) continue;
     const auto modified = std::chrono::file_clock::to_sys(it->last_write_time());
-    files.push_back({{"file", rel.generic_string()},
-                     {"size", it->file_size()},
-                     {"modified", std::chrono::duration_cast<std::chrono::seconds>(
-                                      modified.time_since_epoch()).count()}});
+    files.push_back(
+        {{"file", rel.generic_string()},
+         {"size", it->file_size()},
+         {"modified",
+          std::chrono::duration_cast<std::chrono::seconds>(modified.time_since_epoch()).count()}});
     if (files.size() >= kListedFilesLimit) break;
   }
   std::sort(files.begin(), files.end(),
@@ -92,8 +92,8 @@ json ListFiles(const fs::path& root, const std::string& extension) {
 std::string SafeUploadName(const std::string& name) {
   std::string out;
   for (char c : name.substr(name.find_last_of("/\\") + 1))
-    out += (std::isalnum(static_cast<unsigned char>(c)) || c == '.' || c == '-' || c == '_') ? c
-                                                                                            : '_';
+    out +=
+        (std::isalnum(static_cast<unsigned char>(c)) || c == '.' || c == '-' || c == '_') ? c : '_';
   if (out.empty() || out.front() == '.') out = "upload" + out;
   return out;
 }
@@ -150,9 +150,7 @@ void WebServer::InstallMessages() {
   const auto message = [this](const char* level, std::string_view title, std::string_view text) {
     events_.Publish("message", json{{"level", level}, {"title", title}, {"text", text}}.dump());
   };
-  session_.messages.warning = [message](std::string_view text) {
-    message("warning", "", text);
-  };
+  session_.messages.warning = [message](std::string_view text) { message("warning", "", text); };
   session_.messages.popup = [this, message](std::string_view title, std::string_view text) {
     runs_->CountPopup();
     std::cerr << (title.empty() ? "" : std::string(title) + ": ") << text << "\n";
@@ -208,8 +206,9 @@ void WebServer::Routes() {
     std::string given = req.get_header_value(kTokenHeader);
     if (given.empty()) given = CookieValue(req.get_header_value("Cookie"), kTokenCookie);
     if (SameToken(given, options_.token)) return httplib::Server::HandlerResponse::Unhandled;
-    SendError(res, 403, "this server needs its access token: open the address that "
-                        "`vorel serve` printed");
+    SendError(res, 403,
+              "this server needs its access token: open the address that "
+              "`vorel serve` printed");
     return httplib::Server::HandlerResponse::Handled;
   });
   StaticRoutes();
@@ -254,8 +253,10 @@ void WebServer::SettingsRoutes() {
       for (const auto& [name, value] : body.items()) {
         const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
         std::string error;
-        if (!ApplyFormValue(settings, name, text, error)) errors[name] = error;
-        else values[name] = app::SettingText(*app::FindSetting(name), settings);
+        if (!ApplyFormValue(settings, name, text, error))
+          errors[name] = error;
+        else
+          values[name] = app::SettingText(*app::FindSetting(name), settings);
       }
       return errors.empty();
     });
@@ -273,7 +274,8 @@ void WebServer::SettingsRoutes() {
     std::string error;
     if (!ResolveInDataDir(session_.dataDir.root(), body.value("file", ""), path, error))
       return SendError(res, 403, error);
-    if (!fs::is_regular_file(path)) return SendError(res, 404, body.value("file", "") + ": no such file");
+    if (!fs::is_regular_file(path))
+      return SendError(res, 404, body.value("file", "") + ": no such file");
     const bool ok = runs_->EditSettings(
         [&](app::Settings& settings) { return app::ApplyScenarioFile(settings, path, error); });
     if (!ok) return SendError(res, 422, error);
@@ -283,7 +285,8 @@ void WebServer::SettingsRoutes() {
     json body;
     if (!ReadBody(req, res, body)) return;
     const std::string name = body.value("file", "");
-    if (!name.ends_with(".toml")) return SendError(res, 400, "a scenario file's name ends in .toml");
+    if (!name.ends_with(".toml"))
+      return SendError(res, 400, "a scenario file's name ends in .toml");
     fs::path path;
     std::string error;
     if (!ResolveInDataDir(session_.dataDir.root(), name, path, error))
@@ -314,8 +317,7 @@ void WebServer::RunRoutes() {
       std::string error;
       if (!ResolveInDataDir(session_.dataDir.root(), body.value("file", ""), path, error))
         return SendError(res, 403, error);
-      if (const std::string type = body.value("type", ""); !type.empty())
-        args = {"--type", type};
+      if (const std::string type = body.value("type", ""); !type.empty()) args = {"--type", type};
       args.push_back(path.string());
     }
     if (command == "nav" && body.contains("prn")) args = {"--prn", body["prn"].dump()};
@@ -344,13 +346,15 @@ void WebServer::RunRoutes() {
     if (type == "yuma" || type == "rinex") args = {"--type", type};
     args.push_back(path.string());
     bool busy = false;
-    if (!runs_->Start("load-orbits", args, busy, error)) return SendError(res, busy ? 409 : 400, error);
+    if (!runs_->Start("load-orbits", args, busy, error))
+      return SendError(res, busy ? 409 : 400, error);
     SendJson(res, {{"file", name}}, 202);
   });
   server_->Get("/api/events", [this](const Request& req, Response& res) {
     uint64_t after = events_.LastId();
-    const std::string since = req.has_header("Last-Event-ID") ? req.get_header_value("Last-Event-ID")
-                                                              : req.get_param_value("since");
+    const std::string since = req.has_header("Last-Event-ID")
+                                  ? req.get_header_value("Last-Event-ID")
+                                  : req.get_param_value("since");
     if (!since.empty()) after = std::strtoull(since.c_str(), nullptr, 10);
     res.set_header("Cache-Control", "no-store");
     auto position = std::make_shared<uint64_t>(after);

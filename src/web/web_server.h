@@ -24,8 +24,8 @@ inline constexpr size_t kUploadLimit = 16u << 20;
 
 struct ServerOptions {
   std::string host = "127.0.0.1";
-  int port = kDefaultPort;  // 0: any free port
-  std::string token;        // empty: a new random one
+  int port = kDefaultPort;          // 0: any free port
+  std::string token;                // empty: a new random one
   std::filesystem::path staticDir;  // empty: FindStaticDir
   size_t uploadLimit = kUploadLimit;
   MapLayerSource* mapLayers = nullptr;

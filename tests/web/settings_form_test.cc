@@ -1,12 +1,13 @@
 // The scenario pages' settings: every setting on one panel, and scenario files that give
 // back what was saved.
+#include "web/settings_form.h"
+
 #include <gtest/gtest.h>
 
 #include <map>
 
 #include "app/settings.h"
 #include "test_support.h"
-#include "web/settings_form.h"
 
 namespace vorel::web {
 namespace {
@@ -68,7 +69,8 @@ TEST(SettingsForm, AScenarioFileGivesBackEverySettingSaved) {
   test::WriteFile(dir / "s.toml", ScenarioFileText(saved));
   app::Settings loaded;
   ASSERT_TRUE(app::ApplyScenarioFile(loaded, dir / "s.toml", error))
-      << error << "\n" << test::ReadFile(dir / "s.toml");
+      << error << "\n"
+      << test::ReadFile(dir / "s.toml");
   for (const app::SettingDef& d : app::SettingRegistry())
     EXPECT_EQ(d.show(loaded), d.show(saved)) << d.name;
   EXPECT_EQ(loaded.scenario.OrbitFile, "C:\\VLD\\brdc1820.10n");

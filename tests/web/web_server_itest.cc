@@ -1,14 +1,13 @@
 // The web server's API end to end, in process, on the bundled example files: what the
 // page does, as a client without a browser does it.
-#include <httplib.h>
 #include <gtest/gtest.h>
+#include <httplib.h>
 
 #include <chrono>
 #include <filesystem>
 #include <memory>
-#include <thread>
-
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "app/startup.h"
 #include "test_support.h"
@@ -130,8 +129,7 @@ TEST_F(WebServerTest, EveryRequestNeedsTheToken) {
 
 TEST_F(WebServerTest, SettingsRoundTripAndBadValuesAreRefusedByName) {
   Start();
-  json r = Post("/api/settings", {{"ReceiverLatitude", "-30.25"}, {"StationMask", "1,2,3,4"}},
-                200);
+  json r = Post("/api/settings", {{"ReceiverLatitude", "-30.25"}, {"StationMask", "1,2,3,4"}}, 200);
   EXPECT_TRUE(r["ok"]);
   EXPECT_EQ(Setting("ReceiverLatitude"), "-30.25");
   EXPECT_EQ(Setting("StationMask"), "1,2,3,4");
@@ -167,9 +165,12 @@ TEST_F(WebServerTest, SettingsRoundTripAndBadValuesAreRefusedByName) {
 TEST_F(WebServerTest, ARunReportsProgressToTheEndOverServerSentEvents) {
   Start();
   LoadExampleOrbits();
-  Post("/api/settings", {{"ScenarioHour", "5"}, {"ReceiverLatitude", "-30.25"},
-                         {"ReceiverLongitude", "149.75"}, {"ObservationInterval", "100"},
-                         {"ScenarioDuration", "2"}},
+  Post("/api/settings",
+       {{"ScenarioHour", "5"},
+        {"ReceiverLatitude", "-30.25"},
+        {"ReceiverLongitude", "149.75"},
+        {"ObservationInterval", "100"},
+        {"ScenarioDuration", "2"}},
        200);
   const uint64_t since = Get("/api/status")["lastEvent"];
   // The event stream, read as the page reads it, until the run's end.
@@ -188,8 +189,7 @@ TEST_F(WebServerTest, ARunReportsProgressToTheEndOverServerSentEvents) {
   const json status = WaitForRun();
   EXPECT_EQ(status["state"], "finished");
   EXPECT_EQ(status["progress"], 100.0);
-  EXPECT_NE(stream.find("event: progress\ndata: {\"percent\":100.0}"), std::string::npos)
-      << stream;
+  EXPECT_NE(stream.find("event: progress\ndata: {\"percent\":100.0}"), std::string::npos) << stream;
   EXPECT_NE(stream.find("event: map"), std::string::npos);
   // The record is listed under its own name, inside the data directory, and downloads whole.
   ASSERT_EQ(status["outputs"].size(), 1u) << status.dump();
@@ -207,11 +207,10 @@ TEST_F(WebServerTest, ARunReportsProgressToTheEndOverServerSentEvents) {
 TEST_F(WebServerTest, OneRunAtATimeAndStopClosesTheRecordWhole) {
   Start();
   LoadExampleOrbits();
-  EXPECT_EQ(Setting("KeepOrbitEpochs"), "1");  // what the load changed came back to the form
+  EXPECT_EQ(Setting("KeepOrbitEpochs"), "1");   // what the load changed came back to the form
   Post("/api/runs/stop", json::object(), 409);  // nothing to stop
-  Post("/api/settings", {{"ScenarioHour", "5"}, {"ObservationInterval", "1"},
-                         {"ScenarioDuration", "600"}},
-       200);
+  Post("/api/settings",
+       {{"ScenarioHour", "5"}, {"ObservationInterval", "1"}, {"ScenarioDuration", "600"}}, 200);
   Post("/api/runs", {{"command", "obs"}}, 202);
   json r = Post("/api/runs", {{"command", "dif"}}, 409);
   EXPECT_NE(r["error"].get<std::string>().find("one run at a time"), std::string::npos);
