@@ -24,6 +24,8 @@ struct Site {
   const char* start;  // TOW mod 30 = 24 at the start: subframe 1 begins 6 s in
 };
 
+void PrintTo(const Site& site, std::ostream* os) { *os << site.name; }
+
 struct Fix {
   double fileSeconds = 0.0;  // receiver time when the fix was printed
   double latitude = 0.0, longitude = 0.0, height = 0.0;
