@@ -29,10 +29,10 @@ TEST(ScintReading, ModeOneValuesLandInTheirOwnSlotsByBubbleClass) {
   EXPECT_EQ(theta, 0.5f);
   // Class 3 on PRN 1 (new slot 1): the third pair; its old slot 0 keeps its value.
   UpdateScintillation(1, 3, reading, 0, &ten, st, g, theta);
-  EXPECT_EQ(st.phase[1], 5.0f);
-  EXPECT_EQ(st.amplitude[1], 6.0f);
+  EXPECT_EQ(st.phase[1], 3.0f);
+  EXPECT_EQ(st.amplitude[1], 4.0f);
   EXPECT_EQ(st.amplitude[0], 1.0f);
-  EXPECT_EQ(g, 6.0f);
+  EXPECT_EQ(g, 4.0f);
 }
 
 TEST(ScintReading, ModeTwoPhaseIsCarriedByTheCarrierAsTheFilesPhase) {

@@ -86,29 +86,31 @@ double Correlation(const std::vector<double>& a, const std::vector<double>& b) {
 
 // The recording as a receiver behind an AGC sees it: the quantiser ranges each millisecond
 // against its own extremes, so each millisecond is brought to mean 0 and unit power.
-std::vector<float> Normalised(const std::string& bytes, int blocks) {
-  std::vector<float> x(static_cast<size_t>(blocks) * kN);
-  for (int b = 0; b < blocks; ++b) {
-    const auto* level = reinterpret_cast<const uint8_t*>(bytes.data()) + static_cast<size_t>(b) * kN;
-    double sum = 0.0, sum2 = 0.0;
-    for (int i = 0; i < kN; ++i) {
-      sum += level[i];
-      sum2 += static_cast<double>(level[i]) * level[i];
+struct Recording {
+  const uint8_t* levels = nullptr;
+  int64_t samples = 0;
+  std::vector<double> mean, scale;  // per millisecond
+  explicit Recording(const std::string& bytes)
+      : levels(reinterpret_cast<const uint8_t*>(bytes.data())),
+        samples(static_cast<int64_t>(bytes.size())) {
+    for (int64_t b = 0; (b + 1) * kN <= samples; ++b) {
+      double sum = 0.0, sum2 = 0.0;
+      for (int64_t i = b * kN; i < (b + 1) * kN; ++i) {
+        sum += levels[i];
+        sum2 += static_cast<double>(levels[i]) * levels[i];
+      }
+      mean.push_back(sum / kN);
+      scale.push_back(1.0 / std::sqrt(sum2 / kN - mean.back() * mean.back()));
     }
-    const double mean = sum / kN;
-    const double scale = 1.0 / std::sqrt(sum2 / kN - mean * mean);
-    for (int i = 0; i < kN; ++i)
-      x[static_cast<size_t>(b) * kN + i] = static_cast<float>((level[i] - mean) * scale);
   }
-  return x;
-}
+};
 
 // Prompt power of one satellite per code period, a period starting at each code epoch so
 // that no navigation bit edge falls inside it. The record gives the code epoch in each
 // millisecond (transmission time) and the Doppler (change of range to the next epoch); the
 // generator moves its code a whole sample at a time, so the best of a few samples around
 // the record's epoch is taken. Block b is the record's epoch b + 1.
-std::vector<double> PromptPower(const std::vector<float>& x, const std::vector<ScnEpoch>& epochs,
+std::vector<double> PromptPower(const Recording& x, const std::vector<ScnEpoch>& epochs,
                                 int prn, int blocks) {
   const std::vector<int> bits = ReplicaCode(prn);
   std::vector<int> chipOf(kN);
@@ -122,15 +124,23 @@ std::vector<double> PromptPower(const std::vector<float>& x, const std::vector<S
     const double tx = e.timeMs - range / 299792.458;
     const int expected = static_cast<int>(std::floor((tx - std::floor(tx)) * kN)) + 1;
     const int64_t start = static_cast<int64_t>(b) * kN + (kN - expected) - kSpread;
-    if (start < 0 || start + kN + 2 * kSpread > static_cast<int64_t>(x.size())) continue;
+    const int64_t end = start + kN + 2 * kSpread;
+    if (start < 0 || end > static_cast<int64_t>(x.mean.size()) * kN) continue;
     const double doppler = -(epochs[b + 2].range.at(prn) - range) * 1000.0 / kLambda;
     // Carrier wiped off, then running sums, so that each chip's sum is a difference.
     const std::complex<double> step = std::polar(1.0, -2.0 * kPi * (kIf + doppler) / kFs);
     std::complex<double> rotor = 1.0;
     prefix[0] = 0.0;
-    for (int i = 0; i < kN + 2 * kSpread; ++i) {
-      prefix[i + 1] = prefix[i] + rotor * static_cast<double>(x[start + i]);
-      rotor *= step;
+    for (int64_t at = start; at < end;) {
+      // Up to the end of the millisecond the sample lies in, normalised by that one.
+      const int64_t ms = at / kN;
+      const int64_t stop = std::min(end, (ms + 1) * kN);
+      const double m = x.mean[ms], k = x.scale[ms];
+      for (; at < stop; ++at) {
+        const int64_t i = at - start;
+        prefix[i + 1] = prefix[i] + rotor * ((x.levels[at] - m) * k);
+        rotor *= step;
+      }
     }
     double best = 0.0;
     for (int d = 0; d <= 2 * kSpread; ++d) {
@@ -206,7 +216,7 @@ TEST(ScintDif, BubbleCrossedSatelliteScintillatesWithTheTablesS4AndTheOthersStay
   const double tableS4 = S4(intensity);
 
   // The first 50 ms are before the first reading: left out.
-  const std::vector<float> x = Normalised(bytes, blocks);
+  const Recording x(bytes);
   const size_t firstWindow = kRatePeriodMs / kWindowMs;
   std::map<int, double> measured;
   double following = 0.0;
@@ -234,8 +244,9 @@ TEST(ScintDif, BubbleCrossedSatelliteScintillatesWithTheTablesS4AndTheOthersStay
   RecordProperty("figures", figures.str());
   EXPECT_NEAR(measured[crossed], tableS4, 0.25 * tableS4) << figures.str();
   EXPECT_GT(following, 0.9) << figures.str();
-  for (const auto& [prn, s4] : measured)
+  for (const auto& [prn, s4] : measured) {
     if (prn != crossed) EXPECT_LT(s4, 0.05) << "PRN " << prn << ": " << figures.str();
+  }
 }
 
 }  // namespace
