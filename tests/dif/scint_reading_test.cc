@@ -1,9 +1,10 @@
 // ScintReadValues: the file's values taken as the numbers they are, each in its own slot,
 // and the phase carried by the carrier as the file's phase (worked out by hand from the
 // slots' interpolation over the period).
+#include "dif/scint_reading.h"
+
 #include <gtest/gtest.h>
 
-#include "dif/scint_reading.h"
 #include "test_support.h"
 
 namespace vorel::dif {

@@ -27,7 +27,7 @@ constexpr double kFs = 16368000.0;
 constexpr double kIf = 4092000.0;
 constexpr double kLambda = 299792458.0 / 1575420000.0;
 constexpr double kPi = 3.14159265358979323846;
-constexpr int kChannels = 4;  // satellites in the example's record
+constexpr int kChannels = 4;       // satellites in the example's record
 constexpr int kRatePeriodMs = 50;  // ScintRate 20
 constexpr int kWindowMs = 10;
 
@@ -110,8 +110,8 @@ struct Recording {
 // millisecond (transmission time) and the Doppler (change of range to the next epoch); the
 // generator moves its code a whole sample at a time, so the best of a few samples around
 // the record's epoch is taken. Block b is the record's epoch b + 1.
-std::vector<double> PromptPower(const Recording& x, const std::vector<ScnEpoch>& epochs,
-                                int prn, int blocks) {
+std::vector<double> PromptPower(const Recording& x, const std::vector<ScnEpoch>& epochs, int prn,
+                                int blocks) {
   const std::vector<int> bits = ReplicaCode(prn);
   std::vector<int> chipOf(kN);
   for (int i = 0; i < kN; ++i) chipOf[i] = static_cast<int>(static_cast<int64_t>(i) * 1023 / kN);
@@ -172,12 +172,12 @@ std::vector<double> Windows(const std::vector<double>& perMs) {
 
 TEST(ScintDif, BubbleCrossedSatelliteScintillatesWithTheTablesS4AndTheOthersStaySteady) {
   ScratchDir dir("scint-dif");
-  const CliResult r = RunVorel(
-      {"--data-dir", "VLD", "--scenario", (DataDir() / "examples" / "scint.toml").string(),
-       "--yes", "load-orbits", (DataDir() / "examples" / "yuma147.txt").string(), "nav-all", "obs",
-       "scint-table", "C:/VLD/scint-table.txt", "0.2", "0.5", "0.8", "--channels",
-       std::to_string(kChannels), "dif"},
-      dir.path().string());
+  const CliResult r =
+      RunVorel({"--data-dir", "VLD", "--scenario", (DataDir() / "examples" / "scint.toml").string(),
+                "--yes", "load-orbits", (DataDir() / "examples" / "yuma147.txt").string(),
+                "nav-all", "obs", "scint-table", "C:/VLD/scint-table.txt", "0.2", "0.5", "0.8",
+                "--channels", std::to_string(kChannels), "dif"},
+               dir.path().string());
   ASSERT_EQ(r.status, 0) << r.err;
 
   const std::string bytes = ReadFile(dir / "VLD" / "scint.bin");
