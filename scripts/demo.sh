@@ -41,7 +41,8 @@ echo "== scintillation: the bubble over PRN 12's ray, the table of scint-table, 
   scint-table C:/VLD/scint-table.txt 0.2 0.5 0.8 --channels 4 dif |
   grep -E '^class 2|^wrote .*scint'
 echo "   PRN 12 has bubble class 2 in $data/scint/scint.scn; in $data/scint/scint.bin its power"
-echo "   follows the table's class 2 amplitude (S4 0.25 measured in 10 ms, the others 0.03)"
+echo "   follows the table's class 2 amplitude: over these 4 s the table's S4 is 0.27 and a"
+echo "   correlator measures 0.25 every 10 ms, and 0.02 to 0.03 on the three other satellites"
 
 echo
 echo "== demo output in $data:"
