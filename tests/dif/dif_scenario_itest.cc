@@ -3,7 +3,7 @@
 // puts it; runs repeat byte for byte, whichever form of the loop makes them.
 
 #include "dif_scenario.h"
-#include "ca_replica.h"
+#include "receiver.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -17,29 +17,6 @@
 
 namespace vorel::test {
 namespace {
-
-struct ScnEpoch {
-  int32_t timeMs = 0;
-  std::map<int, double> range;
-};
-
-std::vector<ScnEpoch> ReadEpochs(const std::filesystem::path& path, int wanted) {
-  std::istringstream in(ReadFile(path));
-  std::vector<ScnEpoch> epochs;
-  while (static_cast<int>(epochs.size()) < wanted) {
-    ScnEpoch e;
-    int count = 0;
-    if (!(in >> e.timeMs >> count)) break;
-    for (int j = 0; j < count; ++j) {
-      int prn, bubble;
-      double code, carrier;
-      in >> prn >> code >> carrier >> bubble;
-      e.range[prn] = code;
-    }
-    epochs.push_back(e);
-  }
-  return epochs;
-}
 
 // Unpacks 2-bit Packed bytes (earliest sample in the lowest bits) into centred levels.
 std::vector<float> Unpack(const std::string& bytes, size_t samples) {

@@ -9,14 +9,13 @@
 #include <cmath>
 #include <complex>
 #include <cstdint>
-#include <fstream>
 #include <iostream>
 #include <map>
 #include <sstream>
 #include <vector>
 
 #include "cli_runner.h"
-#include "dif/ca_replica.h"
+#include "dif/receiver.h"
 #include "test_support.h"
 
 namespace vorel::test {
@@ -30,31 +29,6 @@ constexpr double kPi = 3.14159265358979323846;
 constexpr int kChannels = 4;       // satellites in the example's record
 constexpr int kRatePeriodMs = 50;  // ScintRate 20
 constexpr int kWindowMs = 10;
-
-struct ScnEpoch {
-  int32_t timeMs = 0;
-  std::map<int, double> range;
-  std::map<int, int> bubbleClass;
-};
-
-std::vector<ScnEpoch> ReadEpochs(const std::filesystem::path& path, int wanted) {
-  std::ifstream in(path);
-  std::vector<ScnEpoch> epochs;
-  while (static_cast<int>(epochs.size()) < wanted) {
-    ScnEpoch e;
-    int count = 0;
-    if (!(in >> e.timeMs >> count)) break;
-    for (int j = 0; j < count; ++j) {
-      int prn, cls;
-      double code, carrier;
-      in >> prn >> code >> carrier >> cls;
-      e.range[prn] = code;
-      e.bubbleClass[prn] = cls;
-    }
-    epochs.push_back(e);
-  }
-  return epochs;
-}
 
 // S4 = sqrt(<P^2> - <P>^2) / <P>.
 double S4(const std::vector<double>& power) {
