@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "dif/acquisition.h"
+#include "dif/recording_description.h"
 
 namespace vorel::app {
 
@@ -24,19 +25,70 @@ struct CheckOptions {
   int maxDoppler = 10000;
   double threshold = 0.0;
   bool all = false;
+  // Options the user gave: they win over a SigMF description beside the file.
+  CLI::Option* fsGiven = nullptr;
+  CLI::Option* ifGiven = nullptr;
+  CLI::Option* formatGiven = nullptr;
+  CLI::Option* bitsGiven = nullptr;
 };
+
+// The SigMF description of `file`: "FILE.sigmf-meta", or the ".sigmf-meta" that takes the
+// place of its extension; empty when there is none.
+std::filesystem::path SigmfBeside(const std::filesystem::path& file) {
+  for (const std::filesystem::path& meta :
+       {std::filesystem::path(file.string() + ".sigmf-meta"), dif::SigmfMetaPathFor(file)})
+    if (std::filesystem::is_regular_file(meta)) return meta;
+  return {};
+}
+
+// Rate, IF and format from the description beside the file, then the options given.
+bool LayoutFor(const CheckOptions& o, const std::filesystem::path& file,
+               dif::RecordingLayout& layout, std::string& source, std::string& error) {
+  layout.samplingFrequency = o.fs;
+  layout.ifFrequency = o.ifHz;
+  layout.bits = o.bits;
+  if (!dif::ParseSampleLayout(o.format, layout.layout)) {
+    error = fmt::format("--format {}: use packed2, packed1, direct, int8, ci8 or ci16", o.format);
+    return false;
+  }
+  const std::filesystem::path meta = SigmfBeside(file);
+  if (meta.empty()) return true;
+  dif::RecordingLayout described = layout;
+  if (!dif::ReadSigmfLayout(meta, described, error)) return false;
+  source = meta.string();
+  if (o.fsGiven->count() == 0) layout.samplingFrequency = described.samplingFrequency;
+  if (o.ifGiven->count() == 0) layout.ifFrequency = described.ifFrequency;
+  if (o.formatGiven->count() == 0) layout.layout = described.layout;
+  if (o.bitsGiven->count() == 0) layout.bits = described.bits;
+  return true;
+}
+
+const char* LayoutName(dif::SampleLayout layout) {
+  switch (layout) {
+    case dif::SampleLayout::kPacked2: return "packed2";
+    case dif::SampleLayout::kPacked1: return "packed1";
+    case dif::SampleLayout::kDirect: return "direct";
+    case dif::SampleLayout::kInt8: return "int8";
+    case dif::SampleLayout::kCi8: return "ci8";
+    case dif::SampleLayout::kCi16: return "ci16";
+  }
+  return "?";
+}
 
 }  // namespace
 
 std::function<int(CommandContext&)> CheckCommand(CLI::App& p) {
   auto o = std::make_shared<CheckOptions>();
   p.add_option("FILE", o->file, "recording: ours, or any real IF or complex I/Q file")->required();
-  p.add_option("--fs", o->fs, "sampling rate in Hz (default 16368000)");
-  p.add_option("--if", o->ifHz, "intermediate frequency in Hz, 0 for baseband (default 4092000)");
-  p.add_option("--format", o->format,
-               "packed2 (ours, 4 samples a byte), packed1, direct, int8, ci8 or ci16 "
-               "(default packed2)");
-  p.add_option("--bits", o->bits, "bits a sample of the direct format (default 2)");
+  o->fsGiven = p.add_option("--fs", o->fs, "sampling rate in Hz (default: the SigMF "
+                                          "description beside FILE, else 16368000)");
+  o->ifGiven = p.add_option("--if", o->ifHz, "intermediate frequency in Hz, 0 for baseband "
+                                             "(default: SigMF, else 4092000)");
+  o->formatGiven = p.add_option("--format", o->format,
+                                "packed2 (ours, 4 samples a byte), packed1, direct, int8, ci8 or "
+                                "ci16 (default: SigMF, else packed2)");
+  o->bitsGiven = p.add_option("--bits", o->bits, "bits a sample of the direct format (default: "
+                                                 "SigMF, else 2)");
   p.add_option("--ms", o->ms, "milliseconds to search over, 1 to 100 (default 10)");
   p.add_option("--skip-ms", o->skipMs, "milliseconds to skip at the start (default 0)");
   p.add_option("--max-doppler", o->maxDoppler, "Doppler searched, Hz either way (default 10000)");
@@ -45,16 +97,15 @@ std::function<int(CommandContext&)> CheckCommand(CLI::App& p) {
   p.add_flag("--all", o->all, "list every PRN, found or not");
   return [o](CommandContext& c) {
     dif::RecordingLayout layout;
-    layout.samplingFrequency = o->fs;
-    layout.ifFrequency = o->ifHz;
-    layout.bits = o->bits;
-    if (!dif::ParseSampleLayout(o->format, layout.layout)) {
-      fmt::print(stderr, "check: --format {}: use packed2, packed1, direct, int8, ci8 or ci16\n",
-                 o->format);
+    std::string described, error;
+    const std::filesystem::path file = c.session.dataDir.Map(o->file);
+    if (!LayoutFor(*o, file, layout, described, error)) {
+      fmt::print(stderr, "check: {}\n", error);
       return 2;
     }
+    const double fs = layout.samplingFrequency;
     if (o->ms < 1 || o->ms > 100 || o->maxDoppler < 0 || o->maxDoppler > 50000 ||
-        !(o->fs >= 16000.0 && o->fs <= 200e6) || !(std::fabs(o->ifHz) < o->fs)) {
+        !(fs >= 16000.0 && fs <= 200e6) || !(std::fabs(layout.ifFrequency) < fs)) {
       fmt::print(stderr,
                  "check: --ms must be 1 to 100, --max-doppler 0 to 50000, --fs 16 kHz to 200 MHz "
                  "and |--if| below --fs\n");
@@ -62,8 +113,9 @@ std::function<int(CommandContext&)> CheckCommand(CLI::App& p) {
     }
     const auto started = std::chrono::steady_clock::now();
     std::vector<std::complex<float>> samples;
-    std::string error;
-    if (!dif::ReadRecording(c.session.dataDir.Map(o->file), layout, o->skipMs, o->ms, samples,
+    if (!described.empty() && !c.global.quiet)
+      fmt::print("rate, IF and format from {}\n", described);
+    if (!dif::ReadRecording(file, layout, o->skipMs, o->ms, samples,
                             error)) {
       fmt::print(stderr, "check: {}\n", error);
       return 1;
@@ -87,7 +139,8 @@ std::function<int(CommandContext&)> CheckCommand(CLI::App& p) {
     if (!c.global.quiet)
       fmt::print("{} satellite(s) found in {} ms of {} at {} Hz (IF {} Hz, {}); threshold {:.2f}; "
                  "{:.2f} s\n",
-                 found, o->ms, o->file, o->fs, o->ifHz, o->format, threshold, seconds);
+                 found, o->ms, o->file, fs, layout.ifFrequency, LayoutName(layout.layout),
+                 threshold, seconds);
     return 0;
   };
 }

@@ -57,7 +57,8 @@ const CommandSpec* FindCommand(const std::string& name) {
   return nullptr;
 }
 
-// Progress of a worker: a bar on a terminal, a line every few seconds otherwise.
+// Progress of a worker: a bar on a terminal, a line every few seconds otherwise, with the
+// time left reckoned from the pace so far once there is a pace to go by.
 class ProgressReporter {
  public:
   explicit ProgressReporter(bool quiet) : quiet_(quiet), tty_(isatty(2) != 0) {}
@@ -68,24 +69,42 @@ class ProgressReporter {
     if (percent <= 0.0) {
       if (drawn_ && tty_) fmt::print(stderr, "\n");
       drawn_ = false;
+      started_ = false;
       return;
     }
+    if (!started_) {
+      started_ = true;
+      start_ = now;
+      startPercent_ = percent;
+    }
+    const double shown = std::min(percent, 100.0);
+    const std::string left = TimeLeft(now, shown);
     if (tty_) {
-      const int filled = static_cast<int>(std::min(percent, 100.0) / 100.0 * 30);
-      fmt::print(stderr, "\r{} [{}{}] {:5.1f}%", label, std::string(filled, '#'),
-                 std::string(30 - filled, '.'), std::min(percent, 100.0));
+      const int filled = static_cast<int>(shown / 100.0 * 30);
+      fmt::print(stderr, "\r{} [{}{}] {:5.1f}%{}", label, std::string(filled, '#'),
+                 std::string(30 - filled, '.'), shown, left);
       drawn_ = true;
     } else if (now - last_ >= std::chrono::seconds(3)) {
-      fmt::print(stderr, "{}: {:.1f}%\n", label, std::min(percent, 100.0));
+      fmt::print(stderr, "{}: {:.1f}%{}\n", label, shown, left);
       last_ = now;
     }
   }
 
  private:
+  std::string TimeLeft(std::chrono::steady_clock::time_point now, double percent) const {
+    const double elapsed = std::chrono::duration<double>(now - start_).count();
+    const double done = percent - startPercent_;
+    if (elapsed < 2.0 || done <= 0.5) return "        ";
+    const auto seconds = static_cast<int64_t>(std::lround(elapsed * (100.0 - percent) / done));
+    return fmt::format(", {}:{:02d} left", seconds / 60, seconds % 60);
+  }
+
   bool quiet_, tty_;
   bool drawn_ = false;
+  bool started_ = false;
+  double startPercent_ = 0.0;
   std::mutex mutex_;
-  std::chrono::steady_clock::time_point last_{};
+  std::chrono::steady_clock::time_point last_{}, start_{};
 };
 
 // Runs a worker on its own thread while this thread waits; Ctrl-C stops the run. An

@@ -12,6 +12,7 @@
 #include "app/bubble_commands.h"
 #include "app/chart_commands.h"
 #include "app/check_command.h"
+#include "app/record_command.h"
 #include "app/scint_commands.h"
 #include "app/orbit_commands.h"
 #include "atmosphere/atmosphere_text.h"
@@ -185,29 +186,6 @@ Action AutoRun(CLI::App&) {
   };
 }
 
-navmsg::NavMessageSettings NavSettings(const Session& s) {
-  navmsg::NavMessageSettings n;
-  const Settings& st = s.settings;
-  n.navPrn = st.nav.navPrn;
-  n.IodcFollowsIode = st.nav.IodcFollowsIode;
-  n.SatClockFromMessage = st.nav.SatClockFromMessage;
-  for (int i = 0; i < 4; ++i) {
-    n.ionoAlpha[i] = st.atmosphere.ionoBroadcastTable.cells[0][i];
-    n.ionoBeta[i] = st.atmosphere.ionoBroadcastTable.cells[1][i];
-  }
-  n.OrbitsValid = s.orbitState.OrbitsValid ? 1 : 0;
-  n.KeepOrbitEpochs = st.scenario.KeepOrbitEpochs;
-  n.ScenarioYear = st.scenario.ScenarioYear;
-  n.ScenarioMonth = st.scenario.ScenarioMonth;
-  n.ScenarioDay = st.scenario.ScenarioDay;
-  n.ScenarioHour = st.scenario.ScenarioHour;
-  n.ScenarioMinute = st.scenario.ScenarioMinute;
-  n.ScenarioSecond = st.scenario.ScenarioSecond;
-  n.LeapSeconds = st.scenario.LeapSeconds;
-  n.ScenarioDuration = st.scenario.ScenarioDuration;
-  return n;
-}
-
 Action Nav(CLI::App& p, bool all) {
   auto prn = std::make_shared<int>(0);
   if (!all) p.add_option("--prn", *prn, "satellite (default: the navPrn setting)");
@@ -361,6 +339,10 @@ std::vector<CommandSpec> BuildTable() {
       {"check", "FILE [--fs HZ --if HZ --format F --ms N]",
        "quick-look acquisition: the satellites a recording holds, Doppler, code phase, C/N0",
        false, CheckCommand},
+      {"record", "--orbits FILE -o FILE [--lat --lon --alt --start --seconds --fs --if --bits]",
+       "one recording for a software receiver, with its SigMF description and a GNSS-SDR "
+       "configuration beside it",
+       true, RecordCommand},
       {"scint-load", "[--plot PNG]",
        "read ScintTargetFile; set FilterPoles and FilterZeros from it", false,
        ScintLoadCommand},

@@ -246,6 +246,29 @@ gnss::GpsTime SetScenarioTime(Session& session) {
   return t;
 }
 
+navmsg::NavMessageSettings NavSettings(const Session& s) {
+  navmsg::NavMessageSettings n;
+  const Settings& st = s.settings;
+  n.navPrn = st.nav.navPrn;
+  n.SatClockFromMessage = st.nav.SatClockFromMessage;
+  n.IodcFollowsIode = st.nav.IodcFollowsIode;
+  for (int i = 0; i < 4; ++i) {
+    n.ionoAlpha[i] = st.atmosphere.ionoBroadcastTable.cells[0][i];
+    n.ionoBeta[i] = st.atmosphere.ionoBroadcastTable.cells[1][i];
+  }
+  n.OrbitsValid = s.orbitState.OrbitsValid ? 1 : 0;
+  n.KeepOrbitEpochs = st.scenario.KeepOrbitEpochs;
+  n.ScenarioYear = st.scenario.ScenarioYear;
+  n.ScenarioMonth = st.scenario.ScenarioMonth;
+  n.ScenarioDay = st.scenario.ScenarioDay;
+  n.ScenarioHour = st.scenario.ScenarioHour;
+  n.ScenarioMinute = st.scenario.ScenarioMinute;
+  n.ScenarioSecond = st.scenario.ScenarioSecond;
+  n.LeapSeconds = st.scenario.LeapSeconds;
+  n.ScenarioDuration = st.scenario.ScenarioDuration;
+  return n;
+}
+
 std::string ObservationOutputName(int32_t recordType, const std::tm& now, const ScenarioSettings& s) {
   const std::string date = RunDate(now);
   const std::string hh = fmt::format("{:02d}", now.tm_hour);

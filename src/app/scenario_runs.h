@@ -22,6 +22,10 @@ void RedateOrbits(orbits::ConstellationTable& table, double secondsOfWeek, int32
 // The scenario date as GPS week and seconds; re-dates the orbits when KeepOrbitEpochs is 0.
 gnss::GpsTime SetScenarioTime(Session& session);
 
+// The navigation message generator's settings: the nav panel, the broadcast ionosphere,
+// the scenario date and whether orbits are loaded.
+navmsg::NavMessageSettings NavSettings(const Session& session);
+
 // Output names from the run-time clock (date "MM-DD-YYYY", time "HH:MM:SS") and the
 // scenario date, in the data directory's old spelling ("C:/VLD/..."); empty when the
 // record type has no rule.

@@ -90,6 +90,7 @@ DifSettings GatherDifSettings(const DifPanelValues& p) {
     s.ScintType = p.ScintType;
     s.ScintMode = 1 + p.ScintType;
     s.ScintRate = p.ScintRate;
+    s.ScintReadValues = p.ScintReadValues;
     if (p.ScintType == 1) {
       s.ScintStart = p.ScintStart;
       s.ScintPrn = p.ScintPrn;
@@ -264,6 +265,9 @@ const platform::SettingTable<DifPanelValues>& DifSettingTable() {
        .meaning = "ScintType 1: seconds into the run before the file is read"},
       {.name = "ScintPrn", .member = &P::ScintPrn, .min = 0, .max = 32,
        .meaning = "ScintType 1: the satellite that scintillates"},
+      {.name = "ScintReadValues", .member = &P::ScintReadValues, .min = 0, .max = 1,
+       .meaning = "1: each ScintFile value as the number it is (amplitude, power, phase in "
+                  "rad); 0: as the program stored it, a double over two float slots"},
       {.name = "TestPrn", .member = &P::TestPrn, .min = 1, .max = 32,
        .meaning = "test signal: satellite 1 to 32"},
       {.name = "TestCodeOn", .member = &P::TestCodeOn,

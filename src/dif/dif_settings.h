@@ -50,6 +50,9 @@ struct DifPanelValues {
   int32_t ScintRate = 0;
   int32_t ScintStart = 0;
   int32_t ScintPrn = 0;
+  // 1: each value of ScintFile is read as the number it is (ours; 0 keeps the program's
+  // reading, a double over two float slots).
+  int32_t ScintReadValues = 0;
   int32_t TestPrn = 1;
   int32_t TestCodeOn = 1;
   int32_t TestCarrierOn = 1;
@@ -100,6 +103,7 @@ struct DifSettings {
   int32_t ScintRate = 0;
   int32_t ScintStart = 0;
   int32_t ScintPrn = 0;
+  int32_t ScintReadValues = 0;
 
   int32_t TestPrn = 0;
   int32_t TestCodeOn = 0;

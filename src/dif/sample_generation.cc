@@ -6,7 +6,6 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <cstring>
 #include <functional>
 #include <memory>
 
@@ -15,7 +14,6 @@
 #include "dif/quantiser.h"
 #include "dif/worker_team.h"
 #include "gnss/constants.h"
-#include "platform/scan.h"
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -28,31 +26,11 @@ constexpr double kMetresPerMs = 299792.458;
 using gnss::kSpeedOfLight;
 constexpr double kRangeRateToRho = -3.335640940349549e-06;
 
-// The double a scan stores lands on two float slots (and the spare one behind the last).
-void StoreDoubleOverSlots(std::array<float, 65>& slots, int32_t slot, double value) {
-  std::memcpy(&slots[static_cast<size_t>(slot)], &value, sizeof value);
-}
-
 int32_t SaturatingInt(double v) {
   if (!(v == v)) return 0;
   if (v >= 2147483647.0) return 2147483647;
   if (v <= -2147483648.0) return -2147483647 - 1;
   return static_cast<int32_t>(v);
-}
-
-void StepScintCounter(int32_t scintMode, ScintillationState& scint) {
-  if (scintMode <= 0) return;
-  if (scint.scintCounter >= scint.scintPeriod) {
-    scint.scintCounter = 0;
-    scint.slotOld = scint.slotNew;
-    scint.slotNew = std::abs(scint.slotNew - 1);
-  }
-  scint.scintCounter += 1;
-}
-
-void FillScintillation(ScintillationState& scint) {
-  scint.amplitude.fill(1.0f);
-  scint.phase.fill(0.0f);
 }
 
 using Clock = std::chrono::steady_clock;
@@ -740,59 +718,6 @@ void LoadMultipathTable(const std::array<MultipathRow, kMultipathRows>& rows, in
   }
 }
 
-void UpdateScintillation(int32_t prn, int32_t bubbleClass, int32_t scintMode, int32_t scintPrn,
-                         int32_t scintStart, int32_t seconds, platform::LineReader* file,
-                         ScintillationState& st, float& amplitude, float& phase) {
-  const int32_t slotNew = 2 * (prn - 1) + st.slotNew;
-  const int32_t slotOld = 2 * (prn - 1) + st.slotOld;
-  auto plain = [&] {
-    st.amplitude[slotNew] = 1.0f;
-    st.phase[slotNew] = 0.0f;
-  };
-  if (st.scintCounter >= st.scintPeriod) {
-    std::string line;
-    if (scintMode == 2) {
-      if (prn == scintPrn && seconds >= scintStart) {
-        const int length = file ? file->ReadLine(line) : -1;
-        if (length > 0) {
-          // Values a line does not hold are taken as phase 0 and power 1.
-          double first = 0.0, second = 1.0;
-          platform::ScanLine(line, "%s>%f%f", {&first, &second});
-          StoreDoubleOverSlots(st.phase, slotNew, first);
-          st.amplitude[slotNew] = static_cast<float>(std::sqrt(second));
-        } else {
-          plain();
-        }
-      } else {
-        plain();
-      }
-    } else if (scintMode == 1) {
-      const int length = file ? file->ReadLine(line) : -1;
-      if (length < 0) {
-        plain();
-      } else if (bubbleClass == 0) {
-        plain();
-      } else if (bubbleClass >= 1 && bubbleClass <= 5) {
-        platform::Scanner scanner(line);
-        double skipped = 0.0, first = 0.0, second = 0.0;
-        bool ok = true;
-        for (int32_t k = 0; k < 2 * (bubbleClass - 1) && ok; ++k) ok = scanner.Double(skipped);
-        if (ok && scanner.Double(first)) {
-          StoreDoubleOverSlots(st.phase, slotNew, first);
-          if (scanner.Double(second)) StoreDoubleOverSlots(st.amplitude, slotNew, second);
-        }
-      }
-      // Classes above 5 (and below 0) leave the slots as they are.
-    }
-  }
-  const float counter = static_cast<float>(st.scintCounter);
-  const float period = static_cast<float>(st.scintPeriod);
-  const float aOld = st.amplitude[slotOld], aNew = st.amplitude[slotNew];
-  const float pOld = st.phase[slotOld], pNew = st.phase[slotNew];
-  amplitude = aOld + ((aNew - aOld) * counter) / period;
-  phase = pOld + ((pNew - pOld) * counter) / period;
-}
-
 int32_t BitBaseForTime(int32_t timeMs) {
   return static_cast<int32_t>(std::trunc(timeMs / 750000.0)) * 37500;
 }
@@ -832,9 +757,8 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
   const float radPerHz = kTwoPiFloat / fs;
   const int32_t channelLimit = std::clamp(s.MaxChannels == 0 ? 20 : s.MaxChannels, 0, 32);
   BlockEngine engine(s, b, files.output, ctx.speed, channelLimit);
-  const int32_t rate = s.ScintRate == 0 ? 1 : s.ScintRate;
-  scint.scintPeriod = 1000 / rate;
-  if (s.ScintMode > 0) FillScintillation(scint);
+  StartScintillation(s, 0, scint);
+  const ScintReading scintReading = ScenarioScintReading(s);
 
   // The 32 sampled codes are independent of one another: made on the run's threads.
   std::vector<platform::AlignedBuffer<float>> codeFloat(32);
@@ -906,8 +830,8 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
       if (prn < 1 || prn > 32) continue;
       PathArgs direct;
       if (s.ScintMode > 0)
-        UpdateScintillation(prn, record.bubbleClass[prn - 1], s.ScintMode, s.ScintPrn, s.ScintStart,
-                            seconds, files.scint, scint, direct.g, direct.thetaOff);
+        UpdateScintillation(prn, record.bubbleClass[prn - 1], scintReading, seconds, files.scint,
+                            scint, direct.g, direct.thetaOff);
       const RangePair& range = record.codeRange[prn - 1];
       const double dR =
           ((range.next - range.previous) * (n - 1)) / n + range.previous - range.previous;
@@ -985,12 +909,8 @@ int GenerateTestSamples(const DifSettings& s, RunBuffers& b, ScintillationState&
   const float rho = static_cast<float>(fd / s.CarrierFrequency);
   const float omega = (kTwoPiFloat / static_cast<float>(s.SamplingFrequency)) *
                       static_cast<float>(s.IfFrequency + fd);
-  const int32_t rate = s.ScintRate == 0 ? 1 : s.ScintRate;
-  scint.scintPeriod = 1000 / rate;
-  if (s.ScintMode > 0) {
-    scint.amplitude[2 * prnIndex] = scint.amplitude[2 * prnIndex + 1] = 1.0f;
-    scint.phase[2 * prnIndex] = scint.phase[2 * prnIndex + 1] = 0.0f;
-  }
+  StartScintillation(s, s.TestPrn, scint);
+  const ScintReading scintReading = TestScintReading(s);
 
   ChannelNco c;
   c.navBit = 1;
@@ -1017,8 +937,8 @@ int GenerateTestSamples(const DifSettings& s, RunBuffers& b, ScintillationState&
     plan.rand = ctx.rand;
     PathArgs direct;
     if (s.ScintMode > 0)
-      UpdateScintillation(s.TestPrn, 0, 2, s.TestPrn, s.ScintStart, seconds, files.scint, scint,
-                          direct.g, direct.thetaOff);
+      UpdateScintillation(s.TestPrn, 0, scintReading, seconds, files.scint, scint, direct.g,
+                          direct.thetaOff);
     direct.n = n;
     direct.rho = rho;
     direct.omega = omega;

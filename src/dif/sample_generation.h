@@ -14,6 +14,7 @@
 #include "dif/channel_kernel.h"
 #include "dif/dif_settings.h"
 #include "dif/dif_state.h"
+#include "dif/scint_reading.h"
 #include "dif/scn_reader.h"
 #include "platform/aligned_buffer.h"
 #include "platform/fir.h"
@@ -38,26 +39,6 @@ using MultipathRecords = std::array<MultipathRecord, 32>;
 // record. Rows whose PRN is outside 1..32 are skipped and counted in `skippedRows`.
 void LoadMultipathTable(const std::array<MultipathRow, kMultipathRows>& rows, int32_t rowCount,
                         MultipathRecords& records, int32_t& skippedRows);
-
-// Scintillation slots: two per PRN (slot 2 (PRN - 1) + s), and one spare slot at the end,
-// because a value read from the file is stored as a double over two float slots.
-struct ScintillationState {
-  std::array<float, 65> amplitude;
-  std::array<float, 65> phase;
-  int32_t slotOld = 0;
-  int32_t slotNew = 1;
-  int32_t scintCounter = 0;
-  int32_t scintPeriod = 1;
-  ScintillationState() {
-    amplitude.fill(1.0f);
-    phase.fill(0.0f);
-  }
-};
-
-// The channel's amplitude and phase for this millisecond (see docs/dif.md).
-void UpdateScintillation(int32_t prn, int32_t bubbleClass, int32_t scintMode, int32_t scintPrn,
-                         int32_t scintStart, int32_t seconds, platform::LineReader* file,
-                         ScintillationState& state, float& amplitude, float& phase);
 
 // trunc(timeMs / 750000.0) x 37500: the first bit of the 12.5-minute frame holding the time.
 int32_t BitBaseForTime(int32_t timeMs);

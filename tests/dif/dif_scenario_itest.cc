@@ -3,6 +3,7 @@
 // puts it; runs repeat byte for byte, whichever form of the loop makes them.
 
 #include "dif_scenario.h"
+#include "receiver.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -16,51 +17,6 @@
 
 namespace vorel::test {
 namespace {
-
-// The C/A code from the G2 phase-selector taps, 0/1 bits, for the replica.
-std::vector<int> ReplicaCode(int prn) {
-  static constexpr int kTaps[32][2] = {
-      {2, 6}, {3, 7}, {4, 8}, {5, 9}, {1, 9},  {2, 10}, {1, 8}, {2, 9}, {3, 10}, {2, 3}, {3, 4},
-      {5, 6}, {6, 7}, {7, 8}, {8, 9}, {9, 10}, {1, 4},  {2, 5}, {3, 6}, {4, 7},  {5, 8}, {6, 9},
-      {1, 3}, {4, 6}, {5, 7}, {6, 8}, {7, 9},  {8, 10}, {1, 6}, {2, 7}, {3, 8},  {4, 9}};
-  int g1[11], g2[11];
-  for (int s = 1; s <= 10; ++s) g1[s] = g2[s] = 1;
-  std::vector<int> bits(1023);
-  for (int k = 0; k < 1023; ++k) {
-    bits[k] = g1[10] ^ g2[kTaps[prn - 1][0]] ^ g2[kTaps[prn - 1][1]];
-    const int f1 = g1[3] ^ g1[10], f2 = g2[2] ^ g2[3] ^ g2[6] ^ g2[8] ^ g2[9] ^ g2[10];
-    for (int s = 10; s > 1; --s) {
-      g1[s] = g1[s - 1];
-      g2[s] = g2[s - 1];
-    }
-    g1[1] = f1;
-    g2[1] = f2;
-  }
-  return bits;
-}
-
-struct ScnEpoch {
-  int32_t timeMs = 0;
-  std::map<int, double> range;
-};
-
-std::vector<ScnEpoch> ReadEpochs(const std::filesystem::path& path, int wanted) {
-  std::istringstream in(ReadFile(path));
-  std::vector<ScnEpoch> epochs;
-  while (static_cast<int>(epochs.size()) < wanted) {
-    ScnEpoch e;
-    int count = 0;
-    if (!(in >> e.timeMs >> count)) break;
-    for (int j = 0; j < count; ++j) {
-      int prn, bubble;
-      double code, carrier;
-      in >> prn >> code >> carrier >> bubble;
-      e.range[prn] = code;
-    }
-    epochs.push_back(e);
-  }
-  return epochs;
-}
 
 // Unpacks 2-bit Packed bytes (earliest sample in the lowest bits) into centred levels.
 std::vector<float> Unpack(const std::string& bytes, size_t samples) {

@@ -79,7 +79,7 @@ TEST(SampleGeneration, ScintillationValuesLandAsDoublesOverTwoFloatSlots) {
   st.scintPeriod = 1;
   st.scintCounter = 1;  // a reading block
   float g = 0, theta = 0;
-  UpdateScintillation(3, 0, 2, 3, 0, 0, &file, st, g, theta);
+  UpdateScintillation(3, 0, {2, 3, 0}, 0, &file, st, g, theta);
   // 0.5 is 0x3FE00000 00000000: slot 5 takes the low word (0.0f), slot 6 the high word.
   EXPECT_EQ(st.phase[5], 0.0f);
   EXPECT_EQ(st.phase[6], FloatOfWord(0x3FE00000u));  // PRN 4's first slot
@@ -87,7 +87,7 @@ TEST(SampleGeneration, ScintillationValuesLandAsDoublesOverTwoFloatSlots) {
   EXPECT_EQ(g, 0.5f);
   EXPECT_EQ(theta, 0.0f);
   // Another satellite at a reading: its new slot returns to 1 and 0.
-  UpdateScintillation(4, 0, 2, 3, 0, 0, &file, st, g, theta);
+  UpdateScintillation(4, 0, {2, 3, 0}, 0, &file, st, g, theta);
   EXPECT_EQ(st.phase[7], 0.0f);
   EXPECT_EQ(g, 1.0f);
 
@@ -98,7 +98,7 @@ TEST(SampleGeneration, ScintillationValuesLandAsDoublesOverTwoFloatSlots) {
   ScintillationState s1;
   s1.scintPeriod = 2;
   s1.scintCounter = 2;
-  UpdateScintillation(32, 2, 1, 0, 0, 0, &ten, s1, g, theta);
+  UpdateScintillation(32, 2, {1}, 0, &ten, s1, g, theta);
   EXPECT_EQ(s1.phase[63], 0.0f);
   EXPECT_EQ(s1.phase[64], FloatOfWord(0x3FE00000u));
   EXPECT_EQ(s1.amplitude[63], 0.0f);
@@ -108,7 +108,7 @@ TEST(SampleGeneration, ScintillationValuesLandAsDoublesOverTwoFloatSlots) {
   s1.scintCounter = 1;
   s1.amplitude[62] = 1.0f;
   s1.amplitude[63] = 0.5f;
-  UpdateScintillation(32, 2, 1, 0, 0, 0, &ten, s1, g, theta);
+  UpdateScintillation(32, 2, {1}, 0, &ten, s1, g, theta);
   EXPECT_EQ(g, 0.75f);
 }
 
