@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build pkg-config
-  libfmt-dev libcli11-dev libtomlplusplus-dev libeigen3-dev libfftw3-dev
+  libfmt-dev libcli11-dev libtomlplusplus-dev libeigen3-dev libfftw3-dev libcairo2-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   rtklib python3
   gnss-sdr

@@ -18,6 +18,7 @@
 #include "atmosphere/atmosphere_settings.h"
 #include "atmosphere/bubble_settings.h"
 #include "dif/dif_settings.h"
+#include "display/map_settings.h"
 #include "navmsg/nav_message.h"
 #include "platform/setting_table.h"
 #include "scintillation/scint_settings.h"
@@ -91,6 +92,7 @@ struct Settings {
   DifPanel dif;
   NavPanel nav;
   scintillation::ScintSettings scint;
+  display::MapSettings map;
   std::string SettingsFile;  // informational: the file read at start-up
 };
 
