@@ -54,32 +54,37 @@ TEST(TecMap, CellColourFromTheTec) {
 }
 
 TEST(TecMap, CellPlacesOnAndOffTheCanvas) {
+  // The step, 0.052359877559829 rad, is a hair under 3 degrees: a cell that would land on
+  // a whole pixel lands a hair short of it and is cut down (towards 0 when negative).
   EXPECT_EQ(TecCellTop(30), 234);   // equator: 237.5 - 3
   EXPECT_EQ(TecCellTop(0), 472);    // south pole: 475 - 3, mostly below the canvas
-  EXPECT_EQ(TecCellTop(60), -3);    // north pole
+  EXPECT_EQ(TecCellTop(60), -2);    // north pole: -2.99999... cut to -2
   EXPECT_EQ(TecCellTop(61), -10);   // 93 N: -10.9 cut to -10, off the canvas
-  EXPECT_EQ(TecCellLeft(0), 320);   // 0 E: 323 - 3
-  EXPECT_EQ(TecCellLeft(60), 643);  // 180 E: 646 - 3
+  EXPECT_EQ(TecCellLeft(0), 320);   // 0 E: 323 - 3, exact
+  EXPECT_EQ(TecCellLeft(60), 642);  // 180 E: 642.99999...
   EXPECT_EQ(TecCellLeft(61), 2);    // 183 E: 648.38 comes round to 2.38
-  EXPECT_EQ(TecCellLeft(120), 320); // 360 E lands on 0 E
-  EXPECT_EQ(TecCellLeft(240), 966); // 720 E comes round once only: off the canvas
+  EXPECT_EQ(TecCellLeft(120), 319); // 360 E: 965.99999... comes round to 319.99999...
+  EXPECT_EQ(TecCellLeft(240), 965); // 720 E comes round once only: off the canvas
 }
 
 TEST(TecMap, LaterColumnsOverdrawTheFirstTurnOfTheGlobe) {
   TecGrid grid;
   grid.tec.assign(kTecRows * kTecColumns, 0.0);
-  grid.tec[30 * kTecColumns + 120] = 50.0;  // 360 E on the equator
-  grid.tec[30 * kTecColumns + 61] = 100.0;  // 183 E
-  grid.tec[0 * kTecColumns + 0] = 10.5;     // the south pole's row at 0 E
+  grid.tec[30 * kTecColumns + 0] = 10.5;    // 0 E on the equator, under 360 E
+  grid.tec[30 * kTecColumns + 120] = 50.0;  // 360 E: columns 319..324
+  grid.tec[30 * kTecColumns + 61] = 100.0;  // 183 E: columns 2..6
+  grid.tec[0 * kTecColumns + 121] = 10.5;   // the south pole's row at 363 E: from 325
   Canvas canvas(kMapWidth, kMapHeight);
   DrawTecLayer(canvas, grid);
-  // Column 0's cell (tec 0) lies under column 120's at rows 234..241, columns 320..325.
-  EXPECT_EQ(canvas.Pixel(320, 234), Opaque(0x820178));
-  EXPECT_EQ(canvas.Pixel(325, 241), Opaque(0x820178));
-  EXPECT_EQ(canvas.Pixel(326, 238), Opaque(0x0001FF));  // the next column's cell
+  EXPECT_EQ(canvas.Pixel(319, 234), Opaque(0x820178));
+  EXPECT_EQ(canvas.Pixel(324, 241), Opaque(0x820178));
+  EXPECT_EQ(canvas.Pixel(320, 238), Opaque(0x820178));  // none of column 0 is left
+  EXPECT_EQ(canvas.Pixel(325, 238), Opaque(0x0001FF));  // 363 E over 3 E
+  EXPECT_EQ(canvas.Pixel(319, 242), Opaque(0x0001FF));  // the row below
   EXPECT_EQ(canvas.Pixel(2, 238), Opaque(0xFF0100));
-  EXPECT_EQ(canvas.Pixel(7, 238), Opaque(0xFF0100));
-  EXPECT_EQ(canvas.Pixel(320, 474), Opaque(0x1B01E2));
+  EXPECT_EQ(canvas.Pixel(6, 241), Opaque(0xFF0100));
+  EXPECT_EQ(canvas.Pixel(7, 238), Opaque(0x0001FF));    // 186 E from 7.76
+  EXPECT_EQ(canvas.Pixel(325, 474), Opaque(0x1B01E2));  // rows 472..479, cut at 474
 }
 
 TEST(TecMap, BroadcastModelWithoutCoefficientsIsTheNightTimeFloorAndModelOneIsEmpty) {
