@@ -34,7 +34,8 @@ void BM_NequickTecGrid(benchmark::State& bs) {
   d::TecGrid grid;
   std::string error;
   for (auto _ : bs)
-    if (!d::ComputeTecGrid(Request(d::kTecMapNequick), atmosphere, model, grid, error)) std::abort();
+    if (!d::ComputeTecGrid(Request(d::kTecMapNequick), atmosphere, model, grid, error))
+      std::abort();
 }
 BENCHMARK(BM_NequickTecGrid)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 

@@ -1,8 +1,8 @@
 #include "app/map_commands.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "app/scenario_runs.h"
@@ -38,9 +38,10 @@ bool ParseLayers(const std::string& text, std::vector<MapLayer>& layers, std::st
     name = platform::TrimSetting(name);
     const auto layer = display::ParseMapLayer(name);
     if (!layer) {
-      error = fmt::format("map: --layers: unknown layer \"{}\" (known: base, overlay, klobuchar, "
-                          "nequick, sky, bubble)",
-                          name);
+      error = fmt::format(
+          "map: --layers: unknown layer \"{}\" (known: base, overlay, klobuchar, "
+          "nequick, sky, bubble)",
+          name);
       return false;
     }
     layers.push_back(*layer);
@@ -54,9 +55,10 @@ bool ParseOpacity(const std::string& text, display::MapOpacities& opacities, std
   int32_t value = 0;
   std::string why;
   if (eq == std::string::npos || !layer) {
-    error = fmt::format("map: --opacity \"{}\": expected LAYER=VALUE with a layer of base, "
-                        "overlay, klobuchar, nequick, sky, bubble",
-                        text);
+    error = fmt::format(
+        "map: --opacity \"{}\": expected LAYER=VALUE with a layer of base, "
+        "overlay, klobuchar, nequick, sky, bubble",
+        text);
     return false;
   }
   if (!platform::ParseSettingInt(text.substr(eq + 1), value, why) ||
@@ -71,8 +73,8 @@ bool ParseOpacity(const std::string& text, display::MapOpacities& opacities, std
 bool DrawTec(Session& s, MapLayer layer, display::MapScene& scene, std::string& error) {
   const Settings& settings = s.settings;
   display::TecMapRequest request;
-  request.model = layer == MapLayer::kKlobuchar ? display::kTecMapKlobuchar
-                                                : display::kTecMapNequick;
+  request.model =
+      layer == MapLayer::kKlobuchar ? display::kTecMapKlobuchar : display::kTecMapNequick;
   if (request.model == display::kTecMapKlobuchar)
     atmosphere::LoadKlobucharCoefficients(s.atmosphere, settings.atmosphere.ionoTruthTable);
   request.month = settings.scenario.ScenarioMonth;
@@ -92,8 +94,9 @@ void DrawSky(Session& s, display::MapScene& scene) {
     s.messages.Warn("map: no orbits loaded; the sky layer shows the receiver alone");
   } else if (!SkyRowsAtStart(s, rows).ok()) {
     rows.clear();
-    s.messages.Warn("map: the satellites of the scenario's start could not be worked out; the "
-                    "sky layer shows the receiver alone");
+    s.messages.Warn(
+        "map: the satellites of the scenario's start could not be worked out; the "
+        "sky layer shows the receiver alone");
   }
   display::UpdateMapScene(scene.layer(MapLayer::kSkyPlot), sc.ReceiverLatitude * gnss::kDegToRad,
                           sc.ReceiverLongitude * gnss::kDegToRad, rows, s.settings.map.mapLabels);
@@ -178,8 +181,8 @@ bool WritePng(const std::filesystem::path& path, const std::vector<uint8_t>& png
   return true;
 }
 
-int WriteProfilePlot(Session& session, double lat, double lon, int month, double hour,
-                     double flux, const std::string& path) {
+int WriteProfilePlot(Session& session, double lat, double lon, int month, double hour, double flux,
+                     const std::string& path) {
   const display::MapSettings& m = session.settings.map;
   display::ProfileRequest request{lat, lon, month, hour, flux};
   std::vector<double> densities;

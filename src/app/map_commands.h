@@ -24,7 +24,7 @@ bool WritePng(const std::filesystem::path& path, const std::vector<uint8_t>& png
 
 // The profile plot of the electron density model at a place, with the map settings'
 // profileScale and profileColour, written to `path`. Returns 0, or 1 after telling the user.
-int WriteProfilePlot(Session& session, double lat, double lon, int month, double hour,
-                     double flux, const std::string& path);
+int WriteProfilePlot(Session& session, double lat, double lon, int month, double hour, double flux,
+                     const std::string& path);
 
 }  // namespace vorel::app

@@ -108,7 +108,8 @@ void Canvas::DrawPoly(const std::vector<Point>& points, uint32_t pen, uint32_t f
   if (points.empty()) return;
   cairo_t* cr = cr_.get();
   cairo_move_to(cr, points[0].x + 0.5, points[0].y + 0.5);
-  for (size_t i = 1; i < points.size(); ++i) cairo_line_to(cr, points[i].x + 0.5, points[i].y + 0.5);
+  for (size_t i = 1; i < points.size(); ++i)
+    cairo_line_to(cr, points[i].x + 0.5, points[i].y + 0.5);
   cairo_close_path(cr);
   FrameAndFill(cr, pen, fill);
 }

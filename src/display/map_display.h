@@ -18,8 +18,7 @@ class MapDisplay : public observation::EpochDisplay {
  public:
   void ClearSkyPlot() override;
   void UpdateMapScene(double latitudeRad, double longitudeRad,
-                      const std::vector<observation::DisplayRow>& rows,
-                      int32_t labelled) override;
+                      const std::vector<observation::DisplayRow>& rows, int32_t labelled) override;
 
   // Runs `draw` on the scene under the lock (drawing a TEC map, the bubble ...).
   template <typename F>

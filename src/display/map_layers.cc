@@ -56,7 +56,11 @@ std::optional<MapLayer> ParseMapLayer(std::string_view name) {
 }
 
 MapOpacities OpacitiesOf(const MapSettings& s) {
-  return {255, s.overlayOpacity, s.klobucharOpacity, s.nequickOpacity, s.skyPlotOpacity,
+  return {255,
+          s.overlayOpacity,
+          s.klobucharOpacity,
+          s.nequickOpacity,
+          s.skyPlotOpacity,
           s.bubbleOpacity};
 }
 
@@ -113,8 +117,8 @@ void UpdateMapScene(Canvas& canvas, double latRad, double lonRad,
                     const std::vector<observation::DisplayRow>& rows, int32_t labelled) {
   const int x = static_cast<int>(MapX(lonRad * kRadToDeg));
   const int y = static_cast<int>(MapY(latRad * kRadToDeg));
-  canvas.DrawPoly({{x, y + 10}, {x, y}, {x + 3, y - 5}, {x + 6, y}, {x + 6, y + 10}},
-                  kHouseFrame, kHouseFill);
+  canvas.DrawPoly({{x, y + 10}, {x, y}, {x + 3, y - 5}, {x + 6, y}, {x + 6, y + 10}}, kHouseFrame,
+                  kHouseFill);
   for (size_t s = 0; s < rows.size() && s < 32; ++s) {
     const observation::DisplayRow& row = rows[s];
     if (row.status != orbits::kStatusUsable) continue;
@@ -153,7 +157,8 @@ void MarkBubblePoint(Canvas& canvas, double lat, double lon, int32_t kind) {
 void DrawBubbleLayer(Canvas& canvas, const atmosphere::BubblePanelValues& bubble,
                      const std::deque<atmosphere::BubbleMark>& marks) {
   DrawBubble(canvas, bubble);
-  for (const atmosphere::BubbleMark& m : marks) MarkBubblePoint(canvas, m.latitude, m.longitude, m.kind);
+  for (const atmosphere::BubbleMark& m : marks)
+    MarkBubblePoint(canvas, m.latitude, m.longitude, m.kind);
 }
 
 Canvas ComposeMapLayers(const MapScene& scene, const MapOpacities& opacities) {

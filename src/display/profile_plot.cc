@@ -61,8 +61,8 @@ void ProfilePlot::DrawAxes(int32_t scale) {
   for (int k = 0; k <= 6; ++k) {
     const double x = l + std::floor(k * 220.0 / 6.0);
     canvas_.DrawLine(x, b, x, b + 3, kAxis);
-    const std::string label =
-        scale == 0 ? fmt::format("1e{}", 7 + k) : (k == 0 ? "0" : fmt::format("{:.3g}", k / 6.0 * 10.0));
+    const std::string label = scale == 0 ? fmt::format("1e{}", 7 + k)
+                                         : (k == 0 ? "0" : fmt::format("{:.3g}", k / 6.0 * 10.0));
     canvas_.DrawTextCentred(label, x, b + 12, 9.0, kAxis);
   }
   canvas_.DrawTextCentred(scale == 0 ? "electron density (m^-3)" : "electron density (1e12 m^-3)",

@@ -29,8 +29,8 @@ double NequickCell(density_model::ModelState& model, const TecMapRequest& r, dou
   double lon = lonR * kRadToDeg;
   if (lon < -179.9) lon = -179.9;
   double flux = r.solarFlux, ut = r.hour;
-  return 0.1 * density_model::SlantTec(model, lat, lon, 100.0, lat, lon, 20000.0, r.month, flux,
-                                       ut);
+  return 0.1 *
+         density_model::SlantTec(model, lat, lon, 100.0, lat, lon, 20000.0, r.month, flux, ut);
 }
 
 double CellLatitude(int row) { return row * kTecStep - kHalfPi; }

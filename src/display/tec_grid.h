@@ -30,10 +30,10 @@ struct TecGrid {
 // The place and time a map is drawn for.
 struct TecMapRequest {
   int32_t model = kTecMapNequick;
-  int month = 1;               // NeQuick
-  double hour = 0.0;           // NeQuick, universal time in hours
-  double solarFlux = 0.0;      // NeQuick
-  double timeOfWeek = 0.0;     // Klobuchar, seconds
+  int month = 1;            // NeQuick
+  double hour = 0.0;        // NeQuick, universal time in hours
+  double solarFlux = 0.0;   // NeQuick
+  double timeOfWeek = 0.0;  // Klobuchar, seconds
 };
 
 // Klobuchar: the vertical delay of an east-looking ray at elevation 0.6 rad over

@@ -37,9 +37,9 @@ class MapCommand : public ::testing::Test {
 };
 
 TEST_F(MapCommand, WritesAPictureOfTheMapsSize) {
-  const CliResult r = Run({"--set", "tecMapModel=2", "load-orbits",
-                           (DataDir() / "examples" / "yuma147.txt").string(), "map", "-o",
-                           "map.png"});
+  const CliResult r =
+      Run({"--set", "tecMapModel=2", "load-orbits",
+           (DataDir() / "examples" / "yuma147.txt").string(), "map", "-o", "map.png"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_NE(r.out.find("wrote map.png"), std::string::npos);
   EXPECT_EQ(PngSize(ReadFile(dir / "map.png")), std::make_pair(646u, 475u));
@@ -75,8 +75,9 @@ TEST_F(MapCommand, NequickMapIsTheSameOnOneThreadAsOnTwo) {
 }
 
 TEST_F(MapCommand, ProfilePlotLeavesTheProfileTextAsItWas) {
-  const std::vector<std::string> profile = {"profile", "--lat", "46", "--lon", "14", "--month",
-                                            "4", "--ut", "12", "--flux", "120", "--step", "50"};
+  const std::vector<std::string> profile = {"profile", "--lat",  "46",   "--lon", "14",
+                                            "--month", "4",      "--ut", "12",    "--flux",
+                                            "120",     "--step", "50"};
   const CliResult text = Run(profile);
   ASSERT_EQ(text.status, 0) << text.err;
   std::vector<std::string> plotted = profile;

@@ -2,6 +2,8 @@
 // the bubble and its wall crossings, and the opacity of layers. Expected pixels are worked
 // out by hand from the drawing rules, in the comments beside them.
 
+#include "display/map_layers.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,7 +11,6 @@
 #include "atmosphere/atmosphere_state.h"
 #include "density_model/model_state.h"
 #include "display/map_display.h"
-#include "display/map_layers.h"
 #include "display/map_settings.h"
 #include "observation/epoch_sink.h"
 
@@ -56,15 +57,15 @@ TEST(TecMap, CellColourFromTheTec) {
 TEST(TecMap, CellPlacesOnAndOffTheCanvas) {
   // The step, 0.052359877559829 rad, is a hair under 3 degrees: a cell that would land on
   // a whole pixel lands a hair short of it and is cut down (towards 0 when negative).
-  EXPECT_EQ(TecCellTop(30), 234);   // equator: 237.5 - 3
-  EXPECT_EQ(TecCellTop(0), 472);    // south pole: 475 - 3, mostly below the canvas
-  EXPECT_EQ(TecCellTop(60), -2);    // north pole: -2.99999... cut to -2
-  EXPECT_EQ(TecCellTop(61), -10);   // 93 N: -10.9 cut to -10, off the canvas
-  EXPECT_EQ(TecCellLeft(0), 320);   // 0 E: 323 - 3, exact
-  EXPECT_EQ(TecCellLeft(60), 642);  // 180 E: 642.99999...
-  EXPECT_EQ(TecCellLeft(61), 2);    // 183 E: 648.38 comes round to 2.38
-  EXPECT_EQ(TecCellLeft(120), 319); // 360 E: 965.99999... comes round to 319.99999...
-  EXPECT_EQ(TecCellLeft(240), 965); // 720 E comes round once only: off the canvas
+  EXPECT_EQ(TecCellTop(30), 234);    // equator: 237.5 - 3
+  EXPECT_EQ(TecCellTop(0), 472);     // south pole: 475 - 3, mostly below the canvas
+  EXPECT_EQ(TecCellTop(60), -2);     // north pole: -2.99999... cut to -2
+  EXPECT_EQ(TecCellTop(61), -10);    // 93 N: -10.9 cut to -10, off the canvas
+  EXPECT_EQ(TecCellLeft(0), 320);    // 0 E: 323 - 3, exact
+  EXPECT_EQ(TecCellLeft(60), 642);   // 180 E: 642.99999...
+  EXPECT_EQ(TecCellLeft(61), 2);     // 183 E: 648.38 comes round to 2.38
+  EXPECT_EQ(TecCellLeft(120), 319);  // 360 E: 965.99999... comes round to 319.99999...
+  EXPECT_EQ(TecCellLeft(240), 965);  // 720 E comes round once only: off the canvas
 }
 
 TEST(TecMap, LaterColumnsOverdrawTheFirstTurnOfTheGlobe) {
@@ -147,13 +148,13 @@ TEST(SkyPlot, LabelledSatellitesAreTagsAndTracksStayUntilCleared) {
   // Tag: rectangle at top 242, left 474, 10 high, 40 wide; oval 20 by 20 at (484, 237).
   // (508, 246) lies in the rectangle right of the oval; (476, 242) is its frame.
   MapScene copy;
-  display.Edit([&](MapScene& scene) { copy.layer(MapLayer::kSkyPlot) = scene.layer(MapLayer::kSkyPlot); });
+  display.Edit(
+      [&](MapScene& scene) { copy.layer(MapLayer::kSkyPlot) = scene.layer(MapLayer::kSkyPlot); });
   EXPECT_EQ(copy.layer(MapLayer::kSkyPlot).Pixel(508, 246), Opaque(kVisibleFill));
   EXPECT_EQ(copy.layer(MapLayer::kSkyPlot).Pixel(476, 242), Opaque(kVisibleFrame));
   sink.OnRunStart();
-  display.Edit([&](MapScene& scene) {
-    EXPECT_EQ(scene.layer(MapLayer::kSkyPlot).Pixel(508, 246), 0u);
-  });
+  display.Edit(
+      [&](MapScene& scene) { EXPECT_EQ(scene.layer(MapLayer::kSkyPlot).Pixel(508, 246), 0u); });
 }
 
 TEST(Bubble, OutlineFromThePanelValues) {

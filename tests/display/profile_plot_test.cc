@@ -1,10 +1,10 @@
 // The profile plot's axes: six decades or a linear 1e13 over 220 pixels, 1000 km over 376.
 
+#include "display/profile_plot.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
-
-#include "display/profile_plot.h"
 
 namespace vorel::display {
 namespace {
