@@ -5,13 +5,14 @@ import {api, element} from './api.js';
 
 const WIDTH = 646;
 const HEIGHT = 475;
+// Each slider is the layer's opacity setting: the map command draws with the same values.
 const LAYERS = [
   {id: 'base', title: 'Base map', fixed: true},
-  {id: 'overlayLayer', title: 'Overlay'},
-  {id: 'klobucharLayer', title: 'Klobuchar TEC'},
-  {id: 'nequickLayer', title: 'NeQuick TEC'},
-  {id: 'skyPlotLayer', title: 'Sky plot'},
-  {id: 'bubbleLayer', title: 'Bubble'},
+  {id: 'overlayLayer', title: 'Overlay', setting: 'overlayOpacity'},
+  {id: 'klobucharLayer', title: 'Klobuchar TEC', setting: 'klobucharOpacity'},
+  {id: 'nequickLayer', title: 'NeQuick TEC', setting: 'nequickOpacity'},
+  {id: 'skyPlotLayer', title: 'Sky plot', setting: 'skyPlotOpacity'},
+  {id: 'bubbleLayer', title: 'Bubble', setting: 'bubbleOpacity'},
 ];
 
 let renderer = false;
@@ -92,6 +93,12 @@ async function loadLayerPng(layer, version) {
   if (old.startsWith('blob:')) URL.revokeObjectURL(old);
 }
 
+// The sliders take the opacity settings' values (after the settings load or change).
+export function syncOpacities() {
+  for (const slider of document.querySelectorAll('#layer-controls input[type=range]'))
+    slider.syncFromSettings();
+}
+
 export async function refreshMap() {
   if (refreshing) {
     pending = true;
@@ -115,12 +122,6 @@ export async function refreshMap() {
   }
 }
 
-function savedOpacity(id) {
-  const stored = localStorage.getItem(`vorel.opacity.${id}`);
-  const value = Number(stored);
-  return stored !== null && Number.isFinite(value) ? value : 255;
-}
-
 function layerControl(layer, div) {
   const id = `opacity-${layer.id}`;
   const slider = element('input', {id, type: 'range', min: '0', max: '255', step: '1'});
@@ -128,10 +129,19 @@ function layerControl(layer, div) {
   const apply = () => {
     div.style.opacity = String(slider.value / 255);
     value.textContent = slider.value;
-    localStorage.setItem(`vorel.opacity.${layer.id}`, slider.value);
   };
-  slider.value = String(savedOpacity(layer.id));
+  slider.value = '255';
   slider.addEventListener('input', apply);
+  slider.addEventListener('change', async () => {
+    const {ok, data} = await api('/api/settings', {[layer.setting]: slider.value});
+    const field = document.getElementById(`setting-${layer.setting}`);
+    if (ok && data.ok && field) field.value = field.dataset.saved = data.values[layer.setting];
+  });
+  slider.syncFromSettings = () => {
+    const field = document.getElementById(`setting-${layer.setting}`);
+    if (field) slider.value = field.dataset.saved;
+    apply();
+  };
   apply();
   return element('div', {class: 'layer-control'}, element('label', {for: id, text: layer.title}),
       slider, value);

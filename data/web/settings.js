@@ -2,6 +2,7 @@
 // as the server's tables give them. A changed field goes to the server at once and is
 // checked there by the same rules as --set; a refusal is shown beside the field.
 import {api, element} from './api.js';
+import {syncOpacities} from './map.js';
 
 let activePanel = 'scenario';
 
@@ -35,6 +36,7 @@ async function submit(name, input, error) {
     input.classList.remove('invalid');
     error.textContent = '';
     input.classList.add('saved');
+    syncOpacities();
     setTimeout(() => input.classList.remove('saved'), 800);
   } else {
     input.classList.add('invalid');
@@ -67,6 +69,7 @@ export function renderPanels(panels) {
     holder.append(form);
   }
   showPanel(activePanel);
+  syncOpacities();
 }
 
 async function refreshScenarioList() {

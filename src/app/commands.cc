@@ -13,6 +13,7 @@
 #include "app/chart_commands.h"
 #include "app/check_command.h"
 #include "app/record_command.h"
+#include "app/map_commands.h"
 #include "app/scint_commands.h"
 #include "app/orbit_commands.h"
 #include "atmosphere/atmosphere_text.h"
@@ -229,14 +230,18 @@ Action Profile(CLI::App& p) {
   p.add_option("--hmin", a->hmin, "lowest height, km")->capture_default_str();
   p.add_option("--hmax", a->hmax, "height limit (not included), km")->capture_default_str();
   p.add_option("--step", a->step, "height step, km")->capture_default_str();
-  return [a](CommandContext& c) {
+  auto plot = std::make_shared<std::string>();
+  p.add_option("--plot", *plot,
+               "also draw the profile plot (0 to 999 km, profileScale, profileColour) to this PNG");
+  return [a, plot](CommandContext& c) {
     std::string out, error;
     if (density_model::RunProfile(c.session.densityModel, *a, out, error) != 0) {
       c.session.messages.Popup("Error message", error);
       return 1;
     }
     fmt::print("{}", out);
-    return 0;
+    if (plot->empty()) return 0;
+    return WriteProfilePlot(c.session, a->lat, a->lon, a->month, a->ut, a->flux, *plot);
   };
 }
 
@@ -316,8 +321,11 @@ std::vector<CommandSpec> BuildTable() {
        [](CLI::App& p) { return Nav(p, false); }},
       {"nav-all", "", "navigation messages of PRN 1 to 32 (NAV/navbin<prn>, navascii<prn>)", false,
        [](CLI::App& p) { return Nav(p, true); }},
-      {"profile", "--lat D --lon D --month M --ut H --flux F [--hmin --hmax --step]",
+      {"profile", "--lat D --lon D --month M --ut H --flux F [--hmin --hmax --step] [--plot PNG]",
        "electron density profile: height (km) and density (el/m3) per line", false, Profile},
+      {"map", "[--layers L,...] [--opacity L=V ...] -o FILE.png",
+       "the TEC map's layers (world, graticule, TEC, sky, bubble) as a PNG picture", false,
+       MapCommand},
       {"tec", "--lat1 --lon1 --h1 --lat2 --lon2 --h2 --month --ut --flux",
        "slant TEC (1e15 el/m2) and L1 delay (m) between two points", false, Tec},
       {"about", "", "product name and version", false, About},

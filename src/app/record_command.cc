@@ -23,6 +23,7 @@
 #include "gnss/constants.h"
 #include "gnss/time_coords.h"
 #include "orbits/orbit_files.h"
+#include "platform/text_file.h"
 
 namespace vorel::app {
 namespace {
@@ -272,20 +273,6 @@ std::string StartUtc(const ScenarioSettings& sc) {
                      static_cast<int>(whole), millis ? fmt::format(".{:03d}", millis) : "");
 }
 
-bool WriteText(const fs::path& path, const std::string& text, std::string& error) {
-  platform::OutputFile file;
-  if (!file.Open(path)) {
-    error = file.error();
-    return false;
-  }
-  file.Write(text);
-  if (!file.Close()) {
-    error = file.error();
-    return false;
-  }
-  return true;
-}
-
 // Maps the observation run's and the DIF run's own percentages onto one scale for the
 // whole command, so that the time left is reckoned over all of it.
 class CombinedProgress {
@@ -422,8 +409,8 @@ int Run(CommandContext& c, const RecordOptions& o) {
   std::string config, error;
   const bool haveConfig = dif::GnssSdrConfig(w.description, receiver, config, error);
   if (!haveConfig) s.messages.Warn(fmt::format("record: no GNSS-SDR configuration: {}", error));
-  if (!WriteText(w.meta, dif::SigmfMetaJson(w.description), error) ||
-      (haveConfig && !WriteText(w.config, config, error))) {
+  if (!platform::WriteWholeFile(w.meta, dif::SigmfMetaJson(w.description), error) ||
+      (haveConfig && !platform::WriteWholeFile(w.config, config, error))) {
     fmt::print(stderr, "Error message: {}\n", error);
     return 1;
   }

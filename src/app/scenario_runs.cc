@@ -455,6 +455,29 @@ platform::Status TraceFirstEpochRays(Session& session,
   return platform::Status::Ok();
 }
 
+gnss::GpsTime ScenarioStartTime(const ScenarioSettings& s) { return ScenarioGpsTime(s); }
+
+platform::Status SkyRowsAtStart(Session& session, std::vector<observation::DisplayRow>& rows) {
+  Settings settings = session.settings;
+  settings.scenario.TrajectoryMode = 1;
+  settings.atmosphere.atmosphereEnabled = 0;
+  settings.bubble.bubbleEnabled = 0;
+  settings.bubble.bubbleRecordEnabled = 0;
+  observation::TrajectoryRunArgs args;
+  platform::Status prepared = ReceiverRunArgs(session, settings, args);
+  if (!prepared.ok()) return prepared;
+  if (settings.scenario.KeepOrbitEpochs == 0) {
+    const gnss::GpsTime start = ScenarioGpsTime(settings.scenario);
+    RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
+  }
+  observation::EpochState state;
+  platform::RandState rand;
+  observation::EpochEnvironment env{session.constellation, state, rand, nullptr, {}};
+  observation::ComputeFirstEpoch(env, args);
+  rows = state.displayRows;
+  return platform::Status::Ok();
+}
+
 platform::Status RunRawGeneration(Session& session) {
   platform::RunActiveScope active(session.RunActive);
   const Settings first = session.settings;

@@ -40,6 +40,16 @@ platform::Status TraceFirstEpochRays(Session& session,
                                      std::vector<observation::ModelAtmosphere::Ray>& rays,
                                      gnss::GpsTime& epoch);
 
+// The scenario's start as GPS week and seconds of the week.
+gnss::GpsTime ScenarioStartTime(const ScenarioSettings& s);
+
+// What the map's sky layer shows of the scenario's first epoch: the display rows of the
+// loaded orbits seen from the scenario's receiver (its static position), computed with
+// the atmosphere off so that no delay, bubble mark or record comes of it. The program
+// start's epoch counter and atmosphere state are left as they were; the orbits are
+// re-dated as a run would re-date them.
+platform::Status SkyRowsAtStart(Session& session, std::vector<observation::DisplayRow>& rows);
+
 // One receiver, static or on a trajectory. Every input is checked before the record
 // file is opened; the record is written under a temporary name and takes its own name
 // only when it was written whole. Failed (reported as an "Error message" popup) when the

@@ -49,6 +49,7 @@ std::vector<SettingDef> BuildRegistry() {
   Append<NavPanel, &Settings::nav>(r, navmsg::NavSettingTable());
   Append<DifPanel, &Settings::dif>(r, dif::DifSettingTable());
   Append<scintillation::ScintSettings, &Settings::scint>(r, scintillation::ScintSettingTable());
+  Append<display::MapSettings, &Settings::map>(r, display::MapSettingTable());
   std::sort(r.begin(), r.end(),
             [](const SettingDef& a, const SettingDef& b) { return a.name < b.name; });
   return r;

@@ -21,6 +21,7 @@
 #include "atmosphere/atmosphere_settings.h"
 #include "atmosphere/bubble_settings.h"
 #include "dif/dif_settings.h"
+#include "display/map_settings.h"
 #include "navmsg/nav_message.h"
 #include "platform/setting_table.h"
 #include "scintillation/scint_settings.h"
@@ -99,6 +100,7 @@ struct Settings {
   DifPanel dif;
   NavPanel nav;
   scintillation::ScintSettings scint;
+  display::MapSettings map;
   std::string SettingsFile;  // informational: the file read at start-up
   // Names a source (scenario file, --set) gave explicitly. A profile leaves them alone.
   std::set<std::string, std::less<>> given;

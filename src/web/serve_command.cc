@@ -12,6 +12,7 @@
 
 #include "app/startup.h"
 #include "web/access.h"
+#include "web/display_layers.h"
 #include "web/web_server.h"
 
 namespace vorel::web {
@@ -64,9 +65,13 @@ int Serve(app::CommandContext& c, const ServeOptions& o) {
     fmt::print(stderr, "vorel serve: {}\n", error);
     return 2;
   }
+  std::string mapWarning;
+  DisplayMapLayers mapLayers(c.session.dataDir.root(), mapWarning);
+  if (!mapWarning.empty()) c.session.messages.Warn(mapWarning);
   ServerOptions options;
   options.host = o.host.empty() ? "127.0.0.1" : o.host;
   options.port = o.port;
+  options.mapLayers = &mapLayers;
   WebServer server(c.session, options);
   if (!server.Bind(error)) {
     fmt::print(stderr, "vorel serve: {}\n", error);

@@ -9,6 +9,7 @@
 #include "atmosphere/atmosphere_settings.h"
 #include "atmosphere/bubble_settings.h"
 #include "dif/dif_settings.h"
+#include "display/map_settings.h"
 #include "navmsg/nav_message.h"
 #include "scintillation/scint_settings.h"
 
@@ -33,7 +34,8 @@ constexpr PanelDef kPanels[] = {{"scenario", "Scenario and receiver"},
                                 {"dif", "DIF parameters"},
                                 {"stations", "Reference stations"},
                                 {"navigation", "Navigation"},
-                                {"scintillation", "Scintillation"}};
+                                {"scintillation", "Scintillation"},
+                                {"map", "Map"}};
 
 json Field(const app::SettingDef& def, std::span<const std::string_view> choices,
            const app::Settings& settings) {
@@ -61,6 +63,7 @@ void ForEachEntry(Visit&& visit) {
   table("stations", app::StationSettingTable());
   table("navigation", navmsg::NavSettingTable());
   table("scintillation", scintillation::ScintSettingTable());
+  table("map", display::MapSettingTable());
 }
 
 }  // namespace

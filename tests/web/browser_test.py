@@ -118,17 +118,23 @@ def session(page, example_orbits):
     # Opacity 0 hides the sky plot and keeps what it holds.
     slider = page.by_id("opacity-skyPlotLayer")
     page.driver.execute_script(
-        "arguments[0].value = 0; arguments[0].dispatchEvent(new Event('input'))", slider)
+        "arguments[0].value = 0; arguments[0].dispatchEvent(new Event('input'));"
+        "arguments[0].dispatchEvent(new Event('change'))", slider)
+    # The slider is the skyPlotOpacity setting.
+    page.until("skyPlotOpacity 0", lambda: page.by_id("setting-skyPlotOpacity")
+               .get_attribute("data-saved") == "0")
     opacity = page.driver.execute_script(
         "return getComputedStyle(document.querySelector('[data-layer=\"skyPlotLayer\"]')).opacity")
     assert opacity == "0", opacity
     kept = page.driver.execute_script(
         "const c = document.querySelector('[data-layer-canvas=\"skyPlotLayer\"]');"
-        "return c.hidden || Number(c.dataset.satellites) > 0")
+        "const img = document.querySelector('[data-layer=\"skyPlotLayer\"] img');"
+        "return c.hidden ? !img.hidden && img.naturalWidth > 0 : Number(c.dataset.satellites) > 0")
     assert kept
     page.shot("sky-plot-hidden")
     page.driver.execute_script(
-        "arguments[0].value = 255; arguments[0].dispatchEvent(new Event('input'))", slider)
+        "arguments[0].value = 255; arguments[0].dispatchEvent(new Event('input'));"
+        "arguments[0].dispatchEvent(new Event('change'))", slider)
 
     # A DIF run of the test signal, stopped as with the first Ctrl-C.
     page.set_and_wait("ScenarioDriven", "0")

@@ -22,12 +22,13 @@ TEST(SettingsForm, EverySettingSitsOnExactlyOnePanelWithItsTableFacts) {
       panelOf[s["name"]] = panel["id"];
     }
   EXPECT_EQ(panelOf.size(), app::SettingRegistry().size());
-  EXPECT_EQ(panels.size(), 8u);
+  EXPECT_EQ(panels.size(), 9u);
   EXPECT_EQ(panelOf["OrbitFile"], "orbits");
   EXPECT_EQ(panelOf["ReceiverLatitude"], "scenario");
   EXPECT_EQ(panelOf["StationMask"], "stations");
   EXPECT_EQ(panelOf["bubbleLatitude"], "bubble");
   EXPECT_EQ(PanelOf("navPrn"), "navigation");
+  EXPECT_EQ(PanelOf("skyPlotOpacity"), "map");
   EXPECT_EQ(PanelOf("NoSuchSetting"), "");
   // A field carries what the settings reference says: unit, range, and the --set form.
   for (const auto& s : panels[0]["settings"])

@@ -11,6 +11,7 @@
 
 #include "app/startup.h"
 #include "test_support.h"
+#include "web/display_layers.h"
 #include "web/web_server.h"
 
 namespace vorel::web {
@@ -25,7 +26,7 @@ class WebServerTest : public ::testing::Test {
  protected:
   WebServerTest() : dir("web-server") {}
 
-  void Start(size_t uploadLimit = kUploadLimit) {
+  void Start(size_t uploadLimit = kUploadLimit, MapLayerSource* mapLayers = nullptr) {
     app::GlobalOptions global;
     global.dataDir = (dir / "VLD").string();
     global.quiet = true;
@@ -38,6 +39,7 @@ class WebServerTest : public ::testing::Test {
     options.port = 0;
     options.token = kToken;
     options.uploadLimit = uploadLimit;
+    options.mapLayers = mapLayers;
     server = std::make_unique<WebServer>(*session, options);
     ASSERT_TRUE(server->Bind(error)) << error;
     listener = std::thread([this] { server->Listen(); });
@@ -265,6 +267,39 @@ TEST_F(WebServerTest, UploadsAreSizeLimitedAndLoaded) {
   const json status = WaitForRun();
   EXPECT_EQ(status["state"], "finished");
   EXPECT_TRUE(status["orbits"]["valid"]);
+}
+
+// Width and height from a PNG's header chunk (big-endian, bytes 16 to 23).
+std::pair<int, int> PngSize(const std::string& png) {
+  const auto word = [&](size_t at) {
+    int v = 0;
+    for (size_t i = at; i < at + 4; ++i) v = v * 256 + static_cast<unsigned char>(png[i]);
+    return v;
+  };
+  return png.size() < 24 ? std::pair{0, 0} : std::pair{word(16), word(20)};
+}
+
+TEST_F(WebServerTest, TheRenderersLayersAreServedAsPngAndFollowTheRun) {
+  std::string warning;
+  DisplayMapLayers layers(dir / "VLD", warning);
+  Start(kUploadLimit, &layers);
+  EXPECT_TRUE(Get("/api/map/scene")["renderer"]);
+  auto base = client->Get("/api/map/base.png", Auth());
+  ASSERT_TRUE(base);
+  EXPECT_EQ(base->status, 200);
+  EXPECT_EQ(base->body.substr(0, 8), "\x89PNG\r\n\x1a\n");
+  EXPECT_EQ(PngSize(base->body), (std::pair{646, 475}));
+  EXPECT_EQ(client->Get("/api/map/sky.png", Auth())->status, 404);  // the page's names only
+  const std::string before = client->Get("/api/map/skyPlotLayer.png", Auth())->body;
+
+  LoadExampleOrbits();
+  Post("/api/settings",
+       {{"ScenarioHour", "5"}, {"ObservationInterval", "100"}, {"ScenarioDuration", "2"}}, 200);
+  Post("/api/runs", {{"command", "obs"}}, 202);
+  EXPECT_EQ(WaitForRun()["state"], "finished");
+  const std::string after = client->Get("/api/map/skyPlotLayer.png", Auth())->body;
+  EXPECT_EQ(PngSize(after), (std::pair{646, 475}));
+  EXPECT_NE(after, before);  // the receiver and satellites were drawn at the display tick
 }
 
 }  // namespace
