@@ -2,10 +2,10 @@
 // The map area of the page: a stack of 646 x 475 layers, each a PNG the page fetches from
 // GET /api/map/<layer>.png, and the sky plot scene of the run in progress.
 //
-// A renderer of the layers plugs in through MapLayerSource: it draws a layer on request
-// and takes the run's map scene. Wiring one takes an implementation of these two calls
-// and ServerOptions::mapLayers; without one the layer endpoints answer 204 (nothing drawn) and the
-// page draws the sky plot itself from GET /api/map/scene.
+// A renderer of the layers plugs in through MapLayerSource (DisplayMapLayers is the
+// display module's): it draws a layer on request and takes the run's map scene. Without
+// one the layer endpoints answer 204 (nothing drawn) and the page draws the sky plot
+// itself from GET /api/map/scene.
 
 #include <cstdint>
 #include <mutex>
