@@ -17,7 +17,7 @@ build: configure
 	cmake --build --preset $(PRESET) -j $(JOBS)
 
 test: build
-	ctest --preset $(PRESET) -j $(JOBS) -L 'unit|integration|realclient'
+	ctest --preset $(PRESET) -j $(JOBS) -L 'unit|integration|realclient|browser'
 
 check: build
 	ctest --preset $(PRESET) -j $(JOBS) -L unit

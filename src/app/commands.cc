@@ -21,6 +21,7 @@
 #include "navmsg/nav_message.h"
 #include "orbits/constellation_ops.h"
 #include "orbits/orbit_files.h"
+#include "web/serve_command.h"
 
 namespace vorel::app {
 namespace {
@@ -370,6 +371,9 @@ std::vector<CommandSpec> BuildTable() {
        "the colour map editor's intensity plot, table and colour map", false, ColourMapCommand},
       {"scene-3d", "-o JSON", "Earth and ionosphere meshes and the satellites at the scenario "
                              "time, as JSON", false, Scene3dCommand},
+      {"serve", "[--port N] [--host ADDR] [--data-dir DIR]",
+       "the local web interface: scenario pages, runs with live progress, the map", false,
+       web::ServeCommand},
   };
 }
 
@@ -387,7 +391,8 @@ std::vector<CommandSpec> BuildFlaggedTable() {
                                    "nav-rinex", "bubble-rays"});
     c.writesNothing = among(c.name, {"about", "show-settings", "convert-flux", "convert-sunspot",
                                      "profile", "tec", "set-time", "show-orbit", "load-orbits",
-                                     "galileo", "bubble-rays", "bubble-marks", "scint-clear"});
+                                     "galileo", "bubble-rays", "bubble-marks", "scint-clear",
+                                     "serve"});
   }
   return table;
 }

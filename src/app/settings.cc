@@ -324,6 +324,22 @@ std::string NearestSettingName(std::string_view name) {
   return best ? std::string(best->name) : std::string();
 }
 
+std::string SettingText(const SettingDef& def, const Settings& settings) {
+  // What show-settings prints is a TOML value; the text form is what a scenario file's
+  // value turns into on its way to the reader.
+  const std::string shown = def.show(settings);
+  try {
+    const toml::table parsed = toml::parse("v = " + shown);
+    std::string text;
+    if (const toml::node* node = parsed.get("v"); node && TomlToText(*node, text)) return text;
+  } catch (const toml::parse_error&) {
+  }
+  // A path with backslashes is no valid TOML string; its quotes alone go.
+  if (shown.size() >= 2 && shown.front() == '"' && shown.back() == '"')
+    return shown.substr(1, shown.size() - 2);
+  return shown;
+}
+
 bool ApplySetAssignment(Settings& settings, std::string_view assignment, std::string_view source,
                         std::string& error) {
   const size_t eq = assignment.find('=');

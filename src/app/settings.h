@@ -149,6 +149,10 @@ const SettingDef* FindSetting(std::string_view name);
 // The known name closest to `name` (edit distance, case-insensitive).
 std::string NearestSettingName(std::string_view name);
 
+// The value in the text form "--set" takes ("a,b,c" for a list, a path without quotes):
+// what a form shows in a field and hands back through fromText.
+std::string SettingText(const SettingDef& def, const Settings& settings);
+
 // Applies "Name=value". Returns false with a message naming the source.
 bool ApplySetAssignment(Settings& settings, std::string_view assignment, std::string_view source,
                         std::string& error);

@@ -1,0 +1,10 @@
+// The page's start: every part loads at once; none waits for another.
+import {initSettings} from './settings.js';
+import {initRuns} from './runs.js';
+import {initMap} from './map.js';
+import {initFiles} from './files.js';
+
+initMap();
+Promise.all([initSettings(), initRuns(), initFiles()]).then(() => {
+  document.body.dataset.ready = 'true';
+});
