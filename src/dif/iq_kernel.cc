@@ -1,0 +1,215 @@
+#include "dif/iq_kernel.h"
+
+#include <algorithm>
+#include <cmath>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+#include "dif/lanes.h"
+
+namespace vorel::dif {
+
+const IqCarrierTable& CarrierTableIq() {
+  static const IqCarrierTable table = [] {
+    IqCarrierTable t;
+    for (int m = 0; m < kIqCarrierSize; ++m) {
+      // The middle of the bin: truncating the phase then costs no mean phase offset.
+      const double a = 2.0 * M_PI * (m + 0.5) / kIqCarrierSize;
+      t.cos[m] = static_cast<float>(std::cos(a));
+      t.sin[m] = static_cast<float>(std::sin(a));
+    }
+    return t;
+  }();
+  return table;
+}
+
+void MakeIqCodeTable(int32_t prnIndex, IqCodeTable& table) {
+  int32_t chips[kChipsPerCode];
+  CaCodeChips(prnIndex, chips);
+  for (int p = 0; p < kIqCodePeriods; ++p)
+    for (int c = 0; c < kChipsPerCode; ++c)
+      table.chips[p * kChipsPerCode + c] = static_cast<float>(chips[c]);
+}
+
+void SetIqPeriodStarts(IqChannelPlan& plan, int64_t count) {
+  plan.periodStart[0] = 0;
+  for (int k = 1; k <= kIqCodePeriods; ++k) {
+    const uint64_t boundary = (static_cast<uint64_t>(k) * kChipsPerCode) << 32;
+    int64_t start = count;
+    if (plan.codeStep > 0 && boundary > plan.codePhase) {
+      const uint64_t need = boundary - plan.codePhase;
+      const uint64_t steps = (need + plan.codeStep - 1) / plan.codeStep;
+      start = static_cast<int64_t>(std::min<uint64_t>(steps, static_cast<uint64_t>(count)));
+    }
+    plan.periodStart[k] = std::max(start, plan.periodStart[k - 1]);
+  }
+}
+
+namespace {
+
+constexpr int kCarrierShift = 32 - kIqCarrierBits;
+
+void PlainRange(const IqChannelPlan& p, float gain, int64_t a, int64_t b, int32_t first,
+                float* I, float* Q) {
+  const float* chips = p.code->chips.data();
+  const IqCarrierTable& t = CarrierTableIq();
+  for (int64_t s = a; s < b; ++s) {
+    const uint64_t phase = p.codePhase + static_cast<uint64_t>(s) * p.codeStep;
+    const uint32_t theta = p.carrierPhase + static_cast<uint32_t>(s) * p.carrierStep;
+    const float v = gain * chips[phase >> 32];
+    const uint32_t m = theta >> kCarrierShift;
+    const int64_t k = s - first;
+    I[k] = I[k] + v * t.cos[m];
+    Q[k] = Q[k] + v * t.sin[m];
+  }
+}
+
+// The periods of the plan that meet first..end-1, each with its own gain.
+template <typename Range>
+void ForEachPeriod(const IqChannelPlan& p, int32_t first, int32_t end, Range range) {
+  for (int k = 0; k < kIqCodePeriods; ++k) {
+    const int64_t a = std::max<int64_t>(first, p.periodStart[k]);
+    const int64_t b = std::min<int64_t>(end, p.periodStart[k + 1]);
+    if (a < b) range(p.gain[k], a, b);
+  }
+}
+
+#if defined(__x86_64__)
+__attribute__((target("avx2"))) inline lanes::Vec<8>::F Gather(const float* table,
+                                                              lanes::Vec<8>::U index) {
+  return reinterpret_cast<lanes::Vec<8>::F>(
+      _mm256_i32gather_ps(table, reinterpret_cast<__m256i>(index), 4));
+}
+
+__attribute__((target("avx512f"))) inline lanes::Vec<16>::F Gather(const float* table,
+                                                                  lanes::Vec<16>::U index) {
+  return reinterpret_cast<lanes::Vec<16>::F>(
+      _mm512_i32gather_ps(reinterpret_cast<__m512i>(index), table, 4));
+}
+
+// W samples a step. The code phase is a 64-bit number held as two 32-bit lanes (the low
+// word and the chip), moved on with the carry; the carrier phase wraps in 32 bits as in
+// the plain loop. The tail runs the plain loop.
+template <int W>
+VOREL_LANES_INLINE void LanesRange(const IqChannelPlan& p, float gain, int64_t a, int64_t b,
+                                   int32_t first, float* I, float* Q) {
+  using F = typename lanes::Vec<W>::F;
+  using U = typename lanes::Vec<W>::U;
+  int64_t s = a;
+  if (b - a >= W) {
+    U lo, hi, theta;
+    for (int l = 0; l < W; ++l) {
+      const uint64_t phase = p.codePhase + static_cast<uint64_t>(s + l) * p.codeStep;
+      lo[l] = static_cast<uint32_t>(phase);
+      hi[l] = static_cast<uint32_t>(phase >> 32);
+      theta[l] = p.carrierPhase + static_cast<uint32_t>(s + l) * p.carrierStep;
+    }
+    const uint64_t codeW = static_cast<uint64_t>(W) * p.codeStep;
+    const U loStep = lanes::Splat<U>(static_cast<uint32_t>(codeW));
+    const U hiStep = lanes::Splat<U>(static_cast<uint32_t>(codeW >> 32));
+    const U thetaStep = lanes::Splat<U>(static_cast<uint32_t>(W) * p.carrierStep);
+    const F g = lanes::Splat<F>(gain);
+    const float* chips = p.code->chips.data();
+    const IqCarrierTable& t = CarrierTableIq();
+    for (; s + W <= b; s += W) {
+      const U m = theta >> kCarrierShift;
+      const F v = g * Gather(chips, hi);
+      const F c = Gather(t.cos.data(), m);
+      const F sn = Gather(t.sin.data(), m);
+      float* pi = I + (s - first);
+      float* pq = Q + (s - first);
+      lanes::StoreU(pi, lanes::LoadU<F>(pi) + v * c);
+      lanes::StoreU(pq, lanes::LoadU<F>(pq) + v * sn);
+      const U next = lo + loStep;
+      hi = hi + hiStep - reinterpret_cast<U>(next < loStep);  // a carry out of the low word
+      lo = next;
+      theta = theta + thetaStep;
+    }
+  }
+  PlainRange(p, gain, s, b, first, I, Q);
+}
+
+__attribute__((target("avx2"))) void Range8(const IqChannelPlan& p, float gain, int64_t a,
+                                            int64_t b, int32_t first, float* I, float* Q) {
+  LanesRange<8>(p, gain, a, b, first, I, Q);
+}
+
+__attribute__((target("avx512f"))) void Range16(const IqChannelPlan& p, float gain, int64_t a,
+                                                int64_t b, int32_t first, float* I, float* Q) {
+  LanesRange<16>(p, gain, a, b, first, I, Q);
+}
+#endif
+
+}  // namespace
+
+void AddIqChannelPlain(const IqChannelPlan& plan, int32_t first, int32_t end, float* i, float* q) {
+  ForEachPeriod(plan, first, end, [&](float gain, int64_t a, int64_t b) {
+    PlainRange(plan, gain, a, b, first, i, q);
+  });
+}
+
+void AddIqChannelFast(const IqChannelPlan& plan, int32_t first, int32_t end, float* i, float* q) {
+#if defined(__x86_64__)
+  static const int width = __builtin_cpu_supports("avx512f") ? 16
+                           : __builtin_cpu_supports("avx2")  ? 8
+                                                             : 1;
+  if (width == 16) {
+    ForEachPeriod(plan, first, end, [&](float gain, int64_t a, int64_t b) {
+      Range16(plan, gain, a, b, first, i, q);
+    });
+    return;
+  }
+  if (width == 8) {
+    ForEachPeriod(plan, first, end, [&](float gain, int64_t a, int64_t b) {
+      Range8(plan, gain, a, b, first, i, q);
+    });
+    return;
+  }
+#endif
+  AddIqChannelPlain(plan, first, end, i, q);
+}
+
+namespace {
+
+template <typename T>
+inline T RoundAndHold(float x, int32_t low, int32_t high, int64_t& held) {
+  const float t = x + (x < 0.0f ? -0.5f : 0.5f);
+  if (t >= static_cast<float>(high + 1)) {
+    ++held;
+    return static_cast<T>(high);
+  }
+  if (t <= static_cast<float>(low - 1)) {
+    ++held;
+    return static_cast<T>(low);
+  }
+  if (!(t == t)) return 0;
+  return static_cast<T>(static_cast<int32_t>(t));
+}
+
+}  // namespace
+
+int64_t QuantiseIq(const float* i, const float* q, int32_t count, int bytesPerValue,
+                   uint8_t* out) {
+  int64_t held = 0;
+  if (bytesPerValue == 1) {
+    for (int32_t k = 0; k < count; ++k) {
+      out[2 * k] = static_cast<uint8_t>(RoundAndHold<int8_t>(i[k], -128, 127, held));
+      out[2 * k + 1] = static_cast<uint8_t>(RoundAndHold<int8_t>(q[k], -128, 127, held));
+    }
+    return held;
+  }
+  for (int32_t k = 0; k < count; ++k) {
+    const auto vi = static_cast<uint16_t>(RoundAndHold<int16_t>(i[k], -32768, 32767, held));
+    const auto vq = static_cast<uint16_t>(RoundAndHold<int16_t>(q[k], -32768, 32767, held));
+    uint8_t* o = out + 4 * static_cast<int64_t>(k);
+    o[0] = static_cast<uint8_t>(vi);
+    o[1] = static_cast<uint8_t>(vi >> 8);
+    o[2] = static_cast<uint8_t>(vq);
+    o[3] = static_cast<uint8_t>(vq >> 8);
+  }
+  return held;
+}
+
+}  // namespace vorel::dif
