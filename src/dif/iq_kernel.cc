@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -85,8 +86,9 @@ __attribute__((target("avx2"))) inline lanes::Vec<8>::F Gather(const float* tabl
 
 __attribute__((target("avx512f"))) inline lanes::Vec<16>::F Gather(const float* table,
                                                                   lanes::Vec<16>::U index) {
-  return reinterpret_cast<lanes::Vec<16>::F>(
-      _mm512_i32gather_ps(reinterpret_cast<__m512i>(index), table, 4));
+  // The masked form with a zeroed source: every lane is loaded, nothing is left undefined.
+  return reinterpret_cast<lanes::Vec<16>::F>(_mm512_mask_i32gather_ps(
+      _mm512_setzero_ps(), 0xFFFF, reinterpret_cast<__m512i>(index), table, 4));
 }
 
 // W samples a step. The code phase is a 64-bit number held as two 32-bit lanes (the low
@@ -173,42 +175,123 @@ void AddIqChannelFast(const IqChannelPlan& plan, int32_t first, int32_t end, flo
 
 namespace {
 
-template <typename T>
-inline T RoundAndHold(float x, int32_t low, int32_t high, int64_t& held) {
+// Round to nearest, ties away from zero, held at low..high; NaN gives 0. The plain form of
+// the quantiser and the reference of the lanes below.
+inline int32_t RoundAndHold(float x, float low, float high, int64_t& held) {
   const float t = x + (x < 0.0f ? -0.5f : 0.5f);
-  if (t >= static_cast<float>(high + 1)) {
+  if (t >= high + 1.0f) {
     ++held;
-    return static_cast<T>(high);
+    return static_cast<int32_t>(high);
   }
-  if (t <= static_cast<float>(low - 1)) {
+  if (t <= low - 1.0f) {
     ++held;
-    return static_cast<T>(low);
+    return static_cast<int32_t>(low);
   }
   if (!(t == t)) return 0;
-  return static_cast<T>(static_cast<int32_t>(t));
+  return static_cast<int32_t>(t);
 }
+
+void PutValue(uint8_t* out, int64_t index, int32_t v, int bytes) {
+  if (bytes == 1) {
+    out[index] = static_cast<uint8_t>(v);
+  } else {
+    out[2 * index] = static_cast<uint8_t>(v);
+    out[2 * index + 1] = static_cast<uint8_t>(static_cast<uint32_t>(v) >> 8);
+  }
+}
+
+void QuantisePlain(const float* i, const float* q, int32_t first, int32_t count, int bytes,
+                   uint8_t* out, int64_t& held) {
+  const float low = bytes == 1 ? -128.0f : -32768.0f;
+  const float high = bytes == 1 ? 127.0f : 32767.0f;
+  for (int32_t k = first; k < count; ++k) {
+    PutValue(out, 2 * static_cast<int64_t>(k), RoundAndHold(i[k], low, high, held), bytes);
+    PutValue(out, 2 * static_cast<int64_t>(k) + 1, RoundAndHold(q[k], low, high, held), bytes);
+  }
+}
+
+#if defined(__x86_64__)
+// The same steps on W lanes; the comparisons count the held values.
+template <int W>
+VOREL_LANES_INLINE typename lanes::Vec<W>::I RoundLanes(typename lanes::Vec<W>::F x, float low,
+                                                        float high, int64_t& held) {
+  using F = typename lanes::Vec<W>::F;
+  using I = typename lanes::Vec<W>::I;
+  const F zero = lanes::Splat<F>(0.0f);
+  const F t = x + (x < zero ? lanes::Splat<F>(-0.5f) : lanes::Splat<F>(0.5f));
+  const I over = t >= lanes::Splat<F>(high + 1.0f);
+  const I under = t <= lanes::Splat<F>(low - 1.0f);
+  const I nan = t != t;
+  F held1 = over ? lanes::Splat<F>(high) : t;
+  held1 = under ? lanes::Splat<F>(low) : held1;
+  held1 = nan ? zero : held1;
+  const I counted = over | under;
+  for (int l = 0; l < W; ++l) held -= counted[l];
+  return __builtin_convertvector(held1, I);
+}
+
+template <int W>
+VOREL_LANES_INLINE int32_t QuantiseLanes(const float* i, const float* q, int32_t count, int bytes,
+                                         uint8_t* out, int64_t& held) {
+  using F = typename lanes::Vec<W>::F;
+  const float low = bytes == 1 ? -128.0f : -32768.0f;
+  const float high = bytes == 1 ? 127.0f : 32767.0f;
+  int32_t k = 0;
+  for (; k + W <= count; k += W) {
+    const auto vi = RoundLanes<W>(lanes::LoadU<F>(i + k), low, high, held);
+    const auto vq = RoundLanes<W>(lanes::LoadU<F>(q + k), low, high, held);
+    if (bytes == 1) {
+      uint8_t* o = out + 2 * static_cast<int64_t>(k);
+      for (int l = 0; l < W; ++l) {
+        o[2 * l] = static_cast<uint8_t>(vi[l]);
+        o[2 * l + 1] = static_cast<uint8_t>(vq[l]);
+      }
+    } else {
+      uint8_t* o = out + 4 * static_cast<int64_t>(k);
+      for (int l = 0; l < W; ++l) {  // x86 is little-endian: the words as they lie
+        const uint16_t w[2] = {static_cast<uint16_t>(vi[l]), static_cast<uint16_t>(vq[l])};
+        std::memcpy(o + 4 * l, w, 4);
+      }
+    }
+  }
+  return k;
+}
+
+__attribute__((target("avx2"))) int32_t Quantise8(const float* i, const float* q, int32_t count,
+                                                  int bytes, uint8_t* out, int64_t& held) {
+  return QuantiseLanes<8>(i, q, count, bytes, out, held);
+}
+
+__attribute__((target("avx512f,avx512bw"))) int32_t Quantise16(const float* i, const float* q,
+                                                               int32_t count, int bytes,
+                                                               uint8_t* out, int64_t& held) {
+  return QuantiseLanes<16>(i, q, count, bytes, out, held);
+}
+#endif
 
 }  // namespace
 
 int64_t QuantiseIq(const float* i, const float* q, int32_t count, int bytesPerValue,
                    uint8_t* out) {
   int64_t held = 0;
-  if (bytesPerValue == 1) {
-    for (int32_t k = 0; k < count; ++k) {
-      out[2 * k] = static_cast<uint8_t>(RoundAndHold<int8_t>(i[k], -128, 127, held));
-      out[2 * k + 1] = static_cast<uint8_t>(RoundAndHold<int8_t>(q[k], -128, 127, held));
-    }
-    return held;
-  }
-  for (int32_t k = 0; k < count; ++k) {
-    const auto vi = static_cast<uint16_t>(RoundAndHold<int16_t>(i[k], -32768, 32767, held));
-    const auto vq = static_cast<uint16_t>(RoundAndHold<int16_t>(q[k], -32768, 32767, held));
-    uint8_t* o = out + 4 * static_cast<int64_t>(k);
-    o[0] = static_cast<uint8_t>(vi);
-    o[1] = static_cast<uint8_t>(vi >> 8);
-    o[2] = static_cast<uint8_t>(vq);
-    o[3] = static_cast<uint8_t>(vq >> 8);
-  }
+  int32_t done = 0;
+#if defined(__x86_64__)
+  static const int width = __builtin_cpu_supports("avx512bw") ? 16
+                           : __builtin_cpu_supports("avx2")   ? 8
+                                                              : 1;
+  if (width == 16)
+    done = Quantise16(i, q, count, bytesPerValue, out, held);
+  else if (width == 8)
+    done = Quantise8(i, q, count, bytesPerValue, out, held);
+#endif
+  QuantisePlain(i, q, done, count, bytesPerValue, out, held);
+  return held;
+}
+
+int64_t QuantiseIqPlain(const float* i, const float* q, int32_t count, int bytesPerValue,
+                        uint8_t* out) {
+  int64_t held = 0;
+  QuantisePlain(i, q, 0, count, bytesPerValue, out, held);
   return held;
 }
 

@@ -65,5 +65,8 @@ void AddIqChannelFast(const IqChannelPlan& plan, int32_t first, int32_t end, flo
 // `bytesPerValue` is 1 (ci8) or 2 (ci16, little-endian).
 int64_t QuantiseIq(const float* i, const float* q, int32_t count, int bytesPerValue,
                    uint8_t* out);
+// The plain loop, the reference of the vector form.
+int64_t QuantiseIqPlain(const float* i, const float* q, int32_t count, int bytesPerValue,
+                        uint8_t* out);
 
 }  // namespace vorel::dif

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <limits>
 #include <random>
 #include <vector>
 
@@ -325,6 +326,28 @@ TEST(IqGeneration, QuantiserInterleavesRoundsAndCountsClipping) {
   EXPECT_EQ(QuantiseIq(i16, q16, 2, 2, b16), 1);
   const uint8_t want16[] = {0xFF, 0xFF, 0x02, 0x01, 0xFF, 0x7F, 0x00, 0x80};
   for (int k = 0; k < 8; ++k) EXPECT_EQ(b16[k], want16[k]) << k;
+}
+
+TEST(IqGeneration, VectorQuantiserMatchesThePlainLoop) {
+  std::mt19937 random(11);
+  std::uniform_real_distribution<float> spread(-40000.0f, 40000.0f);
+  for (int bytes : {1, 2}) {
+    const int32_t count = 1000 + bytes;  // a tail the lanes leave to the plain loop
+    std::vector<float> i(count), q(count);
+    for (int32_t k = 0; k < count; ++k) {
+      const float scale = (k % 3 == 0) ? 0.005f : 1.0f;  // many within ci8's range
+      i[k] = spread(random) * scale;
+      q[k] = std::round(spread(random) * scale) + ((k % 5 == 0) ? 0.5f : 0.0f);  // ties
+    }
+    i[7] = std::nanf("");
+    q[9] = -std::numeric_limits<float>::infinity();
+    std::vector<uint8_t> plain(4 * count), fast(4 * count);
+    const int64_t heldPlain = QuantiseIqPlain(i.data(), q.data(), count, bytes, plain.data());
+    const int64_t heldFast = QuantiseIq(i.data(), q.data(), count, bytes, fast.data());
+    EXPECT_EQ(heldPlain, heldFast);
+    EXPECT_GT(heldPlain, 0);
+    EXPECT_EQ(plain, fast) << bytes;
+  }
 }
 
 TEST(IqGeneration, ClippingIsCountedAndReported) {
