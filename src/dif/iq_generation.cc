@@ -117,7 +117,7 @@ void PlanIqChannel(const IqTiming& t, int64_t block, int32_t timeMs, double rang
   plan.codePhase = phase;
   plan.codeStep = static_cast<uint64_t>(std::llround(kChipRate * (1.0 - r) / rate * kTwo32));
   for (int p = 0; p < kIqCodePeriods; ++p)
-    plan.gain[p] = t.amplitude * BitOfMillisecond(ms + p, bits);
+    plan.gain[p] = t.amplitude / kIqCarrierScale * BitOfMillisecond(ms + p, bits);
   plan.code = &code;
   SetIqPeriodStarts(plan, count);
 

@@ -18,8 +18,10 @@ const IqCarrierTable& CarrierTableIq() {
     for (int m = 0; m < kIqCarrierSize; ++m) {
       // The middle of the bin: truncating the phase then costs no mean phase offset.
       const double a = 2.0 * M_PI * (m + 0.5) / kIqCarrierSize;
-      t.cos[m] = static_cast<float>(std::cos(a));
-      t.sin[m] = static_cast<float>(std::sin(a));
+      const auto c = static_cast<int16_t>(std::lround(kIqCarrierScale * std::cos(a)));
+      const auto s = static_cast<int16_t>(std::lround(kIqCarrierScale * std::sin(a)));
+      t.cosSin[m] = static_cast<uint16_t>(c) | (static_cast<uint32_t>(static_cast<uint16_t>(s))
+                                                << 16);
     }
     return t;
   }();
@@ -60,10 +62,12 @@ void PlainRange(const IqChannelPlan& p, float gain, int64_t a, int64_t b, int32_
     const uint64_t phase = p.codePhase + static_cast<uint64_t>(s) * p.codeStep;
     const uint32_t theta = p.carrierPhase + static_cast<uint32_t>(s) * p.carrierStep;
     const float v = gain * chips[phase >> 32];
-    const uint32_t m = theta >> kCarrierShift;
+    const auto e = static_cast<int32_t>(t.cosSin[theta >> kCarrierShift]);
+    const auto c = static_cast<float>(static_cast<int16_t>(e));
+    const auto sn = static_cast<float>(e >> 16);
     const int64_t k = s - first;
-    I[k] = I[k] + v * t.cos[m];
-    Q[k] = Q[k] + v * t.sin[m];
+    I[k] = I[k] + v * c;
+    Q[k] = Q[k] + v * sn;
   }
 }
 
@@ -84,6 +88,18 @@ __attribute__((target("avx2"))) inline lanes::Vec<8>::F Gather(const float* tabl
       _mm256_i32gather_ps(table, reinterpret_cast<__m256i>(index), 4));
 }
 
+__attribute__((target("avx2"))) inline lanes::Vec<8>::I Gather(const uint32_t* table,
+                                                              lanes::Vec<8>::U index) {
+  return reinterpret_cast<lanes::Vec<8>::I>(_mm256_i32gather_epi32(
+      reinterpret_cast<const int*>(table), reinterpret_cast<__m256i>(index), 4));
+}
+
+__attribute__((target("avx512f"))) inline lanes::Vec<16>::I Gather(const uint32_t* table,
+                                                                  lanes::Vec<16>::U index) {
+  return reinterpret_cast<lanes::Vec<16>::I>(_mm512_mask_i32gather_epi32(
+      _mm512_setzero_si512(), 0xFFFF, reinterpret_cast<__m512i>(index), table, 4));
+}
+
 __attribute__((target("avx512f"))) inline lanes::Vec<16>::F Gather(const float* table,
                                                                   lanes::Vec<16>::U index) {
   // The masked form with a zeroed source: every lane is loaded, nothing is left undefined.
@@ -94,11 +110,17 @@ __attribute__((target("avx512f"))) inline lanes::Vec<16>::F Gather(const float* 
 // W samples a step. The code phase is a 64-bit number held as two 32-bit lanes (the low
 // word and the chip), moved on with the carry; the carrier phase wraps in 32 bits as in
 // the plain loop. The tail runs the plain loop.
-template <int W>
+//
+// Below one chip a sample (every rate above 1.0234 MHz) the W samples of a step lie within
+// W chips from the first lane's, so the code comes from one unaligned load of those W
+// chips and a lane shuffle instead of a gather; the carrier is one gather of cos and sin
+// together.
+template <int W, bool kWindow>
 VOREL_LANES_INLINE void LanesRange(const IqChannelPlan& p, float gain, int64_t a, int64_t b,
                                    int32_t first, float* I, float* Q) {
   using F = typename lanes::Vec<W>::F;
   using U = typename lanes::Vec<W>::U;
+  using Int = typename lanes::Vec<W>::I;
   int64_t s = a;
   if (b - a >= W) {
     U lo, hi, theta;
@@ -116,10 +138,18 @@ VOREL_LANES_INLINE void LanesRange(const IqChannelPlan& p, float gain, int64_t a
     const float* chips = p.code->chips.data();
     const IqCarrierTable& t = CarrierTableIq();
     for (; s + W <= b; s += W) {
-      const U m = theta >> kCarrierShift;
-      const F v = g * Gather(chips, hi);
-      const F c = Gather(t.cos.data(), m);
-      const F sn = Gather(t.sin.data(), m);
+      F code;
+      if constexpr (kWindow) {
+        const uint32_t chip0 = hi[0];
+        const F window = lanes::LoadU<F>(chips + chip0);
+        code = __builtin_shuffle(window, reinterpret_cast<Int>(hi - lanes::Splat<U>(chip0)));
+      } else {
+        code = Gather(chips, hi);
+      }
+      const F v = g * code;
+      const Int e = Gather(t.cosSin.data(), theta >> kCarrierShift);
+      const F c = __builtin_convertvector((e << 16) >> 16, F);
+      const F sn = __builtin_convertvector(e >> 16, F);
       float* pi = I + (s - first);
       float* pq = Q + (s - first);
       lanes::StoreU(pi, lanes::LoadU<F>(pi) + v * c);
@@ -133,14 +163,22 @@ VOREL_LANES_INLINE void LanesRange(const IqChannelPlan& p, float gain, int64_t a
   PlainRange(p, gain, s, b, first, I, Q);
 }
 
+constexpr uint64_t kOneChip = uint64_t{1} << 32;
+
 __attribute__((target("avx2"))) void Range8(const IqChannelPlan& p, float gain, int64_t a,
                                             int64_t b, int32_t first, float* I, float* Q) {
-  LanesRange<8>(p, gain, a, b, first, I, Q);
+  if (p.codeStep < kOneChip)
+    LanesRange<8, true>(p, gain, a, b, first, I, Q);
+  else
+    LanesRange<8, false>(p, gain, a, b, first, I, Q);
 }
 
 __attribute__((target("avx512f"))) void Range16(const IqChannelPlan& p, float gain, int64_t a,
                                                 int64_t b, int32_t first, float* I, float* Q) {
-  LanesRange<16>(p, gain, a, b, first, I, Q);
+  if (p.codeStep < kOneChip)
+    LanesRange<16, true>(p, gain, a, b, first, I, Q);
+  else
+    LanesRange<16, false>(p, gain, a, b, first, I, Q);
 }
 #endif
 
@@ -152,18 +190,19 @@ void AddIqChannelPlain(const IqChannelPlan& plan, int32_t first, int32_t end, fl
   });
 }
 
-void AddIqChannelFast(const IqChannelPlan& plan, int32_t first, int32_t end, float* i, float* q) {
+void AddIqChannelFast(const IqChannelPlan& plan, int32_t first, int32_t end, float* i, float* q,
+                      bool wide) {
 #if defined(__x86_64__)
   static const int width = __builtin_cpu_supports("avx512f") ? 16
                            : __builtin_cpu_supports("avx2")  ? 8
                                                              : 1;
-  if (width == 16) {
+  if (width == 16 && wide) {
     ForEachPeriod(plan, first, end, [&](float gain, int64_t a, int64_t b) {
       Range16(plan, gain, a, b, first, i, q);
     });
     return;
   }
-  if (width == 8) {
+  if (width >= 8) {
     ForEachPeriod(plan, first, end, [&](float gain, int64_t a, int64_t b) {
       Range8(plan, gain, a, b, first, i, q);
     });

@@ -8,8 +8,9 @@
 //   chip     = P(i) >> 32                       (0 .. 3 x 1023: up to three code periods)
 //   theta(i) = carrierPhase + i carrierStep     (uint32, 2^-32 cycle units; wraps)
 //   v        = gain[p] x code[chip]             (p the code period the sample lies in: the
-//                                               bit of that period times the amplitude)
-//   I += v x cos[theta >> 22], Q += v x sin[theta >> 22]
+//                                               bit of that period times the amplitude,
+//                                               over 32767)
+//   I += v x cos[theta >> 22], Q += v x sin[theta >> 22]  (cos, sin in units of 1/32767)
 // The carrier table has 1024 entries, each the middle of its phase bin. The plain loop is
 // the reference; the vector form computes the same products in the same order lane by lane,
 // and channels are added in list order, so every form gives the same floats.
@@ -26,9 +27,11 @@ inline constexpr int kIqCarrierSize = 1 << kIqCarrierBits;
 inline constexpr int kIqCodePeriods = 3;  // a block spans at most two code epochs
 inline constexpr int kIqCodeSpan = kIqCodePeriods * kChipsPerCode;
 
+// Entry m holds round(32767 cos) in its low and round(32767 sin) in its high 16 bits, so
+// that one read (one gather of the vector form) gives both; the gain carries the 1/32767.
+inline constexpr float kIqCarrierScale = 32767.0f;
 struct IqCarrierTable {
-  alignas(64) std::array<float, kIqCarrierSize> cos;
-  alignas(64) std::array<float, kIqCarrierSize> sin;
+  alignas(64) std::array<uint32_t, kIqCarrierSize> cosSin;
 };
 const IqCarrierTable& CarrierTableIq();
 
@@ -44,7 +47,7 @@ struct IqChannelPlan {
   uint64_t codeStep = 0;   // per sample
   uint32_t carrierPhase = 0;
   uint32_t carrierStep = 0;
-  std::array<float, kIqCodePeriods> gain{};  // bit x amplitude of each code period
+  std::array<float, kIqCodePeriods> gain{};  // bit x amplitude / 32767 of each code period
   // First sample of each code period (and the block's end): the periods split the loop,
   // so no sample needs a division to find its period.
   std::array<int64_t, kIqCodePeriods + 1> periodStart{};
@@ -57,8 +60,10 @@ void SetIqPeriodStarts(IqChannelPlan& plan, int64_t count);
 // Adds the channel's samples first..end-1 of the block into i[0..], q[0..] (i[0] is sample
 // `first`).
 void AddIqChannelPlain(const IqChannelPlan& plan, int32_t first, int32_t end, float* i, float* q);
-// The same numbers, eight or sixteen samples at a time where the machine has the lanes.
-void AddIqChannelFast(const IqChannelPlan& plan, int32_t first, int32_t end, float* i, float* q);
+// The same numbers, eight or sixteen samples at a time where the machine has the lanes
+// (`wide` false: eight at most, for the tests).
+void AddIqChannelFast(const IqChannelPlan& plan, int32_t first, int32_t end, float* i, float* q,
+                      bool wide = true);
 
 // Rounds I and Q (interleaved in the output, I first) to the nearest level, ties away from
 // zero, and holds them at the format's limits; returns how many values were held.
