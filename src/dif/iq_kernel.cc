@@ -250,49 +250,67 @@ void QuantisePlain(const float* i, const float* q, int32_t first, int32_t count,
 }
 
 #if defined(__x86_64__)
-// The same steps on W lanes; the comparisons count the held values.
-template <int W>
-VOREL_LANES_INLINE typename lanes::Vec<W>::I RoundLanes(typename lanes::Vec<W>::F x, float low,
-                                                        float high, int64_t& held) {
-  using F = typename lanes::Vec<W>::F;
-  using I = typename lanes::Vec<W>::I;
-  const F zero = lanes::Splat<F>(0.0f);
-  const F t = x + (x < zero ? lanes::Splat<F>(-0.5f) : lanes::Splat<F>(0.5f));
-  const I over = t >= lanes::Splat<F>(high + 1.0f);
-  const I under = t <= lanes::Splat<F>(low - 1.0f);
-  const I nan = t != t;
-  F held1 = over ? lanes::Splat<F>(high) : t;
-  held1 = under ? lanes::Splat<F>(low) : held1;
-  held1 = nan ? zero : held1;
-  const I counted = over | under;
-  for (int l = 0; l < W; ++l) held -= counted[l];
-  return __builtin_convertvector(held1, I);
+// The same steps on W lanes; each lane counts its held values (as -1s) in `held`.
+// a where the mask is set, else b (bitwise: GCC makes single instructions of these, where
+// the conditional operator on sixteen lanes came out element by element).
+template <typename F, typename I>
+VOREL_LANES_INLINE F Select(I mask, F a, F b) {
+  return reinterpret_cast<F>((reinterpret_cast<I>(a) & mask) | (reinterpret_cast<I>(b) & ~mask));
 }
 
+// t = x + copysign(0.5, x); held at low..high, those from high + 1 or low - 1 on counted
+// (`above` and `below` are the floats just inside those two); NaN 0; then truncated: the
+// plain loop's numbers.
+template <int W>
+VOREL_LANES_INLINE typename lanes::Vec<W>::I RoundLanes(typename lanes::Vec<W>::F x,
+                                                        const typename lanes::Vec<W>::F& low,
+                                                        const typename lanes::Vec<W>::F& high,
+                                                        const typename lanes::Vec<W>::F& half,
+                                                        const typename lanes::Vec<W>::F& above,
+                                                        const typename lanes::Vec<W>::F& below,
+                                                        const typename lanes::Vec<W>::I& signBit,
+                                                        typename lanes::Vec<W>::I& held) {
+  using F = typename lanes::Vec<W>::F;
+  using I = typename lanes::Vec<W>::I;
+  const I sign = reinterpret_cast<I>(x) & signBit;
+  const F t = x + reinterpret_cast<F>(reinterpret_cast<I>(half) | sign);
+  // Only < > and == : GCC 12 takes >= <= and != on sixteen lanes one lane at a time.
+  held += (t > above) | (t < below);
+  F v = Select(t > high, high, t);
+  v = Select(v < low, low, v);
+  v = Select(t == t, v, F{});
+  return __builtin_convertvector(v, I);
+}
+
+// Whole steps of W samples; returns how many samples were done.
 template <int W>
 VOREL_LANES_INLINE int32_t QuantiseLanes(const float* i, const float* q, int32_t count, int bytes,
                                          uint8_t* out, int64_t& held) {
   using F = typename lanes::Vec<W>::F;
-  const float low = bytes == 1 ? -128.0f : -32768.0f;
-  const float high = bytes == 1 ? 127.0f : 32767.0f;
+  using I = typename lanes::Vec<W>::I;
+  using U = typename lanes::Vec<W>::U;
+  typedef uint16_t H __attribute__((vector_size(2 * W)));
+  const F low = lanes::Splat<F>(bytes == 1 ? -128.0f : -32768.0f);
+  const F high = lanes::Splat<F>(bytes == 1 ? 127.0f : 32767.0f);
+  const F half = lanes::Splat<F>(0.5f);
+  const F above = lanes::Splat<F>(std::nextafter(bytes == 1 ? 128.0f : 32768.0f, 0.0f));
+  const F below = lanes::Splat<F>(std::nextafter(bytes == 1 ? -129.0f : -32769.0f, 0.0f));
+  const I signBit = lanes::Splat<I>(INT32_MIN);
+  I heldLanes = lanes::Splat<I>(0);
   int32_t k = 0;
   for (; k + W <= count; k += W) {
-    const auto vi = RoundLanes<W>(lanes::LoadU<F>(i + k), low, high, held);
-    const auto vq = RoundLanes<W>(lanes::LoadU<F>(q + k), low, high, held);
+    const U vi = reinterpret_cast<U>(RoundLanes<W>(lanes::LoadU<F>(i + k), low, high, half, above, below, signBit, heldLanes));
+    const U vq = reinterpret_cast<U>(RoundLanes<W>(lanes::LoadU<F>(q + k), low, high, half, above, below, signBit, heldLanes));
+    // x86 is little-endian: I's bytes come first, then Q's.
     if (bytes == 1) {
-      uint8_t* o = out + 2 * static_cast<int64_t>(k);
-      for (int l = 0; l < W; ++l) {
-        o[2 * l] = static_cast<uint8_t>(vi[l]);
-        o[2 * l + 1] = static_cast<uint8_t>(vq[l]);
-      }
+      const U pair = (vi & 0xFFu) | ((vq & 0xFFu) << 8);
+      const H narrow = __builtin_convertvector(pair, H);
+      std::memcpy(out + 2 * static_cast<int64_t>(k), &narrow, sizeof narrow);
     } else {
-      uint8_t* o = out + 4 * static_cast<int64_t>(k);
-      for (int l = 0; l < W; ++l) {  // x86 is little-endian: the words as they lie
-        const uint16_t w[2] = {static_cast<uint16_t>(vi[l]), static_cast<uint16_t>(vq[l])};
-        std::memcpy(o + 4 * l, w, 4);
-      }
+      lanes::StoreU(out + 4 * static_cast<int64_t>(k), (vi & 0xFFFFu) | (vq << 16));
     }
   }
+  for (int l = 0; l < W; ++l) held -= heldLanes[l];
   return k;
 }
 
@@ -301,11 +319,6 @@ __attribute__((target("avx2"))) int32_t Quantise8(const float* i, const float* q
   return QuantiseLanes<8>(i, q, count, bytes, out, held);
 }
 
-__attribute__((target("avx512f,avx512bw"))) int32_t Quantise16(const float* i, const float* q,
-                                                               int32_t count, int bytes,
-                                                               uint8_t* out, int64_t& held) {
-  return QuantiseLanes<16>(i, q, count, bytes, out, held);
-}
 #endif
 
 }  // namespace
@@ -315,13 +328,9 @@ int64_t QuantiseIq(const float* i, const float* q, int32_t count, int bytesPerVa
   int64_t held = 0;
   int32_t done = 0;
 #if defined(__x86_64__)
-  static const int width = __builtin_cpu_supports("avx512bw") ? 16
-                           : __builtin_cpu_supports("avx2")   ? 8
-                                                              : 1;
-  if (width == 16)
-    done = Quantise16(i, q, count, bytesPerValue, out, held);
-  else if (width == 8)
-    done = Quantise8(i, q, count, bytesPerValue, out, held);
+  // Eight lanes on every machine: GCC 12 takes the comparisons of sixteen lanes one by one.
+  static const bool avx2 = __builtin_cpu_supports("avx2");
+  if (avx2) done = Quantise8(i, q, count, bytesPerValue, out, held);
 #endif
   QuantisePlain(i, q, done, count, bytesPerValue, out, held);
   return held;
