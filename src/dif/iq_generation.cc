@@ -16,8 +16,8 @@ namespace {
 
 constexpr double kMetresPerMs = 299792.458;
 constexpr double kTwo32 = 4294967296.0;
-constexpr int32_t kChunk = 2048;       // samples summed in cache at a time
-constexpr int32_t kBatchBlocks = 32;   // blocks planned, made (on the team) and written at once
+constexpr int32_t kChunk = 2048;      // samples summed in cache at a time
+constexpr int32_t kBatchBlocks = 32;  // blocks planned, made (on the team) and written at once
 constexpr double kThermalNoiseDbw = -204.0;  // kT at 290 K, dBW/Hz
 
 int64_t FloorDiv(int64_t a, int64_t b) {
@@ -128,8 +128,8 @@ void PlanIqChannel(const IqTiming& t, int64_t block, int32_t timeMs, double rang
   const int64_t rest = first % t.rate;
   const double offsetTurns = Fraction(Fraction(t.ifOffset) * static_cast<double>(seconds)) +
                              t.ifOffset * static_cast<double>(rest) / rate;
-  const double theta = -Fraction(cyclesPerMetre * rangePrevious) -
-                       gnss::kL1Frequency * r * tau + offsetTurns;
+  const double theta =
+      -Fraction(cyclesPerMetre * rangePrevious) - gnss::kL1Frequency * r * tau + offsetTurns;
   plan.carrierPhase =
       static_cast<uint32_t>(static_cast<uint64_t>(std::llround(Fraction(theta) * kTwo32)));
   const double step = (-gnss::kL1Frequency * r + t.ifOffset) / rate;
@@ -142,11 +142,9 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
   timing.rate = s.IqSampleRate;
   timing.ifOffset = s.IqIfOffset;
   timing.amplitude = s.IqAmplitude;
-  const float sigma =
-      s.IqNoise != 0
-          ? IqNoiseSigma(s.IqAmplitude, s.SignalPower - kThermalNoiseDbw,
-                         static_cast<double>(s.IqSampleRate))
-          : 0.0f;
+  const float sigma = s.IqNoise != 0 ? IqNoiseSigma(s.IqAmplitude, s.SignalPower - kThermalNoiseDbw,
+                                                    static_cast<double>(s.IqSampleRate))
+                                     : 0.0f;
   const int bytes = s.IqBytes;
   const int32_t channelLimit = std::clamp(s.MaxChannels == 0 ? 20 : s.MaxChannels, 0, 32);
 
@@ -211,8 +209,8 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
         const RangePair& range = record.codeRange[prn - 1];
         if (range.previous == 0.0 || range.next == 0.0) continue;  // not in both epochs
         IqBitSource& source = bits[prn - 1];
-        PlanIqChannel(timing, block, timeMs, range.previous, range.next, source,
-                      (*codes)[prn - 1], plan.channel[plan.channels++]);
+        PlanIqChannel(timing, block, timeMs, range.previous, range.next, source, (*codes)[prn - 1],
+                      plan.channel[plan.channels++]);
         pastRow = pastRow || source.pastRow;
         if (source.beforeRow && !warnedBefore) {
           warnedBefore = true;
@@ -242,8 +240,8 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
 
     // Make: the blocks of the batch are independent of one another.
     team.ForEach(planned, [&](int k) {
-      held[k] = MakeIqBlock(plans[k], sigma, bytes, ctx.speed.vectorised,
-                            out.data() + k * blockBytes);
+      held[k] =
+          MakeIqBlock(plans[k], sigma, bytes, ctx.speed.vectorised, out.data() + k * blockBytes);
     });
 
     // Write, in order.

@@ -20,8 +20,8 @@ const IqCarrierTable& CarrierTableIq() {
       const double a = 2.0 * M_PI * (m + 0.5) / kIqCarrierSize;
       const auto c = static_cast<int16_t>(std::lround(kIqCarrierScale * std::cos(a)));
       const auto s = static_cast<int16_t>(std::lround(kIqCarrierScale * std::sin(a)));
-      t.cosSin[m] = static_cast<uint16_t>(c) | (static_cast<uint32_t>(static_cast<uint16_t>(s))
-                                                << 16);
+      t.cosSin[m] =
+          static_cast<uint16_t>(c) | (static_cast<uint32_t>(static_cast<uint16_t>(s)) << 16);
     }
     return t;
   }();
@@ -54,8 +54,8 @@ namespace {
 
 constexpr int kCarrierShift = 32 - kIqCarrierBits;
 
-void PlainRange(const IqChannelPlan& p, float gain, int64_t a, int64_t b, int32_t first,
-                float* I, float* Q) {
+void PlainRange(const IqChannelPlan& p, float gain, int64_t a, int64_t b, int32_t first, float* I,
+                float* Q) {
   const float* chips = p.code->chips.data();
   const IqCarrierTable& t = CarrierTableIq();
   for (int64_t s = a; s < b; ++s) {
@@ -83,25 +83,25 @@ void ForEachPeriod(const IqChannelPlan& p, int32_t first, int32_t end, Range ran
 
 #if defined(__x86_64__)
 __attribute__((target("avx2"))) inline lanes::Vec<8>::F Gather(const float* table,
-                                                              lanes::Vec<8>::U index) {
+                                                               lanes::Vec<8>::U index) {
   return reinterpret_cast<lanes::Vec<8>::F>(
       _mm256_i32gather_ps(table, reinterpret_cast<__m256i>(index), 4));
 }
 
 __attribute__((target("avx2"))) inline lanes::Vec<8>::I Gather(const uint32_t* table,
-                                                              lanes::Vec<8>::U index) {
+                                                               lanes::Vec<8>::U index) {
   return reinterpret_cast<lanes::Vec<8>::I>(_mm256_i32gather_epi32(
       reinterpret_cast<const int*>(table), reinterpret_cast<__m256i>(index), 4));
 }
 
 __attribute__((target("avx512f"))) inline lanes::Vec<16>::I Gather(const uint32_t* table,
-                                                                  lanes::Vec<16>::U index) {
+                                                                   lanes::Vec<16>::U index) {
   return reinterpret_cast<lanes::Vec<16>::I>(_mm512_mask_i32gather_epi32(
       _mm512_setzero_si512(), 0xFFFF, reinterpret_cast<__m512i>(index), table, 4));
 }
 
 __attribute__((target("avx512f"))) inline lanes::Vec<16>::F Gather(const float* table,
-                                                                  lanes::Vec<16>::U index) {
+                                                                   lanes::Vec<16>::U index) {
   // The masked form with a zeroed source: every lane is loaded, nothing is left undefined.
   return reinterpret_cast<lanes::Vec<16>::F>(_mm512_mask_i32gather_ps(
       _mm512_setzero_ps(), 0xFFFF, reinterpret_cast<__m512i>(index), table, 4));
@@ -203,9 +203,8 @@ void AddIqChannelFast(const IqChannelPlan& plan, int32_t first, int32_t end, flo
     return;
   }
   if (width >= 8) {
-    ForEachPeriod(plan, first, end, [&](float gain, int64_t a, int64_t b) {
-      Range8(plan, gain, a, b, first, i, q);
-    });
+    ForEachPeriod(plan, first, end,
+                  [&](float gain, int64_t a, int64_t b) { Range8(plan, gain, a, b, first, i, q); });
     return;
   }
 #endif
@@ -262,14 +261,11 @@ VOREL_LANES_INLINE F Select(I mask, F a, F b) {
 // (`above` and `below` are the floats just inside those two); NaN 0; then truncated: the
 // plain loop's numbers.
 template <int W>
-VOREL_LANES_INLINE typename lanes::Vec<W>::I RoundLanes(typename lanes::Vec<W>::F x,
-                                                        const typename lanes::Vec<W>::F& low,
-                                                        const typename lanes::Vec<W>::F& high,
-                                                        const typename lanes::Vec<W>::F& half,
-                                                        const typename lanes::Vec<W>::F& above,
-                                                        const typename lanes::Vec<W>::F& below,
-                                                        const typename lanes::Vec<W>::I& signBit,
-                                                        typename lanes::Vec<W>::I& held) {
+VOREL_LANES_INLINE typename lanes::Vec<W>::I RoundLanes(
+    typename lanes::Vec<W>::F x, const typename lanes::Vec<W>::F& low,
+    const typename lanes::Vec<W>::F& high, const typename lanes::Vec<W>::F& half,
+    const typename lanes::Vec<W>::F& above, const typename lanes::Vec<W>::F& below,
+    const typename lanes::Vec<W>::I& signBit, typename lanes::Vec<W>::I& held) {
   using F = typename lanes::Vec<W>::F;
   using I = typename lanes::Vec<W>::I;
   const I sign = reinterpret_cast<I>(x) & signBit;
@@ -299,8 +295,10 @@ VOREL_LANES_INLINE int32_t QuantiseLanes(const float* i, const float* q, int32_t
   I heldLanes = lanes::Splat<I>(0);
   int32_t k = 0;
   for (; k + W <= count; k += W) {
-    const U vi = reinterpret_cast<U>(RoundLanes<W>(lanes::LoadU<F>(i + k), low, high, half, above, below, signBit, heldLanes));
-    const U vq = reinterpret_cast<U>(RoundLanes<W>(lanes::LoadU<F>(q + k), low, high, half, above, below, signBit, heldLanes));
+    const U vi = reinterpret_cast<U>(
+        RoundLanes<W>(lanes::LoadU<F>(i + k), low, high, half, above, below, signBit, heldLanes));
+    const U vq = reinterpret_cast<U>(
+        RoundLanes<W>(lanes::LoadU<F>(q + k), low, high, half, above, below, signBit, heldLanes));
     // x86 is little-endian: I's bytes come first, then Q's.
     if (bytes == 1) {
       const U pair = (vi & 0xFFu) | ((vq & 0xFFu) << 8);
@@ -323,8 +321,7 @@ __attribute__((target("avx2"))) int32_t Quantise8(const float* i, const float* q
 
 }  // namespace
 
-int64_t QuantiseIq(const float* i, const float* q, int32_t count, int bytesPerValue,
-                   uint8_t* out) {
+int64_t QuantiseIq(const float* i, const float* q, int32_t count, int bytesPerValue, uint8_t* out) {
   int64_t held = 0;
   int32_t done = 0;
 #if defined(__x86_64__)

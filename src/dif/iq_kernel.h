@@ -68,8 +68,7 @@ void AddIqChannelFast(const IqChannelPlan& plan, int32_t first, int32_t end, flo
 // Rounds I and Q (interleaved in the output, I first) to the nearest level, ties away from
 // zero, and holds them at the format's limits; returns how many values were held.
 // `bytesPerValue` is 1 (ci8) or 2 (ci16, little-endian).
-int64_t QuantiseIq(const float* i, const float* q, int32_t count, int bytesPerValue,
-                   uint8_t* out);
+int64_t QuantiseIq(const float* i, const float* q, int32_t count, int bytesPerValue, uint8_t* out);
 // The plain loop, the reference of the vector form.
 int64_t QuantiseIqPlain(const float* i, const float* q, int32_t count, int bytesPerValue,
                         uint8_t* out);

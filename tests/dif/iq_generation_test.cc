@@ -31,10 +31,9 @@ constexpr double kL1 = 1575420000.0;
 // --- An independent C/A code: G1 = 1 + x^3 + x^10, G2 = 1 + x^2 + x^3 + x^6 + x^8 + x^9 +
 // x^10, the G2 output taken from the two phase-selector stages of the PRN.
 std::array<int, 1023> ReferenceCode(int prn) {
-  static const int kTaps[][2] = {{2, 6},  {3, 7},  {4, 8},  {5, 9},  {1, 9},  {2, 10}, {1, 8},
-                                 {2, 9},  {3, 10}, {2, 3},  {3, 4},  {5, 6},  {6, 7},  {7, 8},
-                                 {8, 9},  {9, 10}, {1, 4},  {2, 5},  {3, 6},  {4, 7},  {5, 8},
-                                 {6, 9}};
+  static const int kTaps[][2] = {{2, 6},  {3, 7}, {4, 8}, {5, 9}, {1, 9}, {2, 10}, {1, 8}, {2, 9},
+                                 {3, 10}, {2, 3}, {3, 4}, {5, 6}, {6, 7}, {7, 8},  {8, 9}, {9, 10},
+                                 {1, 4},  {2, 5}, {3, 6}, {4, 7}, {5, 8}, {6, 9}};
   std::array<int, 10> g1, g2;
   g1.fill(1);
   g2.fill(1);
@@ -170,8 +169,8 @@ std::vector<Complex> SamplesOf(const std::string& bytes, int width) {
 
 // Correlates every millisecond of the recording with the replica: each must come out as
 // the amplitude, in phase; the carrier of the opposite sign must not correlate.
-void ExpectOneSatellite(const std::vector<Complex>& x, const Satellite& s, double fs,
-                        double offset, double amplitude) {
+void ExpectOneSatellite(const std::vector<Complex>& x, const Satellite& s, double fs, double offset,
+                        double amplitude) {
   const auto code = ReferenceCode(s.prn);
   const auto window = static_cast<int64_t>(fs / 1000.0);
   int64_t windows = 0;
@@ -248,10 +247,9 @@ TEST(IqGeneration, CodeTimingHoldsAtARateOffTheKilohertzGridAndWithAnOffset) {
 // --- Every form gives the same bytes.
 TEST(IqGeneration, SameBytesForThePlainLoopAndOneTwoOrThreeThreads) {
   ScratchDir dir("iq_threads");
-  WriteScenario(dir.path(),
-                {{7, 21.0e6, -500.0}, {12, 23.5e6, 300.0}, {20, 20.2e6, -120.0},
-                 {3, 24.9e6, 650.0}},
-                400);
+  WriteScenario(
+      dir.path(),
+      {{7, 21.0e6, -500.0}, {12, 23.5e6, 300.0}, {20, 20.2e6, -120.0}, {3, 24.9e6, 650.0}}, 400);
   DifPanelValues p = IqPanel(16368000, 0.005, "ci16");
   p.IqNoise = 1;
   p.SignalPower = -150.0;  // 54 dB-Hz
@@ -310,7 +308,7 @@ TEST(IqGeneration, PeriodStartsFallOnTheCodeEpochs) {
   plan.codeStep = uint64_t{1} << 31;      // half a chip a sample
   SetIqPeriodStarts(plan, 4000);
   EXPECT_EQ(plan.periodStart[0], 0);
-  EXPECT_EQ(plan.periodStart[1], 46);        // 1000 + 46 / 2 = 1023
+  EXPECT_EQ(plan.periodStart[1], 46);         // 1000 + 46 / 2 = 1023
   EXPECT_EQ(plan.periodStart[2], 46 + 2046);  // one code period later
   EXPECT_EQ(plan.periodStart[3], 4000);       // the block ends first
 }
