@@ -16,7 +16,7 @@ namespace {
 
 constexpr double kMetresPerMs = 299792.458;
 constexpr double kTwo32 = 4294967296.0;
-constexpr int32_t kChunk = 2048;      // samples summed in cache at a time
+constexpr int32_t kChunk = 4096;      // samples summed in cache at a time
 constexpr int32_t kBatchBlocks = 32;  // blocks planned, made (on the team) and written at once
 constexpr double kThermalNoiseDbw = -204.0;  // kT at 290 K, dBW/Hz
 

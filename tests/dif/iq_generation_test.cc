@@ -285,7 +285,12 @@ TEST(IqGeneration, VectorKernelMatchesThePlainLoop) {
     plan.codePhase = random() % (uint64_t{1023} << 32);
     plan.codeStep = (uint64_t{1023000} << 32) / (count * 1000ull) + random() % 100000;
     plan.carrierPhase = static_cast<uint32_t>(random());
-    plan.carrierStep = static_cast<uint32_t>(random());
+    // Half within a table bin a sample, either way (the carrier read as a window), the
+    // exact limits among them.
+    const int32_t bin = 1 << 22;
+    const int32_t slow[] = {bin, -bin, 0, static_cast<int32_t>(random() % (2 * bin + 1)) - bin};
+    plan.carrierStep = trial % 2 == 0 ? static_cast<uint32_t>(random())
+                                      : static_cast<uint32_t>(slow[(trial / 2) % 4]);
     plan.gain = {2.5f, -2.5f, 2.5f};
     plan.code = &code;
     SetIqPeriodStarts(plan, count);
