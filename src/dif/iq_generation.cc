@@ -53,15 +53,15 @@ struct IqBlockPlan {
 // values held at the limits. Works a chunk at a time so that the sums stay in the cache.
 int64_t MakeIqBlock(const IqBlockPlan& plan, float sigma, int bytes, bool vectorised,
                     uint8_t* out) {
-  alignas(64) float sumI[kChunk];
-  alignas(64) float sumQ[kChunk];
+  alignas(64) float sumI[kChunk + 16];  // room for the vector form's last step
+  alignas(64) float sumQ[kChunk + 16];
   alignas(64) float noise[2 * kChunk + 16];
   int64_t held = 0;
   for (int32_t c0 = 0; c0 < plan.count; c0 += kChunk) {
     const int32_t c1 = std::min(plan.count, c0 + kChunk);
     const int32_t len = c1 - c0;
-    std::fill_n(sumI, len, 0.0f);
-    std::fill_n(sumQ, len, 0.0f);
+    std::fill_n(sumI, len + 16, 0.0f);
+    std::fill_n(sumQ, len + 16, 0.0f);
     for (int32_t ch = 0; ch < plan.channels; ++ch) {
       if (vectorised)
         AddIqChannelFast(plan.channel[ch], c0, c1, sumI, sumQ);

@@ -107,78 +107,92 @@ __attribute__((target("avx512f"))) inline lanes::Vec<16>::F Gather(const float* 
       _mm512_setzero_ps(), 0xFFFF, reinterpret_cast<__m512i>(index), table, 4));
 }
 
-// W samples a step. The code phase is a 64-bit number held as two 32-bit lanes (the low
-// word and the chip), moved on with the carry; the carrier phase wraps in 32 bits as in
-// the plain loop. The tail runs the plain loop.
+// a where the mask is set, else b (bitwise: GCC makes single instructions of these, where
+// the conditional operator on sixteen lanes came out element by element).
+template <typename F, typename I>
+VOREL_LANES_INLINE F Select(I mask, F a, F b) {
+  return reinterpret_cast<F>((reinterpret_cast<I>(a) & mask) | (reinterpret_cast<I>(b) & ~mask));
+}
+
+// W samples a step over first..end-1, and on to the next multiple of W past the end (the
+// caller's sums have room for those; they are never read). The code phase is a 64-bit
+// number held as two 32-bit lanes (the low word and the chip), moved on with the carry;
+// the carrier phase wraps in 32 bits as in the plain loop; each lane takes the gain of the
+// code period its sample lies in.
 //
 // Below one chip a sample (every rate above 1.0234 MHz) the W samples of a step lie within
 // W chips from the first lane's, so the code comes from one unaligned load of those W
 // chips and a lane shuffle instead of a gather; the carrier is one gather of cos and sin
 // together.
 template <int W, bool kWindow>
-VOREL_LANES_INLINE void LanesRange(const IqChannelPlan& p, float gain, int64_t a, int64_t b,
-                                   int32_t first, float* I, float* Q) {
+VOREL_LANES_INLINE void LanesRange(const IqChannelPlan& p, int32_t first, int32_t end, float* I,
+                                   float* Q) {
   using F = typename lanes::Vec<W>::F;
   using U = typename lanes::Vec<W>::U;
   using Int = typename lanes::Vec<W>::I;
-  int64_t s = a;
-  if (b - a >= W) {
-    U lo, hi, theta;
-    for (int l = 0; l < W; ++l) {
-      const uint64_t phase = p.codePhase + static_cast<uint64_t>(s + l) * p.codeStep;
-      lo[l] = static_cast<uint32_t>(phase);
-      hi[l] = static_cast<uint32_t>(phase >> 32);
-      theta[l] = p.carrierPhase + static_cast<uint32_t>(s + l) * p.carrierStep;
-    }
-    const uint64_t codeW = static_cast<uint64_t>(W) * p.codeStep;
-    const U loStep = lanes::Splat<U>(static_cast<uint32_t>(codeW));
-    const U hiStep = lanes::Splat<U>(static_cast<uint32_t>(codeW >> 32));
-    const U thetaStep = lanes::Splat<U>(static_cast<uint32_t>(W) * p.carrierStep);
-    const F g = lanes::Splat<F>(gain);
-    const float* chips = p.code->chips.data();
-    const IqCarrierTable& t = CarrierTableIq();
-    for (; s + W <= b; s += W) {
-      F code;
-      if constexpr (kWindow) {
-        const uint32_t chip0 = hi[0];
-        const F window = lanes::LoadU<F>(chips + chip0);
-        code = __builtin_shuffle(window, reinterpret_cast<Int>(hi - lanes::Splat<U>(chip0)));
-      } else {
-        code = Gather(chips, hi);
-      }
-      const F v = g * code;
-      const Int e = Gather(t.cosSin.data(), theta >> kCarrierShift);
-      const F c = __builtin_convertvector((e << 16) >> 16, F);
-      const F sn = __builtin_convertvector(e >> 16, F);
-      float* pi = I + (s - first);
-      float* pq = Q + (s - first);
-      lanes::StoreU(pi, lanes::LoadU<F>(pi) + v * c);
-      lanes::StoreU(pq, lanes::LoadU<F>(pq) + v * sn);
-      const U next = lo + loStep;
-      hi = hi + hiStep - reinterpret_cast<U>(next < loStep);  // a carry out of the low word
-      lo = next;
-      theta = theta + thetaStep;
-    }
+  U lo, hi, theta;
+  for (int l = 0; l < W; ++l) {
+    const uint64_t phase = p.codePhase + static_cast<uint64_t>(first + l) * p.codeStep;
+    lo[l] = static_cast<uint32_t>(phase);
+    hi[l] = static_cast<uint32_t>(phase >> 32);
+    theta[l] = p.carrierPhase + static_cast<uint32_t>(first + l) * p.carrierStep;
   }
-  PlainRange(p, gain, s, b, first, I, Q);
+  const uint64_t codeW = static_cast<uint64_t>(W) * p.codeStep;
+  const U loStep = lanes::Splat<U>(static_cast<uint32_t>(codeW));
+  const U hiStep = lanes::Splat<U>(static_cast<uint32_t>(codeW >> 32));
+  const U thetaStep = lanes::Splat<U>(static_cast<uint32_t>(W) * p.carrierStep);
+  const F g0 = lanes::Splat<F>(p.gain[0]);
+  const F g1 = lanes::Splat<F>(p.gain[1]);
+  const F g2 = lanes::Splat<F>(p.gain[2]);
+  const auto clip = [](int64_t v) { return static_cast<int32_t>(std::min<int64_t>(v, 1 << 30)); };
+  const Int start1 = lanes::Splat<Int>(clip(p.periodStart[1]));
+  const Int start2 = lanes::Splat<Int>(clip(p.periodStart[2]));
+  const Int stepW = lanes::Splat<Int>(W);
+  Int index = lanes::Splat<Int>(first) + lanes::Iota<Int>();
+  const float* chips = p.code->chips.data();
+  const IqCarrierTable& t = CarrierTableIq();
+  for (int32_t s = first; s < end; s += W) {
+    F code;
+    if constexpr (kWindow) {
+      const uint32_t chip0 = hi[0];
+      const F window = lanes::LoadU<F>(chips + chip0);
+      code = __builtin_shuffle(window, reinterpret_cast<Int>(hi - lanes::Splat<U>(chip0)));
+    } else {
+      code = Gather(chips, hi);
+    }
+    const F gain = Select(index < start1, g0, Select(index < start2, g1, g2));
+    const F v = gain * code;
+    const Int e = Gather(t.cosSin.data(), theta >> kCarrierShift);
+    const F c = __builtin_convertvector((e << 16) >> 16, F);
+    const F sn = __builtin_convertvector(e >> 16, F);
+    float* pi = I + (s - first);
+    float* pq = Q + (s - first);
+    lanes::StoreU(pi, lanes::LoadU<F>(pi) + v * c);
+    lanes::StoreU(pq, lanes::LoadU<F>(pq) + v * sn);
+    const U next = lo + loStep;
+    hi = hi + hiStep - reinterpret_cast<U>(next < loStep);  // a carry out of the low word
+    lo = next;
+    theta = theta + thetaStep;
+    index = index + stepW;
+  }
 }
 
 constexpr uint64_t kOneChip = uint64_t{1} << 32;
 
-__attribute__((target("avx2"))) void Range8(const IqChannelPlan& p, float gain, int64_t a,
-                                            int64_t b, int32_t first, float* I, float* Q) {
+__attribute__((target("avx2"))) void Range8(const IqChannelPlan& p, int32_t first, int32_t end,
+                                            float* I, float* Q) {
   if (p.codeStep < kOneChip)
-    LanesRange<8, true>(p, gain, a, b, first, I, Q);
+    LanesRange<8, true>(p, first, end, I, Q);
   else
-    LanesRange<8, false>(p, gain, a, b, first, I, Q);
+    LanesRange<8, false>(p, first, end, I, Q);
 }
 
-__attribute__((target("avx512f"))) void Range16(const IqChannelPlan& p, float gain, int64_t a,
-                                                int64_t b, int32_t first, float* I, float* Q) {
+__attribute__((target("avx512f"))) void Range16(const IqChannelPlan& p, int32_t first, int32_t end,
+                                                float* I, float* Q) {
   if (p.codeStep < kOneChip)
-    LanesRange<16, true>(p, gain, a, b, first, I, Q);
+    LanesRange<16, true>(p, first, end, I, Q);
   else
-    LanesRange<16, false>(p, gain, a, b, first, I, Q);
+    LanesRange<16, false>(p, first, end, I, Q);
 }
 #endif
 
@@ -197,14 +211,11 @@ void AddIqChannelFast(const IqChannelPlan& plan, int32_t first, int32_t end, flo
                            : __builtin_cpu_supports("avx2")  ? 8
                                                              : 1;
   if (width == 16 && wide) {
-    ForEachPeriod(plan, first, end, [&](float gain, int64_t a, int64_t b) {
-      Range16(plan, gain, a, b, first, i, q);
-    });
+    Range16(plan, first, end, i, q);
     return;
   }
   if (width >= 8) {
-    ForEachPeriod(plan, first, end,
-                  [&](float gain, int64_t a, int64_t b) { Range8(plan, gain, a, b, first, i, q); });
+    Range8(plan, first, end, i, q);
     return;
   }
 #endif
@@ -250,12 +261,6 @@ void QuantisePlain(const float* i, const float* q, int32_t first, int32_t count,
 
 #if defined(__x86_64__)
 // The same steps on W lanes; each lane counts its held values (as -1s) in `held`.
-// a where the mask is set, else b (bitwise: GCC makes single instructions of these, where
-// the conditional operator on sixteen lanes came out element by element).
-template <typename F, typename I>
-VOREL_LANES_INLINE F Select(I mask, F a, F b) {
-  return reinterpret_cast<F>((reinterpret_cast<I>(a) & mask) | (reinterpret_cast<I>(b) & ~mask));
-}
 
 // t = x + copysign(0.5, x); held at low..high, those from high + 1 or low - 1 on counted
 // (`above` and `below` are the floats just inside those two); NaN 0; then truncated: the

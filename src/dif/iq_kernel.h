@@ -61,7 +61,8 @@ void SetIqPeriodStarts(IqChannelPlan& plan, int64_t count);
 // `first`).
 void AddIqChannelPlain(const IqChannelPlan& plan, int32_t first, int32_t end, float* i, float* q);
 // The same numbers, eight or sixteen samples at a time where the machine has the lanes
-// (`wide` false: eight at most, for the tests).
+// (`wide` false: eight at most, for the tests). It may also write the up to 15 values after
+// end - first - 1 of i and q, which must have room for them.
 void AddIqChannelFast(const IqChannelPlan& plan, int32_t first, int32_t end, float* i, float* q,
                       bool wide = true);
 
