@@ -44,6 +44,7 @@ int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutco
     for (const std::string& w : RecordingWarnings(panel, derived)) session.messages.Warn(w);
   dif::RunDifGeneration(panel, paths, session.dif, session.workerRand,
                         session.RunActive, session.messages, speed, outcome);
+  if (outcome.badSetting) return 2;  // a refused setting, as at start-up
   if (outcome.refused) return 1;
   session.lastOutputs.push_back(paths.output.string());
   return outcome.popup ? 1 : 0;

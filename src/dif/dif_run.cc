@@ -46,7 +46,10 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
     return 1;
   };
   const std::string refusal = CheckDifSettings(s);
-  if (!refusal.empty()) return fail(refusal, true);
+  if (!refusal.empty()) {
+    outcome.badSetting = true;
+    return fail(refusal, true);
+  }
 
   // The inputs first: a run that cannot read them leaves every file as it was.
   const bool scenarioDriven = s.ScenarioDriven != 0;
