@@ -177,17 +177,25 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
 
   const int64_t maxCount = IqFirstSample(1, timing.rate) + 1;
   const int64_t blockBytes = maxCount * 2 * bytes;
-  std::vector<IqBlockPlan> plans(kBatchBlocks);
-  std::vector<uint8_t> out(static_cast<size_t>(blockBytes * kBatchBlocks));
-  std::array<int64_t, kBatchBlocks> held{};
+  // Two batches: while the team makes the blocks of one, one of its members writes the
+  // other (made in the round before) and then plans the next batch into it, so that the
+  // record's reading and the file's writing overlap the sample making.
+  struct Batch {
+    std::vector<IqBlockPlan> plans{kBatchBlocks};
+    std::vector<uint8_t> out;
+    std::array<int64_t, kBatchBlocks> held{};
+    int32_t planned = 0;
+  };
+  std::array<Batch, 2> batches;
+  for (Batch& b : batches) b.out.resize(static_cast<size_t>(blockBytes * kBatchBlocks));
   bool warnedBefore = false;
-
   int64_t block = 0;
   bool more = totalMs > 0;
-  while (more) {
-    // Plan: the record is read in order on this thread.
-    int32_t planned = 0;
-    while (planned < kBatchBlocks && block < totalMs) {
+
+  // Plans blocks in record order until the batch is full or the run ends.
+  auto plan = [&](Batch& batch) {
+    batch.planned = 0;
+    while (more && batch.planned < kBatchBlocks && block < totalMs) {
       if (!ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues)) {
         ctx.messages.Warn(fmt::format(
             "record {} ended after {} ms of the {} asked for: the run ends with the record",
@@ -196,11 +204,11 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
         more = false;
         break;
       }
-      IqBlockPlan& plan = plans[planned];
-      plan.block = block;
-      plan.count = static_cast<int32_t>(IqFirstSample(block + 1, timing.rate) -
-                                        IqFirstSample(block, timing.rate));
-      plan.channels = 0;
+      IqBlockPlan& p = batch.plans[batch.planned];
+      p.block = block;
+      p.count = static_cast<int32_t>(IqFirstSample(block + 1, timing.rate) -
+                                     IqFirstSample(block, timing.rate));
+      p.channels = 0;
       const int32_t listed = std::min({count, ctx.state.scnReader.count, channelLimit});
       bool pastRow = false;
       for (int32_t j = 0; j < listed; ++j) {
@@ -210,7 +218,7 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
         if (range.previous == 0.0 || range.next == 0.0) continue;  // not in both epochs
         IqBitSource& source = bits[prn - 1];
         PlanIqChannel(timing, block, timeMs, range.previous, range.next, source, (*codes)[prn - 1],
-                      plan.channel[plan.channels++]);
+                      p.channel[p.channels++]);
         pastRow = pastRow || source.pastRow;
         if (source.beforeRow && !warnedBefore) {
           warnedBefore = true;
@@ -219,7 +227,7 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
               "bit of its navigation file: those bits are sent as +1");
         }
       }
-      ++planned;
+      ++batch.planned;
       ++block;
       if (pastRow) {
         ctx.messages.Warn(fmt::format(
@@ -228,32 +236,44 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
             block));
         report.rowEnded = true;
         more = false;
-        break;
-      }
-      if (ctx.RunActive.load(std::memory_order_relaxed) == 0) {
+      } else if (ctx.RunActive.load(std::memory_order_relaxed) == 0) {
         report.stopped = true;
         more = false;
-        break;
       }
     }
     if (block >= totalMs) more = false;
+  };
 
-    // Make: the blocks of the batch are independent of one another.
-    team.ForEach(planned, [&](int k) {
-      held[k] =
-          MakeIqBlock(plans[k], sigma, bytes, ctx.speed.vectorised, out.data() + k * blockBytes);
-    });
-
-    // Write, in order.
-    for (int32_t k = 0; k < planned; ++k) {
-      const size_t size = static_cast<size_t>(plans[k].count) * 2 * bytes;
-      if (files.output) std::fwrite(out.data() + k * blockBytes, 1, size, files.output);
+  // Writes the batch's blocks in order.
+  auto write = [&](Batch& batch) {
+    for (int32_t k = 0; k < batch.planned; ++k) {
+      const size_t size = static_cast<size_t>(batch.plans[k].count) * 2 * bytes;
+      if (files.output) std::fwrite(batch.out.data() + k * blockBytes, 1, size, files.output);
       report.bytes += static_cast<int64_t>(size);
       report.blocks += 1;
-      report.heldValues += held[k];
+      report.heldValues += batch.held[k];
       if (report.blocks % 1000 == 0 && s.Duration > 0.0)
         ctx.messages.Progress(static_cast<double>(report.blocks / 1000) * 100.0 / s.Duration);
     }
+    batch.planned = 0;
+  };
+
+  int current = 0;
+  plan(batches[0]);
+  while (batches[0].planned > 0 || batches[1].planned > 0) {
+    Batch& now = batches[current];
+    Batch& other = batches[1 - current];  // made in the round before, or empty
+    team.ForEach(now.planned + 1, [&](int k) {
+      if (k < now.planned) {
+        now.held[k] = MakeIqBlock(now.plans[k], sigma, bytes, ctx.speed.vectorised,
+                                  now.out.data() + k * blockBytes);
+      } else {
+        write(other);
+        plan(other);
+      }
+    });
+    current = 1 - current;
+    if (batches[current].planned == 0) write(now);  // the last batch: nothing to overlap
   }
   warnIssues();
   return 0;

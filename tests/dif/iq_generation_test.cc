@@ -378,6 +378,20 @@ TEST(IqGeneration, ClippingIsCountedAndReported) {
   EXPECT_EQ(outcome.report.heldValues, 0);
 }
 
+TEST(IqGeneration, ARecordShorterThanTheRunEndsItAtItsLastWholeBlock) {
+  ScratchDir dir("iq_short_record");
+  WriteScenario(dir.path(), {Satellite{}}, 40);  // 40 epochs: 38 blocks
+  for (int threads : {1, 2}) {
+    GeneratorSpeed speed;
+    speed.threads = threads;
+    DifRunOutcome outcome;
+    const std::string bytes = RunIq(IqPanel(2000000, 0.001), dir.path(), &outcome, speed);
+    EXPECT_TRUE(outcome.report.recordEnded);
+    EXPECT_EQ(outcome.report.blocks, 38);
+    EXPECT_EQ(bytes.size(), 38u * 2000 * 2);
+  }
+}
+
 // --- Refusals: each names the setting, and nothing is written.
 TEST(IqGeneration, RefusesWhatTheComplexFormCannotDo) {
   struct Case {
