@@ -78,6 +78,7 @@ struct GeneratorReport {
   bool stopped = false;      // RunActive was cleared
   bool recordEnded = false;  // the .scn record ended before Duration
   bool rowEnded = false;     // a navigation row ran out
+  int64_t heldValues = 0;    // I/Q form: values held at the format's limits (clipped)
 };
 
 // The buffers a run owns: n = SamplesPerMs.
