@@ -86,6 +86,8 @@ DifSettings GatherDifSettings(const DifPanelValues& p) {
   s.ScenarioDriven = p.ScenarioDriven;
   s.Duration = p.Duration * 60.0;
   s.MultipathOn = p.MultipathOn;
+  s.CodeWrapFloor = p.CodeWrapFloor;
+  s.WholeBlockRate = p.WholeBlockRate;
   if (p.ScintEnabled != 0) {
     s.ScintType = p.ScintType;
     s.ScintMode = 1 + p.ScintType;
@@ -272,6 +274,15 @@ const platform::SettingTable<DifPanelValues>& DifSettingTable() {
       {.name = "ScintReadValues", .member = &P::ScintReadValues, .min = 0, .max = 1,
        .meaning = "1: each ScintFile value as the number it is (amplitude, power, phase in "
                   "rad); 0: as the program stored it, a double over two float slots"},
+      {.name = "CodeWrapFloor", .member = &P::CodeWrapFloor, .min = 0, .max = 1,
+       .meaning = "1: the code phase's fraction wraps down into 0..1, so every satellite's code "
+                  "lags its range by the same half sample on average; 0: it wraps towards zero "
+                  "as the program does, half a sample late on an approaching satellite and half "
+                  "a sample early on a receding one"},
+      {.name = "WholeBlockRate", .member = &P::WholeBlockRate, .min = 0, .max = 1,
+       .meaning = "1: a block's code and carrier rates take the record's whole range change "
+                  "over the block's n samples; 0: the change times (n - 1) / n, as the program "
+                  "does, which lets the code drift off the range by 1/n of its change"},
       {.name = "TestPrn", .member = &P::TestPrn, .min = 1, .max = 32,
        .meaning = "test signal: satellite 1 to 32"},
       {.name = "TestCodeOn", .member = &P::TestCodeOn,

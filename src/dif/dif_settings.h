@@ -53,6 +53,10 @@ struct DifPanelValues {
   // 1: each value of ScintFile is read as the number it is (ours; 0 keeps the program's
   // reading, a double over two float slots).
   int32_t ScintReadValues = 0;
+  // Ours, both 0 by default (the program's samples): 1 keeps each satellite's code on the
+  // record's range, for receivers that measure it.
+  int32_t CodeWrapFloor = 0;     // the code phase's fraction wraps down into 0..1
+  int32_t WholeBlockRate = 0;    // a block's rates take the record's whole change over it
   int32_t TestPrn = 1;
   int32_t TestCodeOn = 1;
   int32_t TestCarrierOn = 1;
@@ -111,6 +115,8 @@ struct DifSettings {
   int32_t ScintStart = 0;
   int32_t ScintPrn = 0;
   int32_t ScintReadValues = 0;
+  int32_t CodeWrapFloor = 0;
+  int32_t WholeBlockRate = 0;
 
   int32_t TestPrn = 0;
   int32_t TestCodeOn = 0;

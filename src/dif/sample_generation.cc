@@ -833,9 +833,14 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
         UpdateScintillation(prn, record.bubbleClass[prn - 1], scintReading, seconds, files.scint,
                             scint, direct.g, direct.thetaOff);
       const RangePair& range = record.codeRange[prn - 1];
+      // The program's rate covers n - 1 of the block's n sample steps, so the code falls
+      // behind the range by 1/n of its change; the whole change keeps it on the record.
       const double dR =
-          ((range.next - range.previous) * (n - 1)) / n + range.previous - range.previous;
+          s.WholeBlockRate == 1
+              ? range.next - range.previous
+              : ((range.next - range.previous) * (n - 1)) / n + range.previous - range.previous;
       direct.n = n;
+      direct.floorWrap = s.CodeWrapFloor == 1;
       direct.rho = static_cast<float>(dR * kRangeRateToRho);
       direct.omega =
           (static_cast<float>(static_cast<double>(direct.rho) * s.CarrierFrequency) + intermediate) *
