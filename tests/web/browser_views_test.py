@@ -99,6 +99,16 @@ def scintillation(page):
         "const img = document.getElementById('scint-strip');"
         "return !img.hidden && img.naturalWidth === 640"))
     page.until("the generation's end", lambda: page.text_of("run-pill") == "scint-generate finished")
+    # The target file of the default ScintTargetFile: 5 rows and 3 poles, so the load sets
+    # FilterPoles 3 and FilterZeros 5 - 3 - 1 = 1 on the forms.
+    page.click_run("scint-load")
+    page.until("the loaded target's filter orders",
+               lambda: page.by_id("setting-FilterPoles").get_attribute("data-saved") == "3" and
+               page.by_id("setting-FilterZeros").get_attribute("data-saved") == "1")
+    loaded = page.by_id("scint-fit").get_attribute("data-url")
+    page.click_run("scint-fit")
+    page.until("the fit on its graph", lambda: page.text_of("run-pill") == "scint-fit finished" and
+               page.by_id("scint-fit").get_attribute("data-url") != loaded)
     card = page.driver.find_element(By.CSS_SELECTOR, ".scint-card")
     page.driver.execute_script("arguments[0].scrollIntoView()", card)
     card.screenshot(os.path.join(page.shots, "view-scintillation.png"))
@@ -124,6 +134,8 @@ def main():
     data_dir = os.path.join(work, "VLD")
     os.makedirs(data_dir)
     shutil.copy(os.path.join(args.examples, "brdc1820.10n"), data_dir)
+    with open(os.path.join(data_dir, "scintTarget.txt"), "w") as target:
+        target.write("5,3\n0.1,1.0\n0.5,2.0\n1,1.5\n2,0.8\n5,0.3\n")
     server, url = start_server(args.vorel, data_dir)
     options = webdriver.ChromeOptions()
     options.binary_location = chromium
