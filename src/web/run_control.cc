@@ -14,8 +14,9 @@ namespace fs = std::filesystem;
 using nlohmann::json;
 
 constexpr std::string_view kRunCommands[] = {
-    "load-orbits", "galileo", "obs",       "raw",       "dif",           "autorun",    "nav",
-    "nav-all",     "events",  "scint-load", "scint-fit", "scint-generate", "scint-clear"};
+    "load-orbits", "galileo", "obs",    "raw",        "dif",       "autorun",
+    "nav",         "nav-all", "events", "scint-load", "scint-fit", "scint-generate",
+    "scint-clear"};
 
 const app::CommandSpec* FindCommand(std::string_view name) {
   for (const app::CommandSpec& c : app::CommandTable())

@@ -182,8 +182,8 @@ void WebServer::ViewRoutes() {
         !ReadIndex(body, "column", display::kGridColumns, column, error))
       return Refuse(res, 400, error.empty() ? "the request body is not a JSON object" : error);
     if (!body.contains("value") || !ReadValue(body["value"], value))
-      return Refuse(res, 400, fmt::format("row {}, column {}: the value is not a number", row,
-                                          column));
+      return Refuse(res, 400,
+                    fmt::format("row {}, column {}: the value is not a number", row, column));
     std::lock_guard<std::mutex> lock(colourMutex_);
     display::SetGridValue(session_.colourMap, row - 1, column - 1, value);
     json answer = ColourMapJson(session_.colourMap);
@@ -210,8 +210,8 @@ void WebServer::ViewRoutes() {
   // {"pattern": 1 or 2}: the grid filled, every cell recoloured.
   server_->Post("/api/colours/pattern", [this](const Request& req, Response& res) {
     const json body = json::parse(req.body, nullptr, false);
-    if (!body.is_object() || !body.contains("pattern") || (body["pattern"] != 1 &&
-                                                           body["pattern"] != 2))
+    if (!body.is_object() || !body.contains("pattern") ||
+        (body["pattern"] != 1 && body["pattern"] != 2))
       return Refuse(res, 400, "pattern: 1 (all 1.0) or 2 (row r at 1.0 - 0.07 r)");
     std::lock_guard<std::mutex> lock(colourMutex_);
     display::GenerateColourMapData(session_.colourMap, body["pattern"].get<int>());

@@ -62,8 +62,8 @@ class WebViewsTest : public ::testing::Test {
   }
 
   json Post(const std::string& path, const json& body, int expected) {
-    auto r = client->Post(path.c_str(), {{"X-Vorel-Token", kToken}}, body.dump(),
-                          "application/json");
+    auto r =
+        client->Post(path.c_str(), {{"X-Vorel-Token", kToken}}, body.dump(), "application/json");
     EXPECT_TRUE(r);
     if (!r) return {};
     EXPECT_EQ(r->status, expected) << path << " " << body.dump() << ": " << r->body;
@@ -166,13 +166,13 @@ TEST_F(WebViewsTest, ACellEditRecoloursThatCellByTheMapRule) {
 
 TEST_F(WebViewsTest, RefusedEditsChangeNothing) {
   const std::string before = Fetch("/api/colours")->body;
-  for (const json& cell : {json{{"row", 0}, {"column", 1}, {"value", 1}},
-                           json{{"row", 10}, {"column", 1}, {"value", 1}},
-                           json{{"row", 1}, {"column", 19}, {"value", 1}},
-                           json{{"row", 1.5}, {"column", 1}, {"value", 1}},
-                           json{{"row", 1}, {"column", 1}, {"value", "abc"}},
-                           json{{"row", 1}, {"column", 1}, {"value", "inf"}},
-                           json{{"row", 1}, {"column", 1}}})
+  for (const json& cell :
+       {json{{"row", 0}, {"column", 1}, {"value", 1}},
+        json{{"row", 10}, {"column", 1}, {"value", 1}},
+        json{{"row", 1}, {"column", 19}, {"value", 1}},
+        json{{"row", 1.5}, {"column", 1}, {"value", 1}},
+        json{{"row", 1}, {"column", 1}, {"value", "abc"}},
+        json{{"row", 1}, {"column", 1}, {"value", "inf"}}, json{{"row", 1}, {"column", 1}}})
     EXPECT_FALSE(Post("/api/colours/cell", cell, 400)["error"].get<std::string>().empty());
   Post("/api/colours/entry", {{"row", 21}, {"colour", "#ffffff"}}, 400);
   Post("/api/colours/entry", {{"row", 1}, {"colour", "#fffff"}}, 400);
