@@ -3,8 +3,9 @@ import {initSettings} from './settings.js';
 import {initRuns} from './runs.js';
 import {initMap} from './map.js';
 import {initFiles} from './files.js';
+import {initViews} from './views.js';
 
 initMap();
-Promise.all([initSettings(), initRuns(), initFiles()]).then(() => {
+Promise.all([initSettings(), initRuns(), initFiles(), initViews()]).then(() => {
   document.body.dataset.ready = 'true';
 });

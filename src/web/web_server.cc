@@ -216,6 +216,7 @@ void WebServer::Routes() {
   RunRoutes();
   FileRoutes();
   MapRoutes();
+  ViewRoutes();
 }
 
 void WebServer::StaticRoutes() {
