@@ -158,14 +158,7 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
     const std::string text = issues.Describe(files.record ? files.record->path() : "");
     if (!text.empty()) ctx.messages.Warn(text);
   };
-  if (!files.record ||
-      !ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues) ||
-      !ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues)) {
-    ctx.messages.Warn(fmt::format("record {} holds fewer than two epochs: no samples were made",
-                                  files.record ? files.record->path() : ""));
-    report.recordEnded = true;
-    return 0;
-  }
+  if (!ReadFirstTwoEpochs(record, files, ctx, report, timeMs, count, issues)) return 0;
   ctx.state.navBitTable.EnsureAllocated();
   std::array<IqBitSource, 32> bits{};
   for (int p = 0; p < 32; ++p) {

@@ -746,6 +746,20 @@ float AlignChannel(int32_t n, int32_t timeMs, const int32_t* row, double range, 
   return codePhase;
 }
 
+bool ReadFirstTwoEpochs(RecordState& record, const GeneratorFiles& files, GeneratorContext& ctx,
+                        GeneratorReport& report, int32_t& timeMs, int32_t& count,
+                        ScnReadIssues& issues) {
+  if (!files.record ||
+      !ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues) ||
+      !ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues)) {
+    ctx.messages.Warn(fmt::format("record {} holds fewer than two epochs: no samples were made",
+                                  files.record ? files.record->path() : ""));
+    report.recordEnded = true;
+    return false;
+  }
+  return true;
+}
+
 int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& record,
                             ScintillationState& scint, const MultipathRecords& multipath,
                             const GeneratorFiles& files, GeneratorContext& ctx,
@@ -774,14 +788,7 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
     const std::string text = issues.Describe(files.record ? files.record->path() : "");
     if (!text.empty()) ctx.messages.Warn(text);
   };
-  if (!files.record ||
-      !ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues) ||
-      !ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues)) {
-    ctx.messages.Warn(fmt::format("record {} holds fewer than two epochs: no samples were made",
-                                  files.record ? files.record->path() : ""));
-    report.recordEnded = true;
-    return 0;
-  }
+  if (!ReadFirstTwoEpochs(record, files, ctx, report, timeMs, count, issues)) return 0;
   ctx.state.navBitTable.EnsureAllocated();
   const int32_t base = BitBaseForTime(timeMs);
 

@@ -15,6 +15,7 @@
 #include "display/scint_plots.h"
 #include "gnss/time_coords.h"
 #include "web/access.h"
+#include "web/replies.h"
 #include "web/web_server.h"
 
 namespace vorel::web {
@@ -27,18 +28,8 @@ using nlohmann::json;
 
 constexpr char kBusy[] = "a run is in progress; the view is drawn again when it ends";
 
-void Reply(Response& res, const json& body, int status = 200) {
-  res.status = status;
-  res.set_header("Cache-Control", "no-store");
-  res.set_content(body.dump(), "application/json");
-}
-
-void Refuse(Response& res, int status, const std::string& message) {
-  Reply(res, {{"error", message}}, status);
-}
-
 void ReplyPng(Response& res, const std::string& png) {
-  if (png.empty()) return Refuse(res, 500, "the chart could not be encoded as PNG");
+  if (png.empty()) return SendError(res, 500, "the chart could not be encoded as PNG");
   res.set_header("Cache-Control", "no-store");
   res.set_content(png, "image/png");
 }
@@ -131,7 +122,7 @@ void WebServer::ViewRoutes() {
     std::string error;
     std::error_code ec;
     if (!ResolveInDataDir(options_.threeDir, req.matches[1].str(), file, error))
-      return Refuse(res, 403, req.matches[1].str() + ": not part of three.js");
+      return SendError(res, 403, req.matches[1].str() + ": not part of three.js");
     std::ifstream in(file, std::ios::binary);
     if (!fs::is_regular_file(file, ec) || !in) {
       res.status = 404;
@@ -152,7 +143,7 @@ void WebServer::ViewRoutes() {
     if (!runs_->WithIdleSession([&](app::Session& s, const app::Settings& settings) {
           scene = SceneAt(s.constellation, settings.scenario);
         }))
-      return Refuse(res, 409, kBusy);
+      return SendError(res, 409, kBusy);
     res.set_header("Cache-Control", "no-store");
     res.set_content(scene, "application/json");
   });
@@ -163,13 +154,13 @@ void WebServer::ViewRoutes() {
           display::DrawOrbitChart(display::LayOutOrbitChart(s.constellation), canvas);
           png = canvas.PngBytes();
         }))
-      return Refuse(res, 409, kBusy);
+      return SendError(res, 409, kBusy);
     ReplyPng(res, png);
   });
 
   server_->Get("/api/colours", [this](const Request&, Response& res) {
     std::lock_guard<std::mutex> lock(colourMutex_);
-    Reply(res, ColourMapJson(session_.colourMap));
+    SendJson(res, ColourMapJson(session_.colourMap));
   });
   // {"row": 1-9, "column": 1-18, "value": v}: the value is stored and that cell alone
   // recoloured; "changed" names it with its new colour.
@@ -180,9 +171,9 @@ void WebServer::ViewRoutes() {
     std::string error;
     if (!body.is_object() || !ReadIndex(body, "row", display::kGridRows, row, error) ||
         !ReadIndex(body, "column", display::kGridColumns, column, error))
-      return Refuse(res, 400, error.empty() ? "the request body is not a JSON object" : error);
+      return SendError(res, 400, error.empty() ? "the request body is not a JSON object" : error);
     if (!body.contains("value") || !ReadValue(body["value"], value))
-      return Refuse(res, 400,
+      return SendError(res, 400,
                     fmt::format("row {}, column {}: the value is not a number", row, column));
     std::lock_guard<std::mutex> lock(colourMutex_);
     display::SetGridValue(session_.colourMap, row - 1, column - 1, value);
@@ -190,7 +181,7 @@ void WebServer::ViewRoutes() {
     answer["changed"] = {{"row", row},
                          {"column", column},
                          {"colour", session_.colourMap.cellColours[row - 1][column - 1]}};
-    Reply(res, answer);
+    SendJson(res, answer);
   });
   // {"row": 1-20, "colour": "#rrggbb"}: the picker's choice for one entry. The plot is
   // redrawn from it; the table's cells keep their colours until their next edit.
@@ -200,22 +191,22 @@ void WebServer::ViewRoutes() {
     int32_t colour = 0;
     std::string error;
     if (!body.is_object() || !ReadIndex(body, "row", display::kColourMapEntries, row, error))
-      return Refuse(res, 400, error.empty() ? "the request body is not a JSON object" : error);
+      return SendError(res, 400, error.empty() ? "the request body is not a JSON object" : error);
     if (!body.contains("colour") || !ReadColour(body["colour"], colour))
-      return Refuse(res, 400, "colour: #rrggbb or a number from 0 to 0xFFFFFF");
+      return SendError(res, 400, "colour: #rrggbb or a number from 0 to 0xFFFFFF");
     std::lock_guard<std::mutex> lock(colourMutex_);
     display::SetEntryColour(session_.colourMap, row, colour);
-    Reply(res, ColourMapJson(session_.colourMap));
+    SendJson(res, ColourMapJson(session_.colourMap));
   });
   // {"pattern": 1 or 2}: the grid filled, every cell recoloured.
   server_->Post("/api/colours/pattern", [this](const Request& req, Response& res) {
     const json body = json::parse(req.body, nullptr, false);
     if (!body.is_object() || !body.contains("pattern") ||
         (body["pattern"] != 1 && body["pattern"] != 2))
-      return Refuse(res, 400, "pattern: 1 (all 1.0) or 2 (row r at 1.0 - 0.07 r)");
+      return SendError(res, 400, "pattern: 1 (all 1.0) or 2 (row r at 1.0 - 0.07 r)");
     std::lock_guard<std::mutex> lock(colourMutex_);
     display::GenerateColourMapData(session_.colourMap, body["pattern"].get<int>());
-    Reply(res, ColourMapJson(session_.colourMap));
+    SendJson(res, ColourMapJson(session_.colourMap));
   });
 
   // The strip chart of the last generated series (204 before the first) and the fit's
@@ -227,7 +218,7 @@ void WebServer::ViewRoutes() {
           empty = s.scintStrip.traces.empty();
           if (!empty) png = GraphPng(s.scintStrip);
         }))
-      return Refuse(res, 409, kBusy);
+      return SendError(res, 409, kBusy);
     if (empty) {
       res.status = 204;
       return;
@@ -238,7 +229,7 @@ void WebServer::ViewRoutes() {
     std::string png;
     if (!runs_->WithIdleSession(
             [&](app::Session& s, const app::Settings&) { png = GraphPng(s.scintGraph); }))
-      return Refuse(res, 409, kBusy);
+      return SendError(res, 409, kBusy);
     ReplyPng(res, png);
   });
 }
