@@ -46,6 +46,8 @@ struct RecordOptions {
   std::optional<int> bits;
   bool packed = false;
   bool direct = false;
+  bool iq8 = false, iq16 = false;  // complex baseband instead of the real IF form
+  bool Iq() const { return iq8 || iq16; }
 };
 
 // A refusal before anything is written: the message and the exit status.
@@ -107,6 +109,32 @@ fs::path ReceiverOutputFor(const fs::path& data) {
 
 std::string Number(double v) { return fmt::format("{}", v); }
 
+// The complex form: any whole rate, the IF an offset from the band's centre, one byte
+// (or word) each for I and Q, so neither packing nor a bit count of its own.
+std::optional<Refusal> IqAssignments(const RecordOptions& o, std::vector<std::string>& out) {
+  const char* flag = o.iq8 ? "--iq8" : "--iq16";
+  if (o.iq8 && o.iq16) return Refuse("--iq8 and --iq16 exclude each other", 2);
+  if (o.packed) return Refuse(fmt::format("{} and --packed exclude each other: I/Q samples are "
+                                          "whole bytes", flag),
+                              2);
+  if (o.bits)
+    return Refuse(fmt::format("{} and --bits exclude each other: {} sets {} bits", flag, flag,
+                              o.iq8 ? 8 : 16),
+                  2);
+  if (o.fs) {
+    if (!(*o.fs >= 1.0e6 && *o.fs <= 60.0e6) || std::floor(*o.fs) != *o.fs)
+      return Refuse(fmt::format("--fs {}: with {} give a whole number of Hz from 1000000 to "
+                                "60000000",
+                                *o.fs, flag),
+                    2);
+    out.push_back(fmt::format("IqSampleRate={:.0f}", *o.fs));
+  }
+  if (o.ifHz) out.push_back("IqIfOffset=" + Number(*o.ifHz));
+  out.insert(out.end(), {"SampleForm=iq", o.iq8 ? "IqFormat=ci8" : "IqFormat=ci16",
+                         "OutputPacked=Direct", o.iq8 ? "BitsPerSample=8" : "BitsPerSample=16"});
+  return std::nullopt;
+}
+
 // The record's own options as assignments, applied after every other source.
 std::optional<Refusal> OptionAssignments(const RecordOptions& o, std::vector<std::string>& out) {
   if (o.latitude) out.push_back("ReceiverLatitude=" + Number(*o.latitude));
@@ -131,6 +159,7 @@ std::optional<Refusal> OptionAssignments(const RecordOptions& o, std::vector<std
     // A hair over the whole milliseconds, so that the run's count of them is not one short.
     out.push_back(fmt::format("Duration={:.17g}", (*o.seconds + 0.0002) / 60.0));
   }
+  if (o.Iq()) return IqAssignments(o, out);
   if (o.fs) {
     std::string rate, decimation;
     if (!RateSettings(*o.fs, rate, decimation))
@@ -159,7 +188,9 @@ std::optional<Refusal> RecordSettings(const CommandContext& c, const RecordOptio
   auto apply = [&](const std::string& a, std::string_view source) {
     return ApplySetAssignment(st, a, source, error);
   };
-  for (const char* a : {kRecordProfile, "MaxChannels=16"})
+  // IqNoise: a complex recording carries the receiver's noise, as the real form's coarse
+  // levels carry theirs; without it a satellite's absence reads as a cross-correlation peak.
+  for (const char* a : {kRecordProfile, "MaxChannels=16", "IqNoise=1"})
     if (!apply(a, "record")) return Refuse(error, 2);
   if (!c.global.scenarioFile.empty() && !ApplyScenarioFile(st, c.global.scenarioFile, error))
     return Refuse(error, 2);
@@ -184,6 +215,7 @@ std::optional<Refusal> CheckRecordingShape(const Settings& st) {
   const dif::DifPanelValues panel = DifPanelFromSettings(st);
   const dif::DifSettings d = dif::GatherDifSettings(panel);
   if (const std::string why = dif::CheckDifSettings(d); !why.empty()) return Refuse(why, 2);
+  if (d.SampleForm == dif::kSampleFormIq) return std::nullopt;  // its own checks are above
   const RecordingShape shape = ShapeOf(d);
   const double rate = d.SamplingFrequency / shape.decimation;
   if (!(d.IfFrequency > 0.0) || rate < 2.0 * d.IfFrequency)
@@ -348,6 +380,16 @@ dif::RecordingDescription Describe(const Session& s, const fs::path& data, const
   r.bits = d.BitsPerSample;
   r.packed = d.OutputPacked == 1;
   r.samples = static_cast<int64_t>(outcome.report.blocks) * shape.writtenPerMs;
+  if (d.SampleForm == dif::kSampleFormIq) {
+    // The band is centred where L1 minus the offset lies; I and Q make one sample.
+    r.complexSamples = true;
+    r.samplingFrequency = static_cast<double>(d.IqSampleRate);
+    r.ifFrequency = d.IqIfOffset;
+    r.centreFrequency = gnss::kL1Frequency - d.IqIfOffset;
+    r.bits = 8 * d.IqBytes;
+    r.packed = false;
+    r.samples = outcome.report.bytes / (2 * d.IqBytes);
+  }
   r.startUtc = StartUtc(st.scenario);
   r.gpsWeek = t.week;
   r.gpsSecondsOfWeek = t.secondsOfWeek;
@@ -387,7 +429,11 @@ int Run(CommandContext& c, const RecordOptions& o) {
           [&s](double sow, int32_t week) { RedateOrbits(s.constellation, sow, week); }) != 0)
     return 1;
   progress.Stage(0.0, kObservationShare);
-  if (const platform::Status observed = RunObservationSim(s); !observed.ok())
+  // The samples need the record only as far as they go; a second more covers the last
+  // block's next epoch with room to spare.
+  const auto recordSeconds =
+      static_cast<int32_t>(std::ceil(s.settings.dif.Duration * 60.0)) + 1;
+  if (const platform::Status observed = RunObservationSim(s, recordSeconds); !observed.ok())
     return observed.ExitStatus();
   s.lastOutputs.clear();
 
@@ -474,11 +520,16 @@ std::function<int(CommandContext&)> RecordCommand(CLI::App& p) {
   p.add_option("--start", o->start, "first sample, e.g. 2010-07-01T10:00:00 (default: the "
                                     "scenario date)");
   p.add_option("--seconds", o->seconds, "length of the recording (default Duration: 60 s)");
-  p.add_option("--fs", o->fs, "samples a second in the file (default 16368000)");
-  p.add_option("--if", o->ifHz, "intermediate frequency, Hz (default 4092000)");
+  p.add_option("--fs", o->fs, "samples a second in the file (default 16368000; with --iq8 or "
+                              "--iq16 any whole rate from 1 to 60 MHz, default 4000000)");
+  p.add_option("--if", o->ifHz, "intermediate frequency, Hz (default 4092000; with --iq8 or "
+                                "--iq16 where L1 lies from the band's centre, default 0)");
   p.add_option("--bits", o->bits, "bits a sample, 1 or 2 for receivers (default 2)");
   p.add_flag("--packed", o->packed, "pack the samples into bytes, earliest lowest (the default)");
   p.add_flag("--direct", o->direct, "one sample a byte");
+  p.add_flag("--iq8", o->iq8, "complex baseband, I then Q a signed byte each (ci8)");
+  p.add_flag("--iq16", o->iq16, "complex baseband, I then Q a signed little-endian 16-bit "
+                                "word each (ci16_le)");
   return [o](CommandContext& c) { return Run(c, *o); };
 }
 

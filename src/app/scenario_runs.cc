@@ -358,7 +358,9 @@ platform::Status ReceiverRunArgs(Session& session, const Settings& settings,
   return CheckModelsAndArgs(session, args);
 }
 
-platform::Status RunObservationSim(Session& session) {
+platform::Status RunObservationSim(Session& session) { return RunObservationSim(session, 0); }
+
+platform::Status RunObservationSim(Session& session, int32_t lengthSeconds) {
   const Settings settings = session.settings;  // a run reads its settings once
   const ScenarioSettings& sc = settings.scenario;
   platform::RunActiveScope active(session.RunActive);
@@ -367,6 +369,7 @@ platform::Status RunObservationSim(Session& session) {
   observation::TrajectoryRunArgs args;
   platform::Status prepared = ReceiverRunArgs(session, settings, args);
   if (!prepared.ok()) return prepared;
+  if (lengthSeconds > 0) args.durationArg = std::min(args.durationArg, lengthSeconds);
 
   platform::LineReader trajectory;  // the run's own: closed when the run ends
   std::filesystem::path trajectoryPath;

@@ -16,6 +16,7 @@ constexpr char kSigmfVersion[] = "1.0.0";
 constexpr double kChipRate = 1023000.0;
 
 std::string LayoutName(const RecordingDescription& d) {
+  if (d.complexSamples) return d.bits == 16 ? "ci16" : "ci8";
   if (!d.packed) return "direct";
   return d.bits == 1 ? "packed1" : "packed2";
 }
@@ -25,7 +26,36 @@ int32_t SamplesPerByte(const RecordingDescription& d) {
   return d.bits == 1 ? 8 : 4;
 }
 
+// Where L1 lies: the centre itself for the real form (its IF stands for L1), the centre
+// plus the offset for the complex form.
+double L1Of(const RecordingDescription& d) {
+  return d.complexSamples ? d.centreFrequency + d.ifFrequency : d.centreFrequency;
+}
+
+Json ComplexGlobalObject(const RecordingDescription& d) {
+  Json g;
+  g["core:datatype"] = d.bits == 16 ? "ci16_le" : "ci8";
+  g["core:sample_rate"] = d.samplingFrequency;
+  g["core:version"] = kSigmfVersion;
+  g["core:num_channels"] = 1;
+  g["core:recorder"] = d.recorder;
+  g["core:description"] = d.description;
+  g["core:extensions"] =
+      Json::array({Json{{"name", "vorel"}, {"version", "1.0.0"}, {"optional", true}}});
+  g["core:geolocation"] = Json{{"type", "Point"},
+                               {"coordinates", {d.longitude, d.latitude, d.altitude}}};
+  g["vorel:sample_format"] = LayoutName(d);
+  g["vorel:bits_per_sample"] = d.bits;
+  g["vorel:real_samples"] = false;
+  // L1 lies this far above core:frequency; a reader that knows only the core fields finds
+  // it there too.
+  g["vorel:if_frequency"] = d.ifFrequency;
+  g["vorel:spectrum_inverted"] = false;
+  return g;
+}
+
 Json GlobalObject(const RecordingDescription& d) {
+  if (d.complexSamples) return ComplexGlobalObject(d);
   Json g;
   // Bytes of unsigned levels; how many samples a byte holds says "vorel:sample_format",
   // which is why the extension is not optional for a packed file.
@@ -85,8 +115,8 @@ std::string SigmfMetaJson(const RecordingDescription& d) {
   annotation["core:sample_start"] = 0;
   annotation["core:sample_count"] = d.samples;
   annotation["core:label"] = "GPS L1 C/A";
-  annotation["core:freq_lower_edge"] = d.centreFrequency - kChipRate;
-  annotation["core:freq_upper_edge"] = d.centreFrequency + kChipRate;
+  annotation["core:freq_lower_edge"] = L1Of(d) - kChipRate;
+  annotation["core:freq_upper_edge"] = L1Of(d) + kChipRate;
   doc["annotations"] = Json::array({annotation});
   return doc.dump(2) + "\n";
 }
@@ -183,19 +213,28 @@ bool GnssSdrConfig(const RecordingDescription& d, const GnssSdrOptions& options,
   // removes the mean of the unsigned levels, which the mix moves to -IF.
   const double bandwidth = std::min(2.0e6, 0.38 * internal);
   const double transition = std::min(1.0e6, 0.2 * internal);
-  const bool twoBitPacked = d.packed && d.bits == 2;
+  const bool twoBitPacked = !d.complexSamples && d.packed && d.bits == 2;
   // The two-bit reader takes each field as two's complement (2v+1): our unsigned levels
   // 0,1,2,3 arrive as +1,+3,-3,-1, the sign inverted, which the tracking loops absorb.
   const char* source = twoBitPacked ? "Two_Bit_Packed_File_Signal_Source" : "File_Signal_Source";
   const char* stream = twoBitPacked ? "float" : "byte";
+  // Complex samples: interleaved I then Q, made complex by the adapter; the filter then
+  // only moves L1 from the offset to zero (and, with no offset, nothing at all).
+  const char* item = d.complexSamples ? (d.bits == 16 ? "ishort" : "ibyte") : "byte";
+  if (d.complexSamples) stream = "gr_complex";
   const std::string data = std::filesystem::absolute(d.dataFile).lexically_normal().string();
   const std::string out = std::filesystem::absolute(options.outputFolder).lexically_normal().string();
   const int32_t channels = std::max(1, d.channelCount);
 
   ConfigLines line;
   line("; GNSS-SDR configuration for {}", d.dataFile.filename().string());
-  line("; written by {}: GPS L1 C/A, real samples at IF {} Hz, {} Hz, {} bit(s), {}", d.recorder,
-       d.ifFrequency, d.samplingFrequency, d.bits, d.packed ? "packed" : "one sample a byte");
+  if (d.complexSamples)
+    line("; written by {}: GPS L1 C/A, complex baseband ({}), {} Hz, L1 at {} Hz", d.recorder,
+         d.bits == 16 ? "ci16_le" : "ci8", d.samplingFrequency, d.ifFrequency);
+  else
+    line("; written by {}: GPS L1 C/A, real samples at IF {} Hz, {} Hz, {} bit(s), {}",
+         d.recorder, d.ifFrequency, d.samplingFrequency, d.bits,
+         d.packed ? "packed" : "one sample a byte");
   line("; run: gnss-sdr --config_file=<this file>");
   line("");
   line("[GNSS-SDR]");
@@ -207,8 +246,8 @@ bool GnssSdrConfig(const RecordingDescription& d, const GnssSdrOptions& options,
   line("");
   line("SignalSource.implementation={}", source);
   line("SignalSource.filename={}", data);
-  line("SignalSource.item_type=byte");
-  line("SignalSource.sample_type=real");
+  line("SignalSource.item_type={}", item);
+  if (!d.complexSamples) line("SignalSource.sample_type=real");
   line("SignalSource.big_endian_bytes=false");
   line("SignalSource.sampling_frequency={}", fs);
   line("SignalSource.samples=0");
@@ -217,8 +256,13 @@ bool GnssSdrConfig(const RecordingDescription& d, const GnssSdrOptions& options,
   line("SignalSource.enable_throttle_control=false");
   line("");
   line("SignalConditioner.implementation=Signal_Conditioner");
-  line("DataTypeAdapter.implementation=Pass_Through");
-  line("DataTypeAdapter.item_type={}", stream);
+  if (d.complexSamples) {
+    line("DataTypeAdapter.implementation={}",
+         d.bits == 16 ? "Ishort_To_Complex" : "Ibyte_To_Complex");
+  } else {
+    line("DataTypeAdapter.implementation=Pass_Through");
+    line("DataTypeAdapter.item_type={}", stream);
+  }
   line("InputFilter.implementation=Freq_Xlating_Fir_Filter");
   line("InputFilter.input_item_type={}", stream);
   line("InputFilter.output_item_type=gr_complex");

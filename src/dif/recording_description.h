@@ -24,6 +24,8 @@ struct RecordingDescription {
   double centreFrequency = 1575420000.0;  // Hz, the carrier the IF stands for
   int32_t bits = 2;
   bool packed = true;
+  bool complexSamples = false;  // I then Q, signed, `bits` each; the IF is then the offset
+                                // of L1 from centreFrequency
   int64_t samples = 0;    // in the file
   std::string startUtc;   // ISO 8601, "2010-07-01T10:00:00Z"
   int32_t gpsWeek = 0;

@@ -109,6 +109,87 @@ TEST_F(Record, CheckFindsExactlyTheSatellitesTheDescriptionNames) {
   EXPECT_TRUE(Found(wrong.out).empty()) << wrong.out;
 }
 
+TEST_F(Record, IqOptionsAreRefusedWithTheRealFormsOwn) {
+  const std::string out = (dir / "iq.bin").string();
+  struct Case {
+    std::vector<std::string> extra;
+    std::string says;
+  };
+  const std::vector<Case> cases = {
+      {{"--iq8", "--iq16"}, "--iq8 and --iq16"},
+      {{"--iq8", "--packed"}, "--packed"},
+      {{"--iq16", "--bits", "2"}, "--bits"},
+      {{"--iq8", "--fs", "999999"}, "--fs 999999"},
+      {{"--iq8", "--fs", "60000001"}, "--fs 60000001"},
+      {{"--iq8", "--fs", "2600000.5"}, "--fs 2600000.5"},
+      // Half the rate or more away from the centre folds L1 over.
+      {{"--iq8", "--fs", "2000000", "--if", "1000000"}, "IqIfOffset"},
+  };
+  for (const Case& c : cases) {
+    std::vector<std::string> extra = c.extra;
+    extra.insert(extra.end(), {"--seconds", "2", "-o", out});
+    const CliResult r = Run(Munich(extra));
+    EXPECT_EQ(r.status, 2) << c.says << "\n" << r.err;
+    EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
+  }
+  EXPECT_FALSE(std::filesystem::exists(dir / "iq.bin"));
+  // The real form's own rate rule does not apply: 2.6 MHz is no generator rate, and no IF
+  // stands in the way.
+  const CliResult ok = Run(Munich({"--iq8", "--fs", "2600000", "--seconds", "1", "-o", out}));
+  EXPECT_EQ(ok.status, 0) << ok.err;
+}
+
+TEST_F(Record, Iq8RecordingIsDescribedAsWrittenAndCheckFindsItsSatellites) {
+  const CliResult r = Run(Munich({"--iq8", "--fs", "2600000", "--seconds", "2", "-o", "iq.bin"}));
+  ASSERT_EQ(r.status, 0) << r.err;
+  // I and Q a byte each, 2 s at 2.6 MHz; a block is one millisecond of 2600 samples.
+  const auto size = static_cast<int64_t>(std::filesystem::file_size(dir / "iq.bin"));
+  EXPECT_NEAR(size, 2 * 2600000 * 2, 2 * 2600);
+
+  const auto meta = nlohmann::json::parse(ReadFile(dir / "iq.sigmf-meta"));
+  EXPECT_EQ(meta.at("global").at("core:datatype"), "ci8");
+  EXPECT_EQ(meta.at("global").at("core:sample_rate").get<double>(), 2600000.0);
+  EXPECT_EQ(meta.at("captures")[0].at("core:frequency").get<double>(), 1575420000.0);
+  EXPECT_EQ(meta.at("annotations")[0].at("core:sample_count").get<int64_t>(), size / 2);
+  const std::string conf = ReadFile(dir / "iq.gnss-sdr.conf");
+  for (const char* line : {"SignalSource.item_type=ibyte\n", "SignalSource.sampling_frequency=2600000\n",
+                           "DataTypeAdapter.implementation=Ibyte_To_Complex\n", "InputFilter.IF=0\n"})
+    EXPECT_NE(conf.find(line), std::string::npos) << line << conf;
+  EXPECT_EQ(conf.find("sample_type=real"), std::string::npos) << conf;
+
+  std::map<int, double> described;
+  for (const auto& s : meta.at("captures")[0].at("vorel:satellites"))
+    described[s.at("prn").get<int>()] = s.at("doppler_hz").get<double>();
+  ASSERT_GE(described.size(), 6u);
+  const CliResult c = Run({"check", "iq.bin", "--ms", "20", "--skip-ms", "100"});
+  ASSERT_EQ(c.status, 0) << c.err;
+  EXPECT_NE(c.out.find("ci8"), std::string::npos) << c.out;
+  const std::map<int, double> found = Found(c.out);
+  EXPECT_EQ(found.size(), described.size()) << c.out;
+  for (const auto& [prn, doppler] : described) {
+    ASSERT_TRUE(found.count(prn)) << "PRN " << prn << " not found\n" << c.out;
+    EXPECT_NEAR(found.at(prn), doppler, 25.0) << "PRN " << prn;
+  }
+}
+
+TEST_F(Record, Iq16OffsetMovesTheCentreAndTheReceiversIf) {
+  const CliResult r =
+      Run(Munich({"--iq16", "--fs", "3000000", "--if", "250000", "--seconds", "1", "-o", "w.bin"}));
+  ASSERT_EQ(r.status, 0) << r.err;
+  // Four bytes a sample.
+  EXPECT_NEAR(static_cast<double>(std::filesystem::file_size(dir / "w.bin")), 4.0 * 3000000,
+              4.0 * 3000);
+  const auto meta = nlohmann::json::parse(ReadFile(dir / "w.sigmf-meta"));
+  EXPECT_EQ(meta.at("global").at("core:datatype"), "ci16_le");
+  // L1 lies 250 kHz above the centre.
+  EXPECT_EQ(meta.at("captures")[0].at("core:frequency").get<double>(), 1575170000.0);
+  EXPECT_EQ(meta.at("global").at("vorel:if_frequency").get<double>(), 250000.0);
+  const std::string conf = ReadFile(dir / "w.gnss-sdr.conf");
+  for (const char* line : {"SignalSource.item_type=ishort\n", "InputFilter.IF=250000\n",
+                           "DataTypeAdapter.implementation=Ishort_To_Complex\n"})
+    EXPECT_NE(conf.find(line), std::string::npos) << line << conf;
+}
+
 TEST_F(Record, CheckFindsNoSatelliteInNoise) {
   std::mt19937 random(20100701);
   std::string bytes(16368 * 20 / 4, '\0');
