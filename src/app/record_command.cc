@@ -188,9 +188,8 @@ std::optional<Refusal> RecordSettings(const CommandContext& c, const RecordOptio
   auto apply = [&](const std::string& a, std::string_view source) {
     return ApplySetAssignment(st, a, source, error);
   };
-  // IqNoise: a complex recording carries the receiver's noise, as the real form's coarse
-  // levels carry theirs; without it a satellite's absence reads as a cross-correlation peak.
-  for (const char* a : {kRecordProfile, "MaxChannels=16", "IqNoise=1"})
+  // A complex recording stays noise-free (IqNoise 0): the receiver under test adds its own.
+  for (const char* a : {kRecordProfile, "MaxChannels=16"})
     if (!apply(a, "record")) return Refuse(error, 2);
   if (!c.global.scenarioFile.empty() && !ApplyScenarioFile(st, c.global.scenarioFile, error))
     return Refuse(error, 2);
