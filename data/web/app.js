@@ -2,9 +2,11 @@
 import {initSettings} from './settings.js';
 import {initRuns} from './runs.js';
 import {initMap} from './map.js';
+import {initProfile} from './profile.js';
 import {initFiles} from './files.js';
 
 initMap();
+initProfile();
 Promise.all([initSettings(), initRuns(), initFiles()]).then(() => {
   document.body.dataset.ready = 'true';
 });

@@ -12,6 +12,7 @@
 #include "web/event_hub.h"
 #include "web/map_layers.h"
 #include "web/run_control.h"
+#include "web/tec_job.h"
 
 namespace httplib {
 class Server;
@@ -65,6 +66,8 @@ class WebServer {
   void RunRoutes();
   void FileRoutes();
   void MapRoutes();
+  void MapDrawingRoutes();
+  void RedrawBubble();
 
   app::Session& session_;
   ServerOptions options_;
@@ -72,6 +75,7 @@ class WebServer {
   EventHub events_;
   WebDisplay display_;
   std::unique_ptr<RunControl> runs_;
+  std::unique_ptr<TecJob> tec_;  // with a map renderer only
   std::unique_ptr<httplib::Server> server_;
   int port_ = 0;
 };
