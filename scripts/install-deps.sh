@@ -8,7 +8,7 @@ packages=(
   libfmt-dev libcli11-dev libtomlplusplus-dev libeigen3-dev libfftw3-dev libcairo2-dev
   nlohmann-json3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  libcpp-httplib-dev
+  libcpp-httplib-dev libjs-three
   rtklib python3
   chromium chromium-driver python3-selenium
   gnss-sdr

@@ -4,9 +4,10 @@ import {initRuns} from './runs.js';
 import {initMap} from './map.js';
 import {initProfile} from './profile.js';
 import {initFiles} from './files.js';
+import {initViews} from './views.js';
 
 initMap();
 initProfile();
-Promise.all([initSettings(), initRuns(), initFiles()]).then(() => {
+Promise.all([initSettings(), initRuns(), initFiles(), initViews()]).then(() => {
   document.body.dataset.ready = 'true';
 });

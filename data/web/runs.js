@@ -55,6 +55,7 @@ function onRunEvent(run) {
   showOutputs(run.outputs || []);
   refreshFiles();
   refreshMap();
+  document.dispatchEvent(new CustomEvent('run-ended', {detail: run}));
 }
 
 async function start(body) {

@@ -158,12 +158,15 @@ Action ScintClearCommand(CLI::App&) {
 
 int PlotScintSeries(CommandContext& c, const scintillation::ScintCommandResult& r,
                     const std::string& path) {
-  if (path.empty() || r.status != 0) return r.status;
+  if (r.status != 0) return r.status;
+  // The strip chart stays on show, as on the panel, for a front end to draw.
+  c.session.scintStrip =
+      display::ScintStripChart(r.series.ampOut, r.series.phaseOut, scintillation::kScintSampleRate);
+  if (path.empty()) return 0;
   const std::string mapped = c.session.dataDir.Map(path).string();
   std::string error;
-  const display::PlotGraph strip =
-      display::ScintStripChart(r.series.ampOut, r.series.phaseOut, scintillation::kScintSampleRate);
-  if (!display::WriteGraphPng(strip, mapped, error)) return Failed("scint-generate", error);
+  if (!display::WriteGraphPng(c.session.scintStrip, mapped, error))
+    return Failed("scint-generate", error);
   return Wrote(c, mapped);
 }
 

@@ -44,6 +44,7 @@ int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutco
     for (const std::string& w : RecordingWarnings(panel, derived)) session.messages.Warn(w);
   dif::RunDifGeneration(panel, paths, session.dif, session.workerRand,
                         session.RunActive, session.messages, speed, outcome);
+  if (outcome.badSetting) return 2;  // a refused setting, as at start-up
   if (outcome.refused) return 1;
   session.lastOutputs.push_back(paths.output.string());
   return outcome.popup ? 1 : 0;
@@ -64,6 +65,7 @@ RecordingShape ShapeOf(const dif::DifSettings& s) {
 std::vector<std::string> RecordingWarnings(const dif::DifPanelValues& panel,
                                            const dif::DifSettings& s) {
   std::vector<std::string> out;
+  if (s.SampleForm == dif::kSampleFormIq) return out;  // the real form's shapes only
   const double typed = std::strtod(panel.SamplingFrequency.c_str(), nullptr);
   const double used = s.SamplingFrequency / 1000.0;
   if (typed != used)
@@ -90,7 +92,28 @@ std::vector<std::string> RecordingWarnings(const dif::DifPanelValues& panel,
   return out;
 }
 
+static std::string DescribeIqRecording(const dif::DifSettings& s, const dif::GeneratorReport& report) {
+  const int bits = 8 * s.IqBytes;
+  std::string held = "no value clipped";
+  if (report.heldValues > 0) {
+    const double share = 100.0 * static_cast<double>(report.heldValues) /
+                         std::max<double>(1.0, static_cast<double>(report.bytes / s.IqBytes));
+    held = fmt::format("{} values ({:.3g} %) clipped at the limits: lower IqAmplitude",
+                       report.heldValues, share);
+  }
+  return fmt::format(
+      "{} ms of signal, {} bytes: complex baseband, {} samples per second (fs {} Hz), L1 at "
+      "{} Hz, IqFormat {}: I then Q, {}-bit signed{}, no header; a satellite's amplitude {} "
+      "levels, fixed for the run, {}",
+      report.blocks, report.bytes, s.IqSampleRate, s.IqSampleRate,
+      fmt::format("{}", s.IqIfOffset), s.IqBytes == 1 ? "ci8" : "ci16", bits,
+      s.IqBytes == 2 ? " little-endian" : "", fmt::format("{}", s.IqAmplitude),
+      s.IqNoise != 0 ? fmt::format("noise at {} dB-Hz, {}", s.SignalPower + 204.0, held)
+                     : fmt::format("no noise, {}", held));
+}
+
 std::string DescribeRecording(const dif::DifSettings& s, const dif::GeneratorReport& report) {
+  if (s.SampleForm == dif::kSampleFormIq) return DescribeIqRecording(s, report);
   const RecordingShape shape = ShapeOf(s);
   const int32_t d = shape.decimation;
   const double rate = s.SamplingFrequency / d;

@@ -71,6 +71,8 @@ struct Session {
   display::ColourMap colourMap = display::InitialColourMap();
   // The filter fit's graph: loaded targets and fits pile up on it until it is cleared.
   display::PlotGraph scintGraph = display::EmptyFitGraph();
+  // The strip chart of the last generated series; no traces before the first.
+  display::PlotGraph scintStrip;
 
   // Station 1's position in relative mode, kept from one station run to the next.
   double originLatitude = 0.0;

@@ -51,13 +51,28 @@ inline void Emit(float* dst, int32_t i, float s, float g, Out mode) {
     dst[i] = 0.0f + s * g;
 }
 
-template <bool kWild>
+// Whether the code phase's fraction x has left its range: -1..1 as the program wraps it
+// (towards zero), 0..1 when it wraps down (kFloor).
+template <bool kFloor>
+inline bool LeavesRange(float x) {
+  return kFloor ? (x >= 1.0f || x < 0.0f) : std::fabs(x) >= 1.0f;
+}
+
+// The whole samples that move from the fraction to the code index.
+template <bool kWild, bool kFloor>
+inline int32_t WholeSamples(float x) {
+  int32_t m = kWild ? SaturatingTrunc(x) : static_cast<int32_t>(x);
+  if (kFloor && static_cast<float>(m) > x) m -= 1;
+  return m;
+}
+
+template <bool kWild, bool kFloor>
 inline void Step(const PathArgs& a, ChannelNco& c, BitFeed& feed, PathCursor& p, int32_t i,
                  float* dst, Out mode) {
   const float fi1 = static_cast<float>(i + 1);
   p.x = p.dcf + fi1 * a.rho;
-  if (std::fabs(p.x) >= 1.0f) {
-    const int32_t m = kWild ? SaturatingTrunc(p.x) : static_cast<int32_t>(p.x);
+  if (LeavesRange<kFloor>(p.x)) {
+    const int32_t m = WholeSamples<kWild, kFloor>(p.x);
     c.codeFraction -= static_cast<float>(m);
     p.K += m;
     c.codeIndex = static_cast<int32_t>(p.K);
@@ -94,10 +109,10 @@ inline void Finish(const PathArgs& a, ChannelNco& c, const PathCursor& p) {
   c.codeFraction = p.x;
 }
 
-template <bool kWild>
+template <bool kWild, bool kFloor>
 void PlainLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode, PathCursor& p,
                int32_t i0, int32_t i1) {
-  for (int32_t i = i0; i < i1; ++i) Step<kWild>(a, c, feed, p, i, dst, mode);
+  for (int32_t i = i0; i < i1; ++i) Step<kWild, kFloor>(a, c, feed, p, i, dst, mode);
 }
 
 #if defined(__x86_64__)
@@ -115,7 +130,7 @@ VOREL_LANES_INLINE void LoadCarrierTable(int32_t navBit, typename lanes::Vec<W>:
 // index of the group's first sample, moves on by W after a vector group and is taken anew
 // after a plain one. Written once for eight lanes (AVX2: the table in two registers) and
 // sixteen (AVX-512: in one).
-template <int W>
+template <int W, bool kFloor>
 VOREL_LANES_INLINE void FastLoopLanes(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst,
                                       Out mode, PathCursor& p, int32_t i0, int32_t i1) {
   using F = typename lanes::Vec<W>::F;
@@ -132,13 +147,13 @@ VOREL_LANES_INLINE void FastLoopLanes(const PathArgs& a, ChannelNco& c, BitFeed&
   I iv = lanes::Iota<I>() + lanes::Splat<I>(i0);  // i + lane
   for (; i + W <= i1; i += W, iv += W) {
     // x = dcf + float(i + 1) rho runs one way over the group (each operation rounds
-    // monotonically), so it leaves -1..1 inside the group exactly when it does at the
+    // monotonically), so it leaves its range inside the group exactly when it does at the
     // group's first or last sample.
     const float xFirst = p.dcf + static_cast<float>(i + 1) * a.rho;
     const float xLast = p.dcf + static_cast<float>(i + W) * a.rho;
-    const bool wrap = std::fabs(xFirst) >= 1.0f || std::fabs(xLast) >= 1.0f;
+    const bool wrap = LeavesRange<kFloor>(xFirst) || LeavesRange<kFloor>(xLast);
     if (wrap || !a.carrierOn || kStart <= 1 || kStart + W - 1 >= n) {
-      for (int32_t j = i; j < i + W; ++j) Step<false>(a, c, feed, p, j, dst, mode);
+      for (int32_t j = i; j < i + W; ++j) Step<false, kFloor>(a, c, feed, p, j, dst, mode);
       kStart = FloorMod(static_cast<int64_t>(i) + W + 1 + p.K, n);
       continue;
     }
@@ -166,40 +181,51 @@ VOREL_LANES_INLINE void FastLoopLanes(const PathArgs& a, ChannelNco& c, BitFeed&
     kStart += W;
     if (kStart >= n) kStart -= n;
   }
-  for (; i < i1; ++i) Step<false>(a, c, feed, p, i, dst, mode);
+  for (; i < i1; ++i) Step<false, kFloor>(a, c, feed, p, i, dst, mode);
 }
 
+template <bool kFloor>
 __attribute__((target("avx2"))) void FastLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed,
                                               float* dst, Out mode, PathCursor& p, int32_t i0,
                                               int32_t i1) {
-  FastLoopLanes<8>(a, c, feed, dst, mode, p, i0, i1);
+  FastLoopLanes<8, kFloor>(a, c, feed, dst, mode, p, i0, i1);
 }
 
+template <bool kFloor>
 __attribute__((target("avx512f"))) void FastLoop512(const PathArgs& a, ChannelNco& c,
                                                     BitFeed& feed, float* dst, Out mode,
                                                     PathCursor& p, int32_t i0, int32_t i1) {
-  FastLoopLanes<16>(a, c, feed, dst, mode, p, i0, i1);
+  FastLoopLanes<16, kFloor>(a, c, feed, dst, mode, p, i0, i1);
 }
 #endif
 
-void Run(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode, PathCursor& p,
-         int32_t i0, int32_t i1) {
+template <bool kFloor>
+void RunForm(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode, PathCursor& p,
+             int32_t i0, int32_t i1) {
   switch (p.form) {
 #if defined(__x86_64__)
     case PathCursor::Form::kSixteen:
-      FastLoop512(a, c, feed, dst, mode, p, i0, i1);
+      FastLoop512<kFloor>(a, c, feed, dst, mode, p, i0, i1);
       return;
     case PathCursor::Form::kEight:
-      FastLoop(a, c, feed, dst, mode, p, i0, i1);
+      FastLoop<kFloor>(a, c, feed, dst, mode, p, i0, i1);
       return;
 #endif
     case PathCursor::Form::kWild:
-      PlainLoop<true>(a, c, feed, dst, mode, p, i0, i1);
+      PlainLoop<true, kFloor>(a, c, feed, dst, mode, p, i0, i1);
       return;
     default:
-      PlainLoop<false>(a, c, feed, dst, mode, p, i0, i1);
+      PlainLoop<false, kFloor>(a, c, feed, dst, mode, p, i0, i1);
       return;
   }
+}
+
+void Run(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode, PathCursor& p,
+         int32_t i0, int32_t i1) {
+  if (a.floorWrap)
+    RunForm<true>(a, c, feed, dst, mode, p, i0, i1);
+  else
+    RunForm<false>(a, c, feed, dst, mode, p, i0, i1);
 }
 
 void Whole(const PathArgs& a, ChannelNco& c, BitFeed& feed, float* dst, Out mode, bool vectorised) {

@@ -2,8 +2,9 @@
 // The inner loop of sample generation: one path of one channel over one block.
 //
 // For sample i of the block (all in single precision except the integers):
-//   x   = (d + codeFraction) + float(i + 1) rho; when |x| >= 1 the whole samples move from
-//         codeFraction to the code index (codeIndex = K) and x is taken again
+//   x   = (d + codeFraction) + float(i + 1) rho; when |x| >= 1 the whole samples (x
+//         truncated) move from codeFraction to the code index (codeIndex = K) and x is taken
+//         again; with floorWrap, when x leaves 0..1, x floored moves
 //   k   = (i + 1 + K) mod n, floored
 //   phi = (thetaOff + carrierPhase) + float(i) omega
 //   at k = 0 with `armed` set the channel counts a millisecond, and at the twentieth a new
@@ -67,6 +68,13 @@ struct PathArgs {
   const int32_t* code = nullptr;
   const float* codeFloat = nullptr;  // float(code[k]), for the vector form
   bool wide = true;                  // the vector form may use 16 lanes where the machine has them
+  // The sample of the code is picked by the code index alone, the fraction left out. As the
+  // program wraps it (false), the fraction runs in -1..1 with the sign of rho, so the code
+  // sent is on average half a sample late on an approaching satellite and half a sample
+  // early on a receding one: metres of range error that differ by satellite. Wrapped down (true), the fraction
+  // stays in 0..1 whatever rho, and every satellite's code lags by the same half sample on
+  // average, which a receiver takes into its clock.
+  bool floorWrap = false;
 };
 
 // The state a path carries from sample to sample within a block, and the form of the loop

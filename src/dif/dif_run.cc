@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "dif/iq_generation.h"
 #include "dif/nav_bit_table.h"
 #include "platform/fir.h"
 #include "platform/text_file.h"
@@ -45,7 +46,10 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
     return 1;
   };
   const std::string refusal = CheckDifSettings(s);
-  if (!refusal.empty()) return fail(refusal, true);
+  if (!refusal.empty()) {
+    outcome.badSetting = true;
+    return fail(refusal, true);
+  }
 
   // The inputs first: a run that cannot read them leaves every file as it was.
   const bool scenarioDriven = s.ScenarioDriven != 0;
@@ -75,7 +79,7 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
 
   const int32_t n = s.SamplesPerMs;
   RunBuffers buffers;
-  buffers.Allocate(n);
+  if (s.SampleForm != kSampleFormIq) buffers.Allocate(n);  // the I/Q form has its own
   double taps[kFilterTaps] = {};
   const double low = (s.IfFrequency - s.Bandwidth * 0.5) / s.SamplingFrequency;
   const double high = (s.IfFrequency + s.Bandwidth * 0.5) / s.SamplingFrequency;
@@ -149,7 +153,11 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
                       missing, (paths.dataDir / "NAV").string()));
     files.record = &recordFile;
     RecordState record;
-    GenerateScenarioSamples(s, buffers, record, scint, multipath, files, context, outcome.report);
+    if (s.SampleForm == kSampleFormIq)
+      GenerateIqSamples(s, record, files, context, outcome.report);
+    else
+      GenerateScenarioSamples(s, buffers, record, scint, multipath, files, context,
+                              outcome.report);
   }
   const bool stopped = RunActive.load(std::memory_order_relaxed) == 0;
 

@@ -26,6 +26,7 @@ struct DifRunPaths {
 struct DifRunOutcome {
   int result = 1;        // what RunDifGeneration returns
   bool refused = false;  // a setting was refused: nothing ran, no file was touched
+  bool badSetting = false;  // refused for a setting's value (the command exits with 2)
   bool popup = false;    // a popup ended the run (a missing input, an unwritable output)
   platform::Status status;  // Ok, Failed (with the popup's text) or Stopped by the user
   DifSettings settings;  // as the run derived them

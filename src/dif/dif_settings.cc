@@ -86,6 +86,8 @@ DifSettings GatherDifSettings(const DifPanelValues& p) {
   s.ScenarioDriven = p.ScenarioDriven;
   s.Duration = p.Duration * 60.0;
   s.MultipathOn = p.MultipathOn;
+  s.CodeWrapFloor = p.CodeWrapFloor;
+  s.WholeBlockRate = p.WholeBlockRate;
   if (p.ScintEnabled != 0) {
     s.ScintType = p.ScintType;
     s.ScintMode = 1 + p.ScintType;
@@ -107,10 +109,12 @@ DifSettings GatherDifSettings(const DifPanelValues& p) {
   } else {
     s.MaxChannels = p.MaxChannels;
   }
+  GatherIqSettings(p, s);
   return s;
 }
 
 std::string CheckDifSettings(const DifSettings& s) {
+  if (s.SampleForm == kSampleFormIq) return CheckIqSettings(s);
   if (s.SamplesPerMs < 1 || s.SamplesPerMs > 200000)
     return fmt::format("SamplingFrequency gives {} samples per ms; 1 to 200000 are possible",
                        s.SamplesPerMs);
@@ -203,6 +207,8 @@ bool ReadSignalChoice(DifPanelValues& p, std::string_view text, std::string& err
 std::string ShowSignalChoice(const DifPanelValues& p) { return "\"" + p.SignalChoice + "\""; }
 
 constexpr std::string_view kLayouts[] = {"Direct", "Packed"};
+constexpr std::string_view kSampleForms[] = {"real", "iq"};
+constexpr std::string_view kIqFormats[] = {"ci8", "ci16"};
 constexpr double kNone = platform::kNoBound;
 
 }  // namespace
@@ -268,6 +274,15 @@ const platform::SettingTable<DifPanelValues>& DifSettingTable() {
       {.name = "ScintReadValues", .member = &P::ScintReadValues, .min = 0, .max = 1,
        .meaning = "1: each ScintFile value as the number it is (amplitude, power, phase in "
                   "rad); 0: as the program stored it, a double over two float slots"},
+      {.name = "CodeWrapFloor", .member = &P::CodeWrapFloor, .min = 0, .max = 1,
+       .meaning = "1: the code phase's fraction wraps down into 0..1, so every satellite's code "
+                  "lags its range by the same half sample on average; 0: it wraps towards zero "
+                  "as the program does, half a sample late on an approaching satellite and half "
+                  "a sample early on a receding one"},
+      {.name = "WholeBlockRate", .member = &P::WholeBlockRate, .min = 0, .max = 1,
+       .meaning = "1: a block's code and carrier rates take the record's whole range change "
+                  "over the block's n samples; 0: the change times (n - 1) / n, as the program "
+                  "does, which lets the code drift off the range by 1/n of its change"},
       {.name = "TestPrn", .member = &P::TestPrn, .min = 1, .max = 32,
        .meaning = "test signal: satellite 1 to 32"},
       {.name = "TestCodeOn", .member = &P::TestCodeOn,
@@ -295,6 +310,26 @@ const platform::SettingTable<DifPanelValues>& DifSettingTable() {
       {.name = "DifThreads", .member = &P::DifThreads, .min = 0, .max = 64,
        .meaning = "threads of the sample generator's block pipeline, 0: one per core; the "
                   "file is the same for any number"},
+      // The complex baseband form, for SDR playback.
+      {.name = "SampleForm", .member = &P::SampleForm,
+       .meaning = "real: the IF recording above; iq: complex baseband I/Q at IqSampleRate "
+                  "(real-form settings such as Packed, the filter, decimation are refused)",
+       .choices = kSampleForms},
+      {.name = "IqFormat", .member = &P::IqFormat,
+       .meaning = "iq: ci8 (8-bit I then Q, BitsPerSample 8) or ci16 (16-bit little-endian, "
+                  "BitsPerSample 16)",
+       .choices = kIqFormats},
+      {.name = "IqSampleRate", .member = &P::IqSampleRate, .unit = "Hz", .min = 1e6, .max = 6e7,
+       .meaning = "iq: sampling rate, any whole number of Hz"},
+      {.name = "IqIfOffset", .member = &P::IqIfOffset, .unit = "Hz", .min = -3e7, .max = 3e7,
+       .meaning = "iq: frequency of L1 in the recording (0: centred), below half the rate"},
+      {.name = "IqNoise", .member = &P::IqNoise, .min = 0, .max = 1,
+       .meaning = "iq: 1 adds complex noise at C/N0 = SignalPower + 204 dB-Hz; 0: none (the "
+                  "receiver under test adds its own)"},
+      {.name = "IqAmplitude", .member = &P::IqAmplitude, .unit = "levels", .min = 0,
+       .max = 32767,
+       .meaning = "iq: a satellite's amplitude, fixed for the run; 0: 10 for ci8, 2560 for "
+                  "ci16 (12 satellites in phase stay below full scale)"},
   };
   return table;
 }

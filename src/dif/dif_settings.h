@@ -53,6 +53,10 @@ struct DifPanelValues {
   // 1: each value of ScintFile is read as the number it is (ours; 0 keeps the program's
   // reading, a double over two float slots).
   int32_t ScintReadValues = 0;
+  // Ours, both 0 by default (the program's samples): 1 keeps each satellite's code on the
+  // record's range, for receivers that measure it.
+  int32_t CodeWrapFloor = 0;     // the code phase's fraction wraps down into 0..1
+  int32_t WholeBlockRate = 0;    // a block's rates take the record's whole change over it
   int32_t TestPrn = 1;
   int32_t TestCodeOn = 1;
   int32_t TestCarrierOn = 1;
@@ -67,6 +71,13 @@ struct DifPanelValues {
   int32_t InCode = 1;
   // Threads of the sample generator (0: one per core); the bytes are the same for any.
   int32_t DifThreads = 0;
+  // The complex baseband form (see docs/dif.md).
+  std::string SampleForm = "real";  // real or iq
+  std::string IqFormat = "ci8";     // ci8 or ci16
+  int32_t IqSampleRate = 4000000;   // Hz
+  double IqIfOffset = 0.0;          // Hz
+  int32_t IqNoise = 0;
+  double IqAmplitude = 0.0;  // levels; 0: the format's own
 
   // The main panel's system selector (0 is GPS, the only one with a carrier): not a
   // setting of this panel; a run fills it in from the scenario.
@@ -104,6 +115,8 @@ struct DifSettings {
   int32_t ScintStart = 0;
   int32_t ScintPrn = 0;
   int32_t ScintReadValues = 0;
+  int32_t CodeWrapFloor = 0;
+  int32_t WholeBlockRate = 0;
 
   int32_t TestPrn = 0;
   int32_t TestCodeOn = 0;
@@ -112,7 +125,18 @@ struct DifSettings {
   int32_t TestDataMode = 0;
   int32_t TestDopplerOn = 0;
   double TestDoppler = 0.0;
+
+  // The complex baseband form.
+  int32_t SampleForm = 0;  // kSampleFormReal or kSampleFormIq
+  int32_t IqBytes = 1;     // bytes of I (and of Q): 1 ci8, 2 ci16
+  int64_t IqSampleRate = 0;
+  double IqIfOffset = 0.0;
+  int32_t IqNoise = 0;
+  float IqAmplitude = 0.0f;  // levels, resolved from the format when 0
 };
+
+inline constexpr int32_t kSampleFormReal = 0;
+inline constexpr int32_t kSampleFormIq = 1;
 
 // max(0, 9 - 2 (158.5 + SignalPower)) in double, narrowed: 9.0 at -158.5 dBW, 0 from -154.
 float NoiseSigma(double signalPower);
@@ -134,5 +158,9 @@ DifSettings GatherDifSettings(const DifPanelValues& panel);
 // Settings a run cannot work with, refused before any file is touched: an empty string
 // when the run may go on, else the message.
 std::string CheckDifSettings(const DifSettings& s);
+
+// The complex form's part of GatherDifSettings, and its refusals (iq_settings.cc).
+void GatherIqSettings(const DifPanelValues& panel, DifSettings& s);
+std::string CheckIqSettings(const DifSettings& s);
 
 }  // namespace vorel::dif

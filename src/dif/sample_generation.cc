@@ -746,6 +746,20 @@ float AlignChannel(int32_t n, int32_t timeMs, const int32_t* row, double range, 
   return codePhase;
 }
 
+bool ReadFirstTwoEpochs(RecordState& record, const GeneratorFiles& files, GeneratorContext& ctx,
+                        GeneratorReport& report, int32_t& timeMs, int32_t& count,
+                        ScnReadIssues& issues) {
+  if (!files.record ||
+      !ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues) ||
+      !ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues)) {
+    ctx.messages.Warn(fmt::format("record {} holds fewer than two epochs: no samples were made",
+                                  files.record ? files.record->path() : ""));
+    report.recordEnded = true;
+    return false;
+  }
+  return true;
+}
+
 int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& record,
                             ScintillationState& scint, const MultipathRecords& multipath,
                             const GeneratorFiles& files, GeneratorContext& ctx,
@@ -774,14 +788,7 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
     const std::string text = issues.Describe(files.record ? files.record->path() : "");
     if (!text.empty()) ctx.messages.Warn(text);
   };
-  if (!files.record ||
-      !ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues) ||
-      !ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues)) {
-    ctx.messages.Warn(fmt::format("record {} holds fewer than two epochs: no samples were made",
-                                  files.record ? files.record->path() : ""));
-    report.recordEnded = true;
-    return 0;
-  }
+  if (!ReadFirstTwoEpochs(record, files, ctx, report, timeMs, count, issues)) return 0;
   ctx.state.navBitTable.EnsureAllocated();
   const int32_t base = BitBaseForTime(timeMs);
 
@@ -833,9 +840,14 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
         UpdateScintillation(prn, record.bubbleClass[prn - 1], scintReading, seconds, files.scint,
                             scint, direct.g, direct.thetaOff);
       const RangePair& range = record.codeRange[prn - 1];
+      // The program's rate covers n - 1 of the block's n sample steps, so the code falls
+      // behind the range by 1/n of its change; the whole change keeps it on the record.
       const double dR =
-          ((range.next - range.previous) * (n - 1)) / n + range.previous - range.previous;
+          s.WholeBlockRate == 1
+              ? range.next - range.previous
+              : ((range.next - range.previous) * (n - 1)) / n + range.previous - range.previous;
       direct.n = n;
+      direct.floorWrap = s.CodeWrapFloor == 1;
       direct.rho = static_cast<float>(dR * kRangeRateToRho);
       direct.omega =
           (static_cast<float>(static_cast<double>(direct.rho) * s.CarrierFrequency) + intermediate) *

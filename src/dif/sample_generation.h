@@ -78,7 +78,14 @@ struct GeneratorReport {
   bool stopped = false;      // RunActive was cleared
   bool recordEnded = false;  // the .scn record ended before Duration
   bool rowEnded = false;     // a navigation row ran out
+  int64_t heldValues = 0;    // I/Q form: values held at the format's limits (clipped)
 };
+
+// Reads the record's first two epochs, which every generator needs before its first block.
+// False (with a warning and the report's recordEnded set) when the record holds fewer.
+bool ReadFirstTwoEpochs(RecordState& record, const GeneratorFiles& files, GeneratorContext& ctx,
+                        GeneratorReport& report, int32_t& timeMs, int32_t& count,
+                        ScnReadIssues& issues);
 
 // The buffers a run owns: n = SamplesPerMs.
 struct RunBuffers {

@@ -143,4 +143,17 @@ bool ChartCanvas::WritePng(const std::filesystem::path& path, std::string& error
   return true;
 }
 
+std::string ChartCanvas::PngBytes() {
+  cairo_surface_flush(surface_);
+  std::string png;
+  const auto append = [](void* closure, const unsigned char* data, unsigned int length) {
+    static_cast<std::string*>(closure)->append(reinterpret_cast<const char*>(data), length);
+    return CAIRO_STATUS_SUCCESS;
+  };
+  if (cairo_status(cr_) != CAIRO_STATUS_SUCCESS ||
+      cairo_surface_write_to_png_stream(surface_, append, &png) != CAIRO_STATUS_SUCCESS)
+    png.clear();
+  return png;
+}
+
 }  // namespace vorel::display

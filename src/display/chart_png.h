@@ -45,6 +45,8 @@ class ChartCanvas {
   // Writes the canvas as a PNG through a temporary name, renamed when whole. Returns false
   // with `error` naming the file when it could not be written.
   bool WritePng(const std::filesystem::path& path, std::string& error);
+  // The canvas as PNG bytes, for a server to send; empty when it could not be encoded.
+  std::string PngBytes();
 
  private:
   int width_;

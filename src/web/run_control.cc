@@ -13,8 +13,10 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-constexpr std::string_view kRunCommands[] = {"load-orbits", "galileo", "obs",     "raw",   "dif",
-                                             "autorun",     "nav",     "nav-all", "events"};
+constexpr std::string_view kRunCommands[] = {
+    "load-orbits", "galileo", "obs",    "raw",        "dif",       "autorun",
+    "nav",         "nav-all", "events", "scint-load", "scint-fit", "scint-generate",
+    "scint-clear"};
 
 const app::CommandSpec* FindCommand(std::string_view name) {
   for (const app::CommandSpec& c : app::CommandTable())
@@ -138,6 +140,14 @@ void RunControl::Wait() {
     worker.swap(worker_);
   }
   if (worker.joinable()) worker.join();
+}
+
+bool RunControl::WithIdleSession(
+    const std::function<void(app::Session&, const app::Settings&)>& use) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (active_) return false;
+  use(session_, settings_);
+  return true;
 }
 
 json RunControl::Status() const {

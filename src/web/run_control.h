@@ -43,6 +43,10 @@ class RunControl {
   bool Active() const;
   // Waits for the run in progress, if any, to end.
   void Wait();
+  // Calls `use` with the session and the forms' settings when no run is in progress; none
+  // can start until it returns. False, without calling it, while a run goes on: the views
+  // read the tables a run may be changing.
+  bool WithIdleSession(const std::function<void(app::Session&, const app::Settings&)>& use);
 
   // {state, command, progress, exitStatus, outputs, orbits: {valid, satellites}}
   nlohmann::json Status() const;

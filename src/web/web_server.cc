@@ -13,6 +13,7 @@
 #include "app/startup.h"
 #include "platform/text_file.h"
 #include "web/access.h"
+#include "web/replies.h"
 #include "web/settings_form.h"
 
 namespace vorel::web {
@@ -27,16 +28,6 @@ using nlohmann::json;
 constexpr size_t kServerThreads = 16;
 constexpr size_t kListedFilesLimit = 5000;
 constexpr int kEventWaitMs = 2000;
-
-void SendJson(Response& res, const json& body, int status = 200) {
-  res.status = status;
-  res.set_header("Cache-Control", "no-store");
-  res.set_content(body.dump(), "application/json");
-}
-
-void SendError(Response& res, int status, const std::string& message) {
-  SendJson(res, {{"error", message}}, status);
-}
 
 // The request's body as a JSON object; false (and a 400 answer) when it is not one.
 bool ReadBody(const Request& req, Response& res, json& body) {
@@ -97,20 +88,6 @@ std::string SafeUploadName(const std::string& name) {
         (std::isalnum(static_cast<unsigned char>(c)) || c == '.' || c == '-' || c == '_') ? c : '_';
   if (out.empty() || out.front() == '.') out = "upload" + out;
   return out;
-}
-
-bool WriteWhole(const fs::path& path, std::string_view content, std::string& error) {
-  platform::OutputFile file;
-  if (!file.Open(path)) {
-    error = file.error();
-    return false;
-  }
-  file.Write(content);
-  if (!file.Close()) {
-    error = file.error();
-    return false;
-  }
-  return true;
 }
 
 }  // namespace
@@ -226,6 +203,7 @@ void WebServer::Routes() {
   FileRoutes();
   MapDrawingRoutes();  // before MapRoutes: /api/map/profile.png is no layer
   MapRoutes();
+  ViewRoutes();
 }
 
 void WebServer::StaticRoutes() {
@@ -303,7 +281,7 @@ void WebServer::SettingsRoutes() {
     std::string error;
     if (!ResolveInDataDir(session_.dataDir.root(), name, path, error))
       return SendError(res, 403, error);
-    if (!WriteWhole(path, ScenarioFileText(runs_->CurrentSettings()), error))
+    if (!platform::WriteWholeFile(path, ScenarioFileText(runs_->CurrentSettings()), error))
       return SendError(res, 500, error);
     SendJson(res, {{"file", name}});
   });
@@ -352,7 +330,7 @@ void WebServer::RunRoutes() {
     std::string error;
     std::error_code ec;
     fs::create_directories(path.parent_path(), ec);
-    if (!WriteWhole(path, upload.content, error)) return SendError(res, 500, error);
+    if (!platform::WriteWholeFile(path, upload.content, error)) return SendError(res, 500, error);
     std::vector<std::string> args;
     const std::string type = req.has_file("type") ? req.get_file_value("type").content : "";
     if (type == "yuma" || type == "rinex") args = {"--type", type};

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "app/session.h"
@@ -30,6 +31,8 @@ struct ServerOptions {
   std::filesystem::path staticDir;  // empty: FindStaticDir
   size_t uploadLimit = kUploadLimit;
   MapLayerSource* mapLayers = nullptr;
+  // Debian's three.js, served to the 3D view under /vendor/three/.
+  std::filesystem::path threeDir = "/usr/share/javascript/three";
 };
 
 // The pages: <data dir>/web, else where they are installed, else the source tree (a run
@@ -68,6 +71,8 @@ class WebServer {
   void MapRoutes();
   void MapDrawingRoutes();
   void RedrawBubble();
+  // The views: 3D scene, orbit chart, colour map editor, scintillation plots.
+  void ViewRoutes();
 
   app::Session& session_;
   ServerOptions options_;
@@ -78,6 +83,8 @@ class WebServer {
   std::unique_ptr<TecJob> tec_;  // with a map renderer only
   std::unique_ptr<httplib::Server> server_;
   int port_ = 0;
+  // The colour map editor's state is no run's: its edits take turns on this.
+  std::mutex colourMutex_;
 };
 
 }  // namespace vorel::web

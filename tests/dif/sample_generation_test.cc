@@ -165,6 +165,7 @@ TEST(SampleGeneration, FastPathKernelMatchesThePlainLoop) {
       a.g = 0.5f + uni(rng);
       a.lastPath = trial % 2 == 0;
       a.carrierOn = trial % 7 != 0;
+      a.floorWrap = trial % 8 >= 4;
       ChannelNco c;
       c.carrierPhase = uni(rng) * 6.0f;
       c.codeFraction = uni(rng) * 0.99f;
@@ -208,6 +209,49 @@ TEST(SampleGeneration, FastPathKernelMatchesThePlainLoop) {
       EXPECT_EQ(c.codeIndex, c3.codeIndex);
       EXPECT_EQ(c.navBit, c3.navBit);
       EXPECT_EQ(c.msInBit, c3.msInBit);
+    }
+  }
+}
+
+// A code table whose entry k is k, with the carrier off, makes each sample tell which
+// entry the loop picked. Left to run over several blocks from a known state, the code offset
+// is K0 + (samples so far) rho; the entry of sample i must be i + 1 plus that offset
+// floored, approaching or receding. The program's own wrap picks one entry later on a
+// receding satellite (the offset rounded up), half a sample of range on average.
+TEST(SampleGeneration, FlooredWrapPicksTheCodeSampleBelowThePhaseWhateverTheDoppler) {
+  const int32_t n = 1001;
+  std::vector<int32_t> identity(n);
+  for (int32_t k = 0; k < n; ++k) identity[k] = k;
+  std::vector<int32_t> row(kNavBitsPerRow, 1);
+  for (const bool floorWrap : {true, false}) {
+    for (const float rho : {2.7e-3f, -2.7e-3f, 3.1e-5f, -3.1e-5f}) {
+      PathArgs a;
+      a.n = n;
+      a.code = identity.data();
+      a.rho = rho;
+      a.carrierOn = false;
+      a.floorWrap = floorWrap;
+      ChannelNco c;
+      c.codeIndex = 500;
+      c.codeFraction = 0.0f;
+      c.navBit = 1;
+      BitFeed f;
+      f.row = row.data();
+      int32_t checked = 0, off = 0;
+      for (int32_t block = 0; block < 6; ++block) {
+        std::vector<float> out(n);
+        RunPathPlainStore(a, c, f, out.data());
+        for (int32_t i = 0; i < n; ++i) {
+          const double offset = 500.0 + (static_cast<double>(block) * n + i + 1) * rho;
+          if (std::fabs(offset - std::round(offset)) < 1e-3) continue;  // float rounding decides
+          const double whole = floorWrap || rho > 0.0f ? std::floor(offset) : std::ceil(offset);
+          const int64_t want = ((i + 1 + static_cast<int64_t>(whole)) % n + n) % n;
+          ++checked;
+          if (static_cast<int64_t>(out[i]) != want) ++off;
+        }
+      }
+      EXPECT_GT(checked, 5 * n) << rho;
+      EXPECT_EQ(off, 0) << "floorWrap " << floorWrap << " rho " << rho;
     }
   }
 }
