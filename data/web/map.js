@@ -1,6 +1,8 @@
 // The map: a 646 x 475 stack of layers, each with its opacity (0 to 255; 0 hides a layer
 // and keeps what it holds). With the server's renderer the layers are its PNGs; without
 // one the page draws a graticule and the sky plot itself from the run's scene.
+// Show TEC asks the server for the TEC map of the chosen model; the NeQuick map takes
+// about a second on the server's worker, and a "tec" event says when it is drawn.
 import {api, element} from './api.js';
 
 const WIDTH = 646;
@@ -93,10 +95,89 @@ async function loadLayerPng(layer, version) {
   if (old.startsWith('blob:')) URL.revokeObjectURL(old);
 }
 
-// The sliders take the opacity settings' values (after the settings load or change).
+// The sliders take the opacity settings' values (after the settings load or change), and
+// the TEC model's choice takes tecMapModel's.
 export function syncOpacities() {
   for (const slider of document.querySelectorAll('#layer-controls input[type=range]'))
     slider.syncFromSettings();
+  const field = document.getElementById('setting-tecMapModel');
+  const model = document.getElementById('tec-model');
+  if (field && model && [...model.options].some((o) => o.value === field.dataset.saved))
+    model.value = field.dataset.saved;
+}
+
+let tecPressed = 0;
+
+function tecNote(text, bad = false) {
+  const note = document.getElementById('tec-state');
+  note.textContent = text;
+  note.classList.toggle('bad', bad);
+}
+
+function tecBusy(busy) {
+  const button = document.getElementById('show-tec');
+  button.disabled = busy;
+  button.dataset.state = busy ? 'busy' : button.dataset.state;
+  document.getElementById('map-stack').classList.toggle('busy', busy);
+}
+
+// The map of the layer the server drew is fetched at once, and the time from the press
+// to the picture on screen is kept on the button (data-shown-ms).
+async function showTecLayer(status) {
+  const layer = LAYERS.find((l) => l.id === status.layer);
+  await loadLayerPng(layer.id, Date.now());
+  const img = document.querySelector(`#map-stack [data-layer="${layer.id}"] img`);
+  await img.decode().catch(() => {});
+  const button = document.getElementById('show-tec');
+  const shown = tecPressed ? performance.now() - tecPressed : 0;
+  tecPressed = 0;
+  button.dataset.shownMs = String(Math.round(shown));
+  button.dataset.state = 'ready';
+  const computed = status.cached ? 'already drawn for these settings' :
+      `computed in ${status.seconds.toFixed(2)} s`;
+  tecNote(`${layer.title} map ${computed}` + (shown ? `, shown ${(shown / 1000).toFixed(2)} s ` +
+      'after the press' : ''));
+}
+
+// The end of a map the server computed, told by the "tec" event.
+export function onTecEvent(status) {
+  tecBusy(false);
+  if (status.state === 'failed') {
+    document.getElementById('show-tec').dataset.state = 'failed';
+    tecNote(`TEC map failed: ${status.error}`, true);
+    return;
+  }
+  if (status.state === 'ready') showTecLayer(status);
+}
+
+async function showTec() {
+  const model = document.getElementById('tec-model').value;
+  const saved = document.getElementById('setting-tecMapModel');
+  if (!saved || saved.dataset.saved !== model) {
+    const {ok, data} = await api('/api/settings', {tecMapModel: model});
+    if (!ok || !data.ok) return tecNote('tecMapModel was refused', true);
+    if (saved) saved.value = saved.dataset.saved = data.values.tecMapModel;
+  }
+  tecPressed = performance.now();
+  const {ok, status, data} = await api('/api/map/tec', {});
+  if (!ok) {
+    tecPressed = 0;
+    return tecNote(data.error, true);
+  }
+  if (status === 202) {
+    tecBusy(true);
+    tecNote(`computing the ${model === '0' ? 'NeQuick' : 'Klobuchar'} map…`);
+    return;
+  }
+  showTecLayer(data);
+}
+
+function initTec() {
+  document.getElementById('show-tec').addEventListener('click', showTec);
+  // A map still being computed when the page opened (a reload) ends with its event.
+  api('/api/map/tec').then(({ok, data}) => {
+    if (ok && data.state === 'busy') tecBusy(true);
+  });
 }
 
 export async function refreshMap() {
@@ -163,9 +244,11 @@ export function initMap() {
     stack.append(div);
     if (!layer.fixed) controls.append(layerControl(layer, div));
   }
+  initTec();
   refreshMap().then(() => {
     document.getElementById('map-note').textContent = renderer ? '' :
         'drawn in the page: this server has no map renderer';
     for (const canvas of stack.querySelectorAll('canvas')) canvas.hidden = renderer;
+    for (const tool of document.querySelectorAll('.map-tools, .profile')) tool.hidden = !renderer;
   });
 }

@@ -1,7 +1,7 @@
 // Runs: loading orbits, starting a run, its progress and messages as the server sends
 // them, and Stop, which acts as the first Ctrl-C on the command line.
 import {api, element} from './api.js';
-import {refreshMap} from './map.js';
+import {onTecEvent, refreshMap} from './map.js';
 import {refreshFiles, showOutputs} from './files.js';
 
 const ORBIT_FILE = /\.(txt|alm|yuma|nav|rnx|\d\dn)$/i;
@@ -99,6 +99,7 @@ function listen(since) {
     log(m.level, m.title ? `${m.title}: ${m.text}` : m.text);
   });
   events.addEventListener('map', () => refreshMap());
+  events.addEventListener('tec', (e) => onTecEvent(JSON.parse(e.data)));
 }
 
 export async function initRuns() {

@@ -72,15 +72,11 @@ bool ParseOpacity(const std::string& text, display::MapOpacities& opacities, std
 
 bool DrawTec(Session& s, MapLayer layer, display::MapScene& scene, std::string& error) {
   const Settings& settings = s.settings;
-  display::TecMapRequest request;
-  request.model =
-      layer == MapLayer::kKlobuchar ? display::kTecMapKlobuchar : display::kTecMapNequick;
+  const display::TecMapRequest request = TecMapRequestOf(
+      settings,
+      layer == MapLayer::kKlobuchar ? display::kTecMapKlobuchar : display::kTecMapNequick);
   if (request.model == display::kTecMapKlobuchar)
     atmosphere::LoadKlobucharCoefficients(s.atmosphere, settings.atmosphere.ionoTruthTable);
-  request.month = settings.scenario.ScenarioMonth;
-  request.hour = settings.scenario.ScenarioHour;
-  request.solarFlux = settings.atmosphere.solarFlux;
-  request.timeOfWeek = ScenarioStartTime(settings.scenario).secondsOfWeek;
   display::TecGrid grid;
   if (!display::ComputeTecGrid(request, s.atmosphere, s.densityModel, grid, error)) return false;
   display::DrawTecLayer(scene.layer(layer), grid);
@@ -161,6 +157,16 @@ int DrawMap(CommandContext& c, const MapArgs& a) {
 }
 
 }  // namespace
+
+display::TecMapRequest TecMapRequestOf(const Settings& settings, int32_t model) {
+  display::TecMapRequest request;
+  request.model = model;
+  request.month = settings.scenario.ScenarioMonth;
+  request.hour = settings.scenario.ScenarioHour;
+  request.solarFlux = settings.atmosphere.solarFlux;
+  request.timeOfWeek = ScenarioStartTime(settings.scenario).secondsOfWeek;
+  return request;
+}
 
 bool WritePng(const std::filesystem::path& path, const std::vector<uint8_t>& png,
               std::string& error) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "app/commands.h"
+#include "display/tec_grid.h"
 
 namespace CLI {
 class App;
@@ -17,6 +18,10 @@ class App;
 namespace vorel::app {
 
 std::function<int(CommandContext&)> MapCommand(CLI::App& parser);
+
+// The TEC map of `model` the settings ask for: the scenario's month and hour, solarFlux,
+// and the scenario start's time of week.
+display::TecMapRequest TecMapRequestOf(const Settings& settings, int32_t model);
 
 // Writes PNG bytes through a temporary name; false with `error` naming the file.
 bool WritePng(const std::filesystem::path& path, const std::vector<uint8_t>& png,

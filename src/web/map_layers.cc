@@ -54,7 +54,30 @@ nlohmann::json WebDisplay::Scene() const {
   return {{"version", version_}, {"receiver", receiver_}, {"satellites", satellites_}};
 }
 
-void WebDisplay::RunEnded() { Announce(); }
+bool MapLayerSource::DrawTec(const display::TecMapRequest&, const atmosphere::AtmosphereState&,
+                             std::string& error) {
+  error = "this server has no map renderer";
+  return false;
+}
+
+bool MapLayerSource::DrawProfile(const display::ProfileRequest&, int32_t, uint32_t, bool,
+                                 std::vector<double>&, std::string& error) {
+  error = "this server has no map renderer";
+  return false;
+}
+
+void WebDisplay::RunEnded(const std::deque<atmosphere::BubbleMark>& marks) {
+  if (renderer_) renderer_->SetBubbleMarks(marks);
+  LayersChanged();
+}
+
+void WebDisplay::LayersChanged() {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    ++version_;
+  }
+  Announce();
+}
 
 void WebDisplay::Announce() {
   uint64_t version;

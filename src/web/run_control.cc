@@ -199,7 +199,7 @@ void RunControl::Finish(int exitStatus, const app::Settings& before) {
     outputs.push_back({{"path", path}, {"file", InsideDataDir(session_.dataDir.root(), path)}});
   }
   json orbits = OrbitSummary();
-  display_.RunEnded();
+  display_.RunEnded(session_.atmosphere.slant.marks);
   json done;
   {
     std::lock_guard<std::mutex> lock(mutex_);

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -109,6 +110,13 @@ WebServer::WebServer(app::Session& session, ServerOptions options)
   if (options_.token.empty()) options_.token = NewAccessToken();
   if (options_.staticDir.empty()) options_.staticDir = FindStaticDir(session.dataDir.root());
   runs_ = std::make_unique<RunControl>(session_, events_, display_);
+  if (options_.mapLayers) {
+    tec_ = std::make_unique<TecJob>(*options_.mapLayers, [this](const json& status) {
+      events_.Publish("tec", status.dump());
+      display_.LayersChanged();
+    });
+    options_.mapLayers->SetBubble(session_.settings.bubble);
+  }
   InstallMessages();
   session_.display = &display_;
   server_->new_task_queue = [] { return new httplib::ThreadPool(kServerThreads); };
@@ -118,6 +126,7 @@ WebServer::WebServer(app::Session& session, ServerOptions options)
 
 WebServer::~WebServer() {
   Shutdown();
+  tec_.reset();
   runs_.reset();
   session_.display = nullptr;
   session_.messages = savedMessages_;
@@ -192,6 +201,7 @@ void WebServer::Routes() {
   SettingsRoutes();
   RunRoutes();
   FileRoutes();
+  MapDrawingRoutes();  // before MapRoutes: /api/map/profile.png is no layer
   MapRoutes();
   ViewRoutes();
 }
@@ -240,6 +250,7 @@ void WebServer::SettingsRoutes() {
     });
     // A refused value is an answer, not a failed request: the page shows it by the field.
     if (!errors.empty()) return SendJson(res, {{"ok", false}, {"errors", errors}});
+    RedrawBubble();
     SendJson(res, {{"ok", true}, {"values", values}});
   });
   server_->Get("/api/scenarios", [this](const Request&, Response& res) {
@@ -257,6 +268,7 @@ void WebServer::SettingsRoutes() {
     const bool ok = runs_->EditSettings(
         [&](app::Settings& settings) { return app::ApplyScenarioFile(settings, path, error); });
     if (!ok) return SendError(res, 422, error);
+    RedrawBubble();
     SendJson(res, {{"panels", SettingsPanels(runs_->CurrentSettings())}});
   });
   server_->Post("/api/scenarios/save", [this](const Request& req, Response& res) {
@@ -395,6 +407,77 @@ void WebServer::MapRoutes() {
       res.status = 204;
       return;
     }
+    res.set_header("Cache-Control", "no-store");
+    res.set_content(png, "image/png");
+  });
+}
+
+// BUBBLE: the bubble layer follows the bubble settings as soon as they change.
+void WebServer::RedrawBubble() {
+  if (options_.mapLayers && options_.mapLayers->SetBubble(runs_->CurrentSettings().bubble))
+    display_.LayersChanged();
+}
+
+void WebServer::MapDrawingRoutes() {
+  const auto renderer = [this](Response& res) {
+    if (options_.mapLayers == nullptr) SendError(res, 501, "this server has no map renderer");
+    return options_.mapLayers != nullptr;
+  };
+  // SHOW_TEC: 202 while the map is computed (a "tec" event tells its end), 200 when the
+  // layer already shows the map of these settings.
+  server_->Post("/api/map/tec", [this, renderer](const Request&, Response& res) {
+    if (!renderer(res)) return;
+    json status;
+    std::string why;
+    if (!tec_->Show(runs_->CurrentSettings(), status, why)) return SendError(res, 409, why);
+    SendJson(res, status, status["state"] == "busy" ? 202 : 200);
+  });
+  server_->Get("/api/map/tec", [this, renderer](const Request&, Response& res) {
+    if (renderer(res)) SendJson(res, tec_->Status());
+  });
+  // DRAW_VERT, or TEC_PROFILE with "over": true. A place or time left out is the
+  // scenario's: its start position, month and hour.
+  server_->Post("/api/map/profile", [this, renderer](const Request& req, Response& res) {
+    json body;
+    if (!renderer(res) || !ReadBody(req, res, body)) return;
+    const app::Settings settings = runs_->CurrentSettings();
+    display::ProfileRequest r;
+    try {
+      r.lat = body.value("lat", settings.scenario.ReceiverLatitude);
+      r.lon = body.value("lon", settings.scenario.ReceiverLongitude);
+      r.month = body.value("month", settings.scenario.ScenarioMonth);
+      r.hour = body.value("ut", static_cast<double>(settings.scenario.ScenarioHour));
+    } catch (const json::exception&) {
+      return SendError(res, 400, "lat, lon, month and ut are numbers");
+    }
+    if (r.month < 1 || r.month > 12) return SendError(res, 400, "month: 1 to 12");
+    if (!std::isfinite(r.lat) || !std::isfinite(r.lon) || !(r.hour >= 0.0 && r.hour <= 24.0))
+      return SendError(res, 400, "lat and lon are degrees, ut hours from 0 to 24");
+    r.solarFlux = settings.atmosphere.solarFlux;
+    std::vector<double> densities;
+    std::string error;
+    if (!options_.mapLayers->DrawProfile(r, settings.map.profileScale,
+                                         static_cast<uint32_t>(settings.map.profileColour),
+                                         body.value("over", false), densities, error))
+      return SendError(res, 500, "profile: " + error);
+    const auto peak = std::max_element(densities.begin(), densities.end());
+    SendJson(res, {{"lat", r.lat},
+                   {"lon", r.lon},
+                   {"month", r.month},
+                   {"ut", r.hour},
+                   {"solarFlux", r.solarFlux},
+                   {"peakDensity", *peak},
+                   {"peakHeight", peak - densities.begin()}});
+  });
+  server_->Post("/api/map/profile/clear", [this, renderer](const Request&, Response& res) {
+    if (!renderer(res)) return;
+    options_.mapLayers->ClearProfile();
+    SendJson(res, {{"cleared", true}});
+  });
+  server_->Get("/api/map/profile.png", [this, renderer](const Request&, Response& res) {
+    std::string png;
+    if (!renderer(res)) return;
+    if (!options_.mapLayers->ProfilePng(png)) return SendError(res, 500, "no profile plot");
     res.set_header("Cache-Control", "no-store");
     res.set_content(png, "image/png");
   });

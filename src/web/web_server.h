@@ -13,6 +13,7 @@
 #include "web/event_hub.h"
 #include "web/map_layers.h"
 #include "web/run_control.h"
+#include "web/tec_job.h"
 
 namespace httplib {
 class Server;
@@ -68,6 +69,8 @@ class WebServer {
   void RunRoutes();
   void FileRoutes();
   void MapRoutes();
+  void MapDrawingRoutes();
+  void RedrawBubble();
   // The views: 3D scene, orbit chart, colour map editor, scintillation plots.
   void ViewRoutes();
 
@@ -77,6 +80,7 @@ class WebServer {
   EventHub events_;
   WebDisplay display_;
   std::unique_ptr<RunControl> runs_;
+  std::unique_ptr<TecJob> tec_;  // with a map renderer only
   std::unique_ptr<httplib::Server> server_;
   int port_ = 0;
   // The colour map editor's state is no run's: its edits take turns on this.

@@ -3,8 +3,10 @@
 
 Opens the page with the token, changes settings (one refused beside its field), loads
 orbits, runs a short observation run to 100 %, sees the sky plot drawn, hides it with its
-opacity slider, stops a DIF run, and finds no error in the browser console. Screenshots
-go to the output folder. Exits 77 (skipped) without chromium, chromedriver or selenium.
+opacity slider, stops a DIF run; then loads the bubble scenario, runs it and sees the
+bubble with the rays' wall crossings, shows the NeQuick TEC map, draws and clears
+profiles, catches a 1 ms run in progress and stops it; and finds no error in the browser
+console. Screenshots go to the output folder. Exits 77 (skipped) without chromium, chromedriver or selenium.
 """
 import argparse
 import os
@@ -60,6 +62,31 @@ class Page:
 
     def shot(self, name):
         self.driver.save_screenshot(os.path.join(self.shots, name + ".png"))
+
+    def shot_of(self, name, selector):
+        from selenium.webdriver.common.by import By
+        element = self.driver.find_element(By.CSS_SELECTOR, selector)
+        self.driver.execute_script("arguments[0].scrollIntoView()", element)
+        element.screenshot(os.path.join(self.shots, name + ".png"))
+
+    def layer_colours(self, layer, colours):
+        """How many pixels of a map layer have each of the 0xRRGGBB colours (opaque)."""
+        return self.driver.execute_script("""
+            const img = document.querySelector('[data-layer="' + arguments[0] + '"] img');
+            if (img.hidden || !img.complete || img.naturalWidth === 0) return null;
+            const c = document.createElement('canvas');
+            c.width = img.naturalWidth; c.height = img.naturalHeight;
+            const g = c.getContext('2d');
+            g.drawImage(img, 0, 0);
+            const d = g.getImageData(0, 0, c.width, c.height).data;
+            const counts = arguments[1].map(() => 0);
+            for (let i = 0; i < d.length; i += 4) {
+              if (d[i + 3] !== 255) continue;
+              const rgb = (d[i] << 16) | (d[i + 1] << 8) | d[i + 2];
+              const k = arguments[1].indexOf(rgb);
+              if (k >= 0) counts[k] += 1;
+            }
+            return counts;""", layer, colours)
 
     def set_field(self, name, value):
         field = self.by_id("setting-" + name)
@@ -150,6 +177,69 @@ def session(page, example_orbits):
     page.shot("dif-stopped")
 
 
+def map_session(page):
+    """The bubble scenario's map: bubble and crossings after a run, TEC map, profiles."""
+    from selenium.webdriver.support.ui import Select
+    page.until("the scenario in the list", lambda: page.driver.execute_script(
+        "return [...document.querySelectorAll('#scenario-list option')]"
+        ".some(o => o.value === 'bubble.toml')"))
+    Select(page.by_id("scenario-list")).select_by_value("bubble.toml")
+    page.by_id("scenario-load").click()
+    page.until("the bubble scenario", lambda: "Loaded" in page.text_of("scenario-note"))
+    page.set_and_wait("ScenarioDuration", "2")
+    page.set_and_wait("bubbleLength", "3000")
+    page.set_and_wait("bubbleWidth", "800")
+    Select(page.by_id("orbit-file")).select_by_value("yuma147.txt")
+    Select(page.by_id("orbit-type")).select_by_value("yuma")
+    page.by_id("orbit-load").click()
+    page.until("the almanac", lambda: page.text_of("run-pill") == "load-orbits finished")
+    page.click_run("obs")
+    page.until("the bubble run's end", lambda: page.text_of("run-pill") == "obs finished")
+    # The bubble in white, and entry (yellow) and exit (red) marks of the rays.
+    page.until("the bubble and its crossings", lambda: (
+        lambda n: n is not None and n[0] > 500 and n[1] > 0 and n[2] > 0)(
+            page.layer_colours("bubbleLayer", [0xFFFFFF, 0xFFFF00, 0xFF0000])))
+
+    Select(page.by_id("tec-model")).select_by_value("0")
+    page.by_id("show-tec").click()
+    page.until("the NeQuick map", lambda: page.by_id("show-tec").get_attribute("data-state")
+               == "ready")
+    counts = page.layer_colours("nequickLayer", [0x0100FF])
+    assert counts is not None, "the NeQuick layer is not shown"
+    print("NeQuick TEC map on screen %.2f s after the press (%s)" % (
+        int(page.by_id("show-tec").get_attribute("data-shown-ms")) / 1000.0,
+        page.text_of("tec-state")))
+
+    # Draw at the receiver (the scenario's place), then over it a profile at midnight.
+    page.by_id("profile-draw").click()
+    page.until("the first profile", lambda: "peak" in page.text_of("profile-note"))
+    assert "1.30°, 103.80°, month 3" in page.text_of("profile-note"), page.text_of("profile-note")
+    page.by_id("profile-ut").send_keys("0")
+    page.by_id("profile-over").click()
+    page.until("the second profile", lambda: "0 h UT" in page.text_of("profile-note"))
+    page.until("the plot", lambda: page.by_id("profile-plot").get_attribute("data-version")
+               is not None and int(page.by_id("profile-plot").get_attribute("data-version")) >= 3)
+    page.shot_of("profiles", ".profile")
+    page.by_id("profile-clear").click()
+    page.until("the cleared plot", lambda: page.text_of("profile-note") == "")
+
+    # A 1 ms run: the sky plot follows it at its display ticks.
+    page.set_and_wait("ObservationInterval", "1")
+    page.set_and_wait("ScenarioDuration", "5")
+    page.set_and_wait("RecordType", "0")
+    page.click_run("obs")
+    page.until("the 1 ms run under way", lambda: page.text_of("run-pill") == "obs running" and
+               page.text_of("progress-text") not in ("0%", "1%", "100%"))
+    page.driver.execute_script("window.scrollTo(0, 0)")
+    page.shot("run-in-progress")
+    page.by_id("stop").click()
+    page.until("the 1 ms run's stop", lambda: page.text_of("run-pill") == "obs stopped")
+    # The map as the run left it: its satellites' tracks over the TEC map and the bubble.
+    page.until("the sky plot's tracks", lambda: (lambda n: n is not None and n[0] > 0)(
+        page.layer_colours("skyPlotLayer", [0x00FF00])))
+    page.shot_of("map-bubble-tec", "section.map")
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--vorel", required=True)
@@ -168,7 +258,8 @@ def main():
     work = tempfile.mkdtemp(prefix="vorel-browser-")
     data_dir = os.path.join(work, "VLD")
     os.makedirs(data_dir)
-    shutil.copy(os.path.join(args.examples, "brdc1820.10n"), data_dir)
+    for name in ("brdc1820.10n", "yuma147.txt", "bubble.toml"):
+        shutil.copy(os.path.join(args.examples, name), data_dir)
     server, url = start_server(args.vorel, data_dir)
     options = webdriver.ChromeOptions()
     options.binary_location = chromium
@@ -187,6 +278,7 @@ def main():
         assert "token=" not in driver.current_url, driver.current_url
         page.shot("opened")
         session(page, "brdc1820.10n")
+        map_session(page)
         errors = [e for e in driver.get_log("browser") if e["level"] == "SEVERE"]
         assert not errors, errors
     finally:

@@ -1,0 +1,89 @@
+// What the page's sky plot costs a run: the one-minute .scn run at 1 ms (60,001 epochs)
+// with and without the web display attached. The display draws the receiver and the
+// satellites on the map's sky layer, keeps the scene for the page and tells it to fetch
+// the layers, at every display tick (each 1000th epoch). Goal: under 5 % slower.
+//
+//   bench/web_display_ratio.sh build/default/vorel_bench 5   # alternating, best of 5
+
+#include <benchmark/benchmark.h>
+
+#include <cmath>
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+#include "observation/epoch.h"
+#include "observation/epoch_sink.h"
+#include "observation/record_writers.h"
+#include "observation/trajectory.h"
+#include "platform/messages.h"
+#include "platform/text_file.h"
+#include "web/display_layers.h"
+#include "web/event_hub.h"
+#include "web/map_layers.h"
+
+namespace {
+
+using namespace vorel;
+
+// 32 healthy satellites in six planes of a GPS-like shell.
+std::unique_ptr<orbits::ConstellationTable> FullSky() {
+  auto table = std::make_unique<orbits::ConstellationTable>();
+  for (int s = 0; s < 32; ++s) {
+    orbits::OrbitRecord& o = table->rows[s].trueRecords[0];
+    table->rows[s].recordCount = 1;
+    o.prn = s + 1;
+    o.status = orbits::kStatusUsable;
+    o.sqrtA = 5153.6;
+    o.e = 0.01;
+    o.i0 = 0.96;
+    o.toe = o.toc = 345600.0 + 3600.0;
+    o.Omega0 = (s % 6) * (M_PI / 3);
+    o.M0 = (s / 6) * (2 * M_PI / 6) + (s % 6) * 0.3;
+    o.omega = 0.5;
+  }
+  return table;
+}
+
+void RunOneMinute(benchmark::State& st, bool withDisplay) {
+  auto table = FullSky();
+  const auto path = std::filesystem::temp_directory_path() / "vorel-bench-web-display.scn";
+  web::EventHub events;
+  std::string warning;
+  web::DisplayMapLayers layers(std::filesystem::path(VOREL_SOURCE_DATA_DIR), warning);
+  web::WebDisplay display(events, &layers);
+  for (auto _ : st) {
+    observation::EpochState state;
+    platform::RandState rand;
+    observation::EpochEnvironment env{*table, state, rand};
+    platform::OutputFile out;
+    out.Open(path);
+    observation::TrajectoryRunArgs args;
+    args.latitude = 45.0;
+    args.longitude = 10.0;
+    args.altitude = 100.0;
+    args.elevationMask = 5.0 * observation::kDegToRad;
+    args.startMs = 345600000;
+    args.satelliteCount = 32;
+    args.intervalMs = 1;
+    args.durationArg = 60;
+    args.recordType = observation::kRecordScn;
+    auto record = observation::MakeRecordSink(args.recordType, out);
+    env.sinks.push_back(record.get());
+    std::optional<observation::DisplaySink> sky;
+    if (withDisplay) env.sinks.push_back(&sky.emplace(display));
+    observation::EpochResult result;
+    std::atomic<uint8_t> runActive{1};
+    observation::SimulateTrajectory(env, args, result, runActive, platform::Messages::Silent());
+    out.Close();
+  }
+  st.counters["displayTicks"] = static_cast<double>(events.LastId());
+  std::filesystem::remove(path);
+}
+
+void BM_ScnRun60sAt1msWithoutWebDisplay(benchmark::State& st) { RunOneMinute(st, false); }
+void BM_ScnRun60sAt1msWithWebDisplay(benchmark::State& st) { RunOneMinute(st, true); }
+BENCHMARK(BM_ScnRun60sAt1msWithoutWebDisplay)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_ScnRun60sAt1msWithWebDisplay)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+}  // namespace
