@@ -79,9 +79,16 @@ inline void Step(const PathArgs& a, ChannelNco& c, BitFeed& feed, PathCursor& p,
     p.x = fi1 * a.rho + c.codeFraction;
     p.dcf = a.d + c.codeFraction;
   }
+  const int32_t before = p.k;
   p.k = FloorMod(static_cast<int64_t>(i) + 1 + p.K, a.n);
   p.phi = p.base + static_cast<float>(i) * a.omega;
-  if (p.k == 0) {
+  if (a.epochOnWrap) {
+    // The index has passed the end of the code, whether it landed on 0 or stepped over it.
+    if (p.k < before) {
+      c.msInBit = FloorMod(static_cast<int64_t>(c.msInBit) + 1, 20);
+      if (c.msInBit == 0) NextBit(feed, c);
+    }
+  } else if (p.k == 0) {
     if (c.armed) {
       c.msInBit = FloorMod(static_cast<int64_t>(c.msInBit) + 1, 20);
       if (c.msInBit == 0) NextBit(feed, c);
@@ -272,6 +279,7 @@ void NextBit(BitFeed& feed, ChannelNco& nco) {
 PathCursor BeginPath(const PathArgs& a, const ChannelNco& c, bool vectorised) {
   PathCursor p;
   p.K = c.codeIndex;
+  p.k = FloorMod(c.codeIndex, a.n);  // the entry before the block's first sample
   p.dcf = a.d + c.codeFraction;
   p.base = a.thetaOff + c.carrierPhase;
   const bool tame = Tame(a, c);

@@ -75,6 +75,12 @@ struct PathArgs {
   // stays in 0..1 whatever rho, and every satellite's code lags by the same half sample on
   // average, which a receiver takes into its clock.
   bool floorWrap = false;
+  // When the channel counts a millisecond of its navigation bit. As the program does
+  // (false): when the index lands on entry 0 after entry 1 has armed the count, so a
+  // whole-sample step over entry 0 (or over entry 1) loses that millisecond for good, and
+  // the bit edges come a millisecond late against the code from then on. True: whenever the
+  // index passes the end of the code, wherever it lands.
+  bool epochOnWrap = false;
 };
 
 // The state a path carries from sample to sample within a block, and the form of the loop

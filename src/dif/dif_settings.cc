@@ -88,6 +88,7 @@ DifSettings GatherDifSettings(const DifPanelValues& p) {
   s.MultipathOn = p.MultipathOn;
   s.CodeWrapFloor = p.CodeWrapFloor;
   s.WholeBlockRate = p.WholeBlockRate;
+  s.CodeEpochOnWrap = p.CodeEpochOnWrap;
   if (p.ScintEnabled != 0) {
     s.ScintType = p.ScintType;
     s.ScintMode = 1 + p.ScintType;
@@ -283,6 +284,11 @@ const platform::SettingTable<DifPanelValues>& DifSettingTable() {
        .meaning = "1: a block's code and carrier rates take the record's whole range change "
                   "over the block's n samples; 0: the change times (n - 1) / n, as the program "
                   "does, which lets the code drift off the range by 1/n of its change"},
+      {.name = "CodeEpochOnWrap", .member = &P::CodeEpochOnWrap, .min = 0, .max = 1,
+       .meaning = "1: a channel counts a millisecond of its navigation bit whenever its code "
+                  "passes its end, also when a whole-sample step jumps over the first entry; 0: "
+                  "only when it lands on the first entry, as the program does, which loses a "
+                  "millisecond there and sends the bits a millisecond late from then on"},
       {.name = "TestPrn", .member = &P::TestPrn, .min = 1, .max = 32,
        .meaning = "test signal: satellite 1 to 32"},
       {.name = "TestCodeOn", .member = &P::TestCodeOn,

@@ -57,6 +57,7 @@ struct DifPanelValues {
   // record's range, for receivers that measure it.
   int32_t CodeWrapFloor = 0;     // the code phase's fraction wraps down into 0..1
   int32_t WholeBlockRate = 0;    // a block's rates take the record's whole change over it
+  int32_t CodeEpochOnWrap = 0;   // a bit's millisecond counted at every pass of the code's end
   int32_t TestPrn = 1;
   int32_t TestCodeOn = 1;
   int32_t TestCarrierOn = 1;
@@ -117,6 +118,7 @@ struct DifSettings {
   int32_t ScintReadValues = 0;
   int32_t CodeWrapFloor = 0;
   int32_t WholeBlockRate = 0;
+  int32_t CodeEpochOnWrap = 0;
 
   int32_t TestPrn = 0;
   int32_t TestCodeOn = 0;

@@ -848,6 +848,7 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
               : ((range.next - range.previous) * (n - 1)) / n + range.previous - range.previous;
       direct.n = n;
       direct.floorWrap = s.CodeWrapFloor == 1;
+      direct.epochOnWrap = s.CodeEpochOnWrap == 1;
       direct.rho = static_cast<float>(dR * kRangeRateToRho);
       direct.omega =
           (static_cast<float>(static_cast<double>(direct.rho) * s.CarrierFrequency) + intermediate) *

@@ -256,6 +256,47 @@ TEST(SampleGeneration, FlooredWrapPicksTheCodeSampleBelowThePhaseWhateverTheDopp
   }
 }
 
+// Every pass of the code's end is a millisecond of the navigation bit. A fast approaching
+// or receding satellite steps over or repeats code entries every few dozen samples, some of
+// them at the end of the code; over many blocks the count of milliseconds (msInBit, and the
+// bits it has moved on) must equal the code periods that have passed, in every form of the
+// loop. The program's count loses one whenever a step jumps over the first entry.
+TEST(SampleGeneration, EpochOnWrapCountsEveryCodePeriod) {
+  const int32_t n = 1001, blocks = 200, start = 500;
+  std::vector<int32_t> code(n, 1), row(kNavBitsPerRow, 1);
+  for (const float rho : {3.1e-2f, -3.1e-2f}) {
+    for (const bool epochOnWrap : {true, false}) {
+      for (const bool fast : {false, true}) {
+        std::vector<float> codeFloat(n, 1.0f), out(n);
+        PathArgs a;
+        a.n = n;
+        a.code = code.data();
+        a.codeFloat = codeFloat.data();
+        a.rho = rho;
+        a.omega = 1.57f;
+        a.floorWrap = true;
+        a.epochOnWrap = epochOnWrap;
+        ChannelNco c;
+        c.codeIndex = start;
+        c.navBit = 1;
+        c.bitNumber = 1000;
+        BitFeed f;
+        f.row = row.data();
+        f.base = 900;
+        for (int32_t b = 0; b < blocks; ++b)
+          (fast ? RunPathFastStore : RunPathPlainStore)(a, c, f, out.data());
+        const int64_t counted = 20LL * (c.bitNumber - 1000) + c.msInBit;
+        const double entry = start + static_cast<double>(blocks) * n * (1.0 + rho);
+        const int64_t periods = static_cast<int64_t>(std::floor(entry / n));
+        if (epochOnWrap)
+          EXPECT_EQ(counted, periods) << "rho " << rho << " fast " << fast;
+        else if (rho > 0.0f)
+          EXPECT_LT(counted, periods) << "the program's count, fast " << fast;
+      }
+    }
+  }
+}
+
 // A test-signal run into a scratch directory; returns the file's bytes.
 std::string RunTest(const DifPanelValues& p, const std::filesystem::path& dir,
                     GeneratorReport* report = nullptr,
