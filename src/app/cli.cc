@@ -46,13 +46,13 @@ const char kUsage[] =
 
 std::string CommandList() {
   std::string out = "\ncommands (run in the order given, in one program start):\n";
-  for (const CommandSpec& c : CommandTable())
+  for (const CommandEntry& c : CommandTable())
     out += fmt::format("  {:<34} {}\n", c.name + (c.usage.empty() ? "" : " " + c.usage), c.summary);
   return out;
 }
 
-const CommandSpec* FindCommand(const std::string& name) {
-  for (const CommandSpec& c : CommandTable())
+const CommandEntry* FindCommand(const std::string& name) {
+  for (const CommandEntry& c : CommandTable())
     if (c.name == name) return &c;
   return nullptr;
 }
@@ -128,7 +128,7 @@ int RunWorker(const std::function<int()>& work) {
 }
 
 struct Invocation {
-  const CommandSpec* command;
+  const CommandEntry* command;
   std::unique_ptr<CLI::App> parser;
   std::function<int(CommandContext&)> action;
 };

@@ -305,7 +305,7 @@ Action ShowSettings(CLI::App& p) {
   };
 }
 
-std::vector<CommandSpec> BuildTable() {
+std::vector<CommandEntry> BuildTable() {
   return {
       {"load-orbits", "[--type yuma|rinex] FILE", "load a YUMA almanac or a RINEX navigation file", false, LoadOrbits},
       {"galileo", "", "load the built-in Galileo constellation", false, Galileo},
@@ -381,12 +381,12 @@ std::vector<CommandSpec> BuildTable() {
 
 namespace {
 
-std::vector<CommandSpec> BuildFlaggedTable() {
-  std::vector<CommandSpec> table = BuildTable();
+std::vector<CommandEntry> BuildFlaggedTable() {
+  std::vector<CommandEntry> table = BuildTable();
   const auto among = [](const std::string& name, std::initializer_list<const char*> names) {
     return std::find(names.begin(), names.end(), name) != names.end();
   };
-  for (CommandSpec& c : table) {
+  for (CommandEntry& c : table) {
     c.needsOrbits = among(c.name, {"obs", "raw", "sim", "autorun", "nav", "nav-all", "show-orbit",
                                    "nav-rinex", "bubble-rays"});
     c.writesNothing = among(c.name, {"about", "show-settings", "convert-flux", "convert-sunspot",
@@ -399,8 +399,8 @@ std::vector<CommandSpec> BuildFlaggedTable() {
 
 }  // namespace
 
-const std::vector<CommandSpec>& CommandTable() {
-  static const std::vector<CommandSpec> table = BuildFlaggedTable();
+const std::vector<CommandEntry>& CommandTable() {
+  static const std::vector<CommandEntry> table = BuildFlaggedTable();
   return table;
 }
 

@@ -20,7 +20,7 @@ struct CommandContext {
   const GlobalOptions& global;
 };
 
-struct CommandSpec {
+struct CommandEntry {
   std::string name;
   std::string usage;    // arguments as shown in the command list
   std::string summary;  // one line
@@ -31,7 +31,7 @@ struct CommandSpec {
   bool writesNothing = false;  // start-up need not make the data directory for it
 };
 
-const std::vector<CommandSpec>& CommandTable();
+const std::vector<CommandEntry>& CommandTable();
 
 // Asks the user to confirm unless --yes was given; a closed input counts as no.
 bool Confirm(const CommandContext& context, const std::string& question);

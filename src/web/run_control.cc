@@ -18,8 +18,8 @@ constexpr std::string_view kRunCommands[] = {
     "nav",         "nav-all", "events", "scint-load", "scint-fit", "scint-generate",
     "scint-clear"};
 
-const app::CommandSpec* FindCommand(std::string_view name) {
-  for (const app::CommandSpec& c : app::CommandTable())
+const app::CommandEntry* FindCommand(std::string_view name) {
+  for (const app::CommandEntry& c : app::CommandTable())
     if (c.name == name) return &c;
   return nullptr;
 }
@@ -83,13 +83,13 @@ bool RunControl::Start(const std::string& command, const std::vector<std::string
                       command_);
     return false;
   }
-  const app::CommandSpec* spec = FindCommand(command);
-  if (spec == nullptr || !IsRunCommand(command)) {
+  const app::CommandEntry* entry = FindCommand(command);
+  if (entry == nullptr || !IsRunCommand(command)) {
     why = fmt::format("\"{}\" is not a run the page can start", command);
     return false;
   }
-  CLI::App parser(spec->summary, "vorel " + spec->name);
-  std::function<int(app::CommandContext&)> action = spec->setup(parser);
+  CLI::App parser(entry->summary, "vorel " + entry->name);
+  std::function<int(app::CommandContext&)> action = entry->setup(parser);
   std::vector<std::string> reversed(args.rbegin(), args.rend());
   try {
     parser.parse(reversed);
