@@ -18,10 +18,12 @@ const IqCarrierTable& CarrierTableIq() {
     for (int m = 0; m < kIqCarrierSize; ++m) {
       // The middle of the bin: truncating the phase then costs no mean phase offset.
       const double a = 2.0 * M_PI * (m + 0.5) / kIqCarrierSize;
-      const auto c = static_cast<int16_t>(std::lround(kIqCarrierScale * std::cos(a)));
-      const auto s = static_cast<int16_t>(std::lround(kIqCarrierScale * std::sin(a)));
-      t.cosSin[m] =
-          static_cast<uint16_t>(c) | (static_cast<uint32_t>(static_cast<uint16_t>(s)) << 16);
+      t.cos[m] = static_cast<float>(std::lround(kIqCarrierScale * std::cos(a)));
+      t.sin[m] = static_cast<float>(std::lround(kIqCarrierScale * std::sin(a)));
+    }
+    for (int m = 0; m < kIqCarrierSpare; ++m) {
+      t.cos[kIqCarrierSize + m] = t.cos[m];
+      t.sin[kIqCarrierSize + m] = t.sin[m];
     }
     return t;
   }();
@@ -62,9 +64,8 @@ void PlainRange(const IqChannelPlan& p, float gain, int64_t a, int64_t b, int32_
     const uint64_t phase = p.codePhase + static_cast<uint64_t>(s) * p.codeStep;
     const uint32_t theta = p.carrierPhase + static_cast<uint32_t>(s) * p.carrierStep;
     const float v = gain * chips[phase >> 32];
-    const auto e = static_cast<int32_t>(t.cosSin[theta >> kCarrierShift]);
-    const auto c = static_cast<float>(static_cast<int16_t>(e));
-    const auto sn = static_cast<float>(e >> 16);
+    const float c = t.cos[theta >> kCarrierShift];
+    const float sn = t.sin[theta >> kCarrierShift];
     const int64_t k = s - first;
     I[k] = I[k] + v * c;
     Q[k] = Q[k] + v * sn;
@@ -88,18 +89,6 @@ __attribute__((target("avx2"))) inline lanes::Vec<8>::F Gather(const float* tabl
       _mm256_i32gather_ps(table, reinterpret_cast<__m256i>(index), 4));
 }
 
-__attribute__((target("avx2"))) inline lanes::Vec<8>::I Gather(const uint32_t* table,
-                                                               lanes::Vec<8>::U index) {
-  return reinterpret_cast<lanes::Vec<8>::I>(_mm256_i32gather_epi32(
-      reinterpret_cast<const int*>(table), reinterpret_cast<__m256i>(index), 4));
-}
-
-__attribute__((target("avx512f"))) inline lanes::Vec<16>::I Gather(const uint32_t* table,
-                                                                   lanes::Vec<16>::U index) {
-  return reinterpret_cast<lanes::Vec<16>::I>(_mm512_mask_i32gather_epi32(
-      _mm512_setzero_si512(), 0xFFFF, reinterpret_cast<__m512i>(index), table, 4));
-}
-
 __attribute__((target("avx512f"))) inline lanes::Vec<16>::F Gather(const float* table,
                                                                    lanes::Vec<16>::U index) {
   // The masked form with a zeroed source: every lane is loaded, nothing is left undefined.
@@ -114,85 +103,139 @@ VOREL_LANES_INLINE F Select(I mask, F a, F b) {
   return reinterpret_cast<F>((reinterpret_cast<I>(a) & mask) | (reinterpret_cast<I>(b) & ~mask));
 }
 
+// gained[c] = gain x code for the chips c in [from, to): the gain of the code period the
+// chip lies in. A sample lies in code period k exactly when its chip does (the period
+// starts are where the phase passes k x 1023 chips), so one read of this gives the plain
+// loop's gain x code, the same float.
+template <int W>
+VOREL_LANES_INLINE void GainTheCode(const IqChannelPlan& p, uint32_t from, uint32_t to,
+                                    float* gained) {
+  using F = typename lanes::Vec<W>::F;
+  const float* chips = p.code->chips.data();
+  for (int k = 0; k < kIqCodePeriods; ++k) {
+    const uint32_t a = std::max<uint32_t>(from, k * kChipsPerCode);
+    const uint32_t b = k + 1 < kIqCodePeriods ? std::min<uint32_t>(to, (k + 1) * kChipsPerCode) : to;
+    if (a >= b) continue;
+    const F g = lanes::Splat<F>(p.gain[k]);
+    uint32_t c = a;
+    for (; c + W <= b; c += W) lanes::StoreU(gained + c, g * lanes::LoadU<F>(chips + c));
+    for (; c < b; ++c) gained[c] = p.gain[k] * chips[c];
+  }
+}
+
 // W samples a step over first..end-1, and on to the next multiple of W past the end (the
-// caller's sums have room for those; they are never read). The code phase is a 64-bit
-// number held as two 32-bit lanes (the low word and the chip), moved on with the carry;
-// the carrier phase wraps in 32 bits as in the plain loop; each lane takes the gain of the
-// code period its sample lies in.
+// caller's sums have room for those; they are never read). Lane 0's code phase (64 bits)
+// and carrier phase (32 bits, wrapping as in the plain loop) move on as scalars; lane l
+// adds l steps to them, held as constants: the code's as its low word and chips, so that
+// lane l's chip is lane 0's plus the chips of its offset plus the carry out of the low
+// words.
 //
 // Below one chip a sample (every rate above 1.0234 MHz) the W samples of a step lie within
 // W chips from the first lane's, so the code comes from one unaligned load of those W
-// chips and a lane shuffle instead of a gather; the carrier is one gather of cos and sin
-// together.
-template <int W, bool kWindow>
+// chips and a lane shuffle instead of a gather. Likewise the carrier: where it moves at
+// most about two table entries a sample (Doppler alone, at any rate from 2.6 MHz), the W
+// entries of a step lie within 2W entries from the first lane's (after it when the phase
+// turns forward, before it when backward), so two loads and a two-vector shuffle each for
+// cos and sin take the place of two gathers.
+template <int W, bool kCodeWindow, bool kCarrierWindow>
 VOREL_LANES_INLINE void LanesRange(const IqChannelPlan& p, int32_t first, int32_t end, float* I,
                                    float* Q) {
   using F = typename lanes::Vec<W>::F;
   using U = typename lanes::Vec<W>::U;
   using Int = typename lanes::Vec<W>::I;
-  U lo, hi, theta;
+  U laneLow, laneChips, laneTheta;
   for (int l = 0; l < W; ++l) {
-    const uint64_t phase = p.codePhase + static_cast<uint64_t>(first + l) * p.codeStep;
-    lo[l] = static_cast<uint32_t>(phase);
-    hi[l] = static_cast<uint32_t>(phase >> 32);
-    theta[l] = p.carrierPhase + static_cast<uint32_t>(first + l) * p.carrierStep;
+    const uint64_t d = static_cast<uint64_t>(l) * p.codeStep;
+    laneLow[l] = static_cast<uint32_t>(d);
+    laneChips[l] = static_cast<uint32_t>(d >> 32);
+    laneTheta[l] = static_cast<uint32_t>(l) * p.carrierStep;
   }
-  const uint64_t codeW = static_cast<uint64_t>(W) * p.codeStep;
-  const U loStep = lanes::Splat<U>(static_cast<uint32_t>(codeW));
-  const U hiStep = lanes::Splat<U>(static_cast<uint32_t>(codeW >> 32));
-  const U thetaStep = lanes::Splat<U>(static_cast<uint32_t>(W) * p.carrierStep);
-  const F g0 = lanes::Splat<F>(p.gain[0]);
-  const F g1 = lanes::Splat<F>(p.gain[1]);
-  const F g2 = lanes::Splat<F>(p.gain[2]);
-  const auto clip = [](int64_t v) { return static_cast<int32_t>(std::min<int64_t>(v, 1 << 30)); };
-  const Int start1 = lanes::Splat<Int>(clip(p.periodStart[1]));
-  const Int start2 = lanes::Splat<Int>(clip(p.periodStart[2]));
-  const Int stepW = lanes::Splat<Int>(W);
-  Int index = lanes::Splat<Int>(first) + lanes::Iota<Int>();
-  const float* chips = p.code->chips.data();
+  uint64_t phase0 = p.codePhase + static_cast<uint64_t>(first) * p.codeStep;
+  uint32_t theta0 = p.carrierPhase + static_cast<uint32_t>(first) * p.carrierStep;
+  const uint64_t phaseW = static_cast<uint64_t>(W) * p.codeStep;
+  const uint32_t thetaW = static_cast<uint32_t>(W) * p.carrierStep;
+
+  // The chips the steps read: from the first lane's to a window past the last step's last.
+  alignas(64) float gained[kIqCodeSpan + 16];
+  const uint64_t lastPhase = p.codePhase + static_cast<uint64_t>(end - 1 + W) * p.codeStep;
+  const auto chipEnd = static_cast<uint32_t>(
+      std::min<uint64_t>((lastPhase >> 32) + W + 1, static_cast<uint64_t>(kIqCodeSpan + 16)));
+  GainTheCode<W>(p, static_cast<uint32_t>(phase0 >> 32), chipEnd, gained);
+
   const IqCarrierTable& t = CarrierTableIq();
+  // The carrier window starts `back` entries before lane 0's: 2W - 1 when the phase turns
+  // backward. Lane l's place in it is (lane 0's phase within its entry, plus back entries,
+  // plus l steps) over one entry: never below 0 nor past 2W - 1 where the window applies.
+  const uint32_t back = static_cast<int32_t>(p.carrierStep) < 0 ? 2 * W - 1 : 0;
+  constexpr uint32_t kWithinEntry = (uint32_t{1} << kCarrierShift) - 1;
   for (int32_t s = first; s < end; s += W) {
-    F code;
-    if constexpr (kWindow) {
-      const uint32_t chip0 = hi[0];
-      const F window = lanes::LoadU<F>(chips + chip0);
-      code = __builtin_shuffle(window, reinterpret_cast<Int>(hi - lanes::Splat<U>(chip0)));
+    const auto chip0 = static_cast<uint32_t>(phase0 >> 32);
+    const U low = lanes::Splat<U>(static_cast<uint32_t>(phase0)) + laneLow;
+    const U chips = laneChips - reinterpret_cast<U>(low < laneLow);  // the carry
+    F v;
+    if constexpr (kCodeWindow)
+      v = __builtin_shuffle(lanes::LoadU<F>(gained + chip0), reinterpret_cast<Int>(chips));
+    else
+      v = Gather(gained, lanes::Splat<U>(chip0) + chips);
+    F c, sn;
+    if constexpr (kCarrierWindow) {
+      const uint32_t base = ((theta0 >> kCarrierShift) - back) & (kIqCarrierSize - 1);
+      const uint32_t start = (theta0 & kWithinEntry) + (back << kCarrierShift);
+      const auto offsets =
+          reinterpret_cast<Int>((lanes::Splat<U>(start) + laneTheta) >> kCarrierShift);
+      c = __builtin_shuffle(lanes::LoadU<F>(t.cos.data() + base),
+                            lanes::LoadU<F>(t.cos.data() + base + W), offsets);
+      sn = __builtin_shuffle(lanes::LoadU<F>(t.sin.data() + base),
+                             lanes::LoadU<F>(t.sin.data() + base + W), offsets);
     } else {
-      code = Gather(chips, hi);
+      const U entry = (lanes::Splat<U>(theta0) + laneTheta) >> kCarrierShift;
+      c = Gather(t.cos.data(), entry);
+      sn = Gather(t.sin.data(), entry);
     }
-    const F gain = Select(index < start1, g0, Select(index < start2, g1, g2));
-    const F v = gain * code;
-    const Int e = Gather(t.cosSin.data(), theta >> kCarrierShift);
-    const F c = __builtin_convertvector((e << 16) >> 16, F);
-    const F sn = __builtin_convertvector(e >> 16, F);
     float* pi = I + (s - first);
     float* pq = Q + (s - first);
     lanes::StoreU(pi, lanes::LoadU<F>(pi) + v * c);
     lanes::StoreU(pq, lanes::LoadU<F>(pq) + v * sn);
-    const U next = lo + loStep;
-    hi = hi + hiStep - reinterpret_cast<U>(next < loStep);  // a carry out of the low word
-    lo = next;
-    theta = theta + thetaStep;
-    index = index + stepW;
+    phase0 += phaseW;
+    theta0 += thetaW;
   }
 }
 
 constexpr uint64_t kOneChip = uint64_t{1} << 32;
 
+// Whether W lanes' carrier entries always lie within the 2W-entry window: lane W-1 is at
+// most ((W-1)|step| + 2^22 - 1) / 2^22 entries from lane 0's.
+template <int W>
+bool CarrierFitsWindow(uint32_t carrierStep) {
+  const int64_t step = std::abs(static_cast<int64_t>(static_cast<int32_t>(carrierStep)));
+  return (W - 1) * step <= static_cast<int64_t>(2 * W - 1) << kCarrierShift;
+}
+
+template <int W>
+VOREL_LANES_INLINE void ChooseRange(const IqChannelPlan& p, int32_t first, int32_t end, float* I,
+                                    float* Q) {
+  static_assert(2 * W <= kIqCarrierSpare);
+  const bool codeWindow = p.codeStep < kOneChip;
+  // Eight lanes shuffle two vectors by a sequence, slower than their gather.
+  const bool carrierWindow = W == 16 && CarrierFitsWindow<W>(p.carrierStep);
+  if (codeWindow && carrierWindow)
+    LanesRange<W, true, true>(p, first, end, I, Q);
+  else if (codeWindow)
+    LanesRange<W, true, false>(p, first, end, I, Q);
+  else if (carrierWindow)
+    LanesRange<W, false, true>(p, first, end, I, Q);
+  else
+    LanesRange<W, false, false>(p, first, end, I, Q);
+}
+
 __attribute__((target("avx2"))) void Range8(const IqChannelPlan& p, int32_t first, int32_t end,
                                             float* I, float* Q) {
-  if (p.codeStep < kOneChip)
-    LanesRange<8, true>(p, first, end, I, Q);
-  else
-    LanesRange<8, false>(p, first, end, I, Q);
+  ChooseRange<8>(p, first, end, I, Q);
 }
 
 __attribute__((target("avx512f"))) void Range16(const IqChannelPlan& p, int32_t first, int32_t end,
                                                 float* I, float* Q) {
-  if (p.codeStep < kOneChip)
-    LanesRange<16, true>(p, first, end, I, Q);
-  else
-    LanesRange<16, false>(p, first, end, I, Q);
+  ChooseRange<16>(p, first, end, I, Q);
 }
 #endif
 
@@ -322,6 +365,62 @@ __attribute__((target("avx2"))) int32_t Quantise8(const float* i, const float* q
   return QuantiseLanes<8>(i, q, count, bytes, out, held);
 }
 
+constexpr int kAAndBOrC = 0xEA;  // ternary logic: (a & b) | c
+
+// GCC 12's own AVX-512 headers leave the unused source of the unmasked forms undefined on
+// purpose and then warn about it.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+
+// t = x + copysign(0.5, x), the values from high + 1 or low - 1 on counted, clamped, truncated.
+__attribute__((target("avx512f"))) inline __m512i Round16(const float* from, __m512 low,
+                                                          __m512 high, __m512 above,
+                                                          __m512 below, int64_t& held) {
+  const __m512i half = _mm512_castps_si512(_mm512_set1_ps(0.5f));
+  const __m512i sign = _mm512_set1_epi32(INT32_MIN);
+  const __m512 x = _mm512_loadu_ps(from);
+  const __m512 t = _mm512_add_ps(x, _mm512_castsi512_ps(_mm512_ternarylogic_epi32(
+                                        _mm512_castps_si512(x), sign, half, kAAndBOrC)));
+  const __mmask16 outside =
+      _mm512_cmp_ps_mask(t, above, _CMP_GT_OQ) | _mm512_cmp_ps_mask(t, below, _CMP_LT_OQ);
+  held += __builtin_popcount(outside);
+  return _mm512_cvttps_epi32(_mm512_max_ps(low, _mm512_min_ps(high, t)));
+}
+
+// Sixteen lanes in the instructions themselves (GCC 12 makes the comparisons of the generic
+// form one lane at a time). Clamping with min and max and then truncating gives the plain
+// loop's numbers: within a level of a limit truncation lands on the limit anyway, and a NaN,
+// carried through min and max as their second operand, truncates to 0x80000000, whose low
+// byte and low half are 0.
+__attribute__((target("avx512f"))) int32_t Quantise16(const float* i, const float* q,
+                                                      int32_t count, int bytes, uint8_t* out,
+                                                      int64_t& held) {
+  const bool ci8 = bytes == 1;
+  const __m512 low = _mm512_set1_ps(ci8 ? -128.0f : -32768.0f);
+  const __m512 high = _mm512_set1_ps(ci8 ? 127.0f : 32767.0f);
+  const __m512 above = _mm512_set1_ps(std::nextafter(ci8 ? 128.0f : 32768.0f, 0.0f));
+  const __m512 below = _mm512_set1_ps(std::nextafter(ci8 ? -129.0f : -32769.0f, 0.0f));
+  int64_t count16 = 0;
+  int32_t k = 0;
+  for (; k + 16 <= count; k += 16) {
+    const __m512i vi = Round16(i + k, low, high, above, below, count16);
+    const __m512i vq = Round16(q + k, low, high, above, below, count16);
+    if (ci8) {
+      const __m512i pair = _mm512_ternarylogic_epi32(vi, _mm512_set1_epi32(0xFF),
+                                                     _mm512_slli_epi32(vq, 8), kAAndBOrC);
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + 2 * static_cast<int64_t>(k)),
+                          _mm512_cvtepi32_epi16(pair));
+    } else {
+      const __m512i pair = _mm512_ternarylogic_epi32(vi, _mm512_set1_epi32(0xFFFF),
+                                                     _mm512_slli_epi32(vq, 16), kAAndBOrC);
+      _mm512_storeu_si512(out + 4 * static_cast<int64_t>(k), pair);
+    }
+  }
+  held += count16;
+  return k;
+}
+#pragma GCC diagnostic pop
+
 #endif
 
 }  // namespace
@@ -330,9 +429,13 @@ int64_t QuantiseIq(const float* i, const float* q, int32_t count, int bytesPerVa
   int64_t held = 0;
   int32_t done = 0;
 #if defined(__x86_64__)
-  // Eight lanes on every machine: GCC 12 takes the comparisons of sixteen lanes one by one.
-  static const bool avx2 = __builtin_cpu_supports("avx2");
-  if (avx2) done = Quantise8(i, q, count, bytesPerValue, out, held);
+  static const int width = __builtin_cpu_supports("avx512f") ? 16
+                           : __builtin_cpu_supports("avx2")  ? 8
+                                                             : 1;
+  if (width == 16)
+    done = Quantise16(i, q, count, bytesPerValue, out, held);
+  else if (width == 8)
+    done = Quantise8(i, q, count, bytesPerValue, out, held);
 #endif
   QuantisePlain(i, q, done, count, bytesPerValue, out, held);
   return held;

@@ -11,7 +11,8 @@
 //                                               bit of that period times the amplitude,
 //                                               over 32767)
 //   I += v x cos[theta >> 22], Q += v x sin[theta >> 22]  (cos, sin in units of 1/32767)
-// The carrier table has 1024 entries, each the middle of its phase bin. The plain loop is
+// The carrier table has 1024 entries, each the middle of its phase bin, rounded to whole
+// units. The plain loop is
 // the reference; the vector form computes the same products in the same order lane by lane,
 // and channels are added in list order, so every form gives the same floats.
 
@@ -27,11 +28,14 @@ inline constexpr int kIqCarrierSize = 1 << kIqCarrierBits;
 inline constexpr int kIqCodePeriods = 3;  // a block spans at most two code epochs
 inline constexpr int kIqCodeSpan = kIqCodePeriods * kChipsPerCode;
 
-// Entry m holds round(32767 cos) in its low and round(32767 sin) in its high 16 bits, so
-// that one read (one gather of the vector form) gives both; the gain carries the 1/32767.
+// Entry m holds round(32767 cos) and round(32767 sin) of its bin's middle, as floats (the
+// gain carries the 1/32767). The first kIqCarrierSpare entries stand again after the last,
+// so that a run of that many entries read from any index wraps round the circle.
 inline constexpr float kIqCarrierScale = 32767.0f;
+inline constexpr int kIqCarrierSpare = 32;
 struct IqCarrierTable {
-  alignas(64) std::array<uint32_t, kIqCarrierSize> cosSin;
+  alignas(64) std::array<float, kIqCarrierSize + kIqCarrierSpare> cos;
+  alignas(64) std::array<float, kIqCarrierSize + kIqCarrierSpare> sin;
 };
 const IqCarrierTable& CarrierTableIq();
 

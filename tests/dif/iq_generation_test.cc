@@ -278,19 +278,21 @@ TEST(IqGeneration, VectorKernelMatchesThePlainLoop) {
   std::mt19937_64 random(7);
   IqCodeTable code;
   MakeIqCodeTable(4, code);
-  for (int trial = 0; trial < 200; ++trial) {
+  for (int trial = 0; trial < 400; ++trial) {
     IqChannelPlan plan;
     // Every fourth at 1 MHz, above a chip a sample: the gathered code, not the window.
     const int32_t count = trial % 4 == 0 ? 1000 : 1100 + static_cast<int32_t>(random() % 59000);
     plan.codePhase = random() % (uint64_t{1023} << 32);
     plan.codeStep = (uint64_t{1023000} << 32) / (count * 1000ull) + random() % 100000;
     plan.carrierPhase = static_cast<uint32_t>(random());
-    // Half within a table bin a sample, either way (the carrier read as a window), the
-    // exact limits among them.
+    // Half slow enough for the carrier window, either way, the exact limits of sixteen
+    // lanes (31/15 of a table bin a sample) among them, and just past them (gathered).
     const int32_t bin = 1 << 22;
-    const int32_t slow[] = {bin, -bin, 0, static_cast<int32_t>(random() % (2 * bin + 1)) - bin};
+    const int32_t limit = static_cast<int32_t>((int64_t{31} << 22) / 15);
+    const int32_t slow[] = {bin,       -bin,       0, limit, -limit, limit + 1, -limit - 1,
+                            static_cast<int32_t>(random() % (2 * limit + 1)) - limit};
     plan.carrierStep = trial % 2 == 0 ? static_cast<uint32_t>(random())
-                                      : static_cast<uint32_t>(slow[(trial / 2) % 4]);
+                                      : static_cast<uint32_t>(slow[(trial / 2) % 8]);
     plan.gain = {2.5f, -2.5f, 2.5f};
     plan.code = &code;
     SetIqPeriodStarts(plan, count);

@@ -61,6 +61,16 @@ run difdirect "${dif[@]}" --set DifOutputFile=C:/VLD/d4.dat --set DifFileType=0 
   --set OutputPacked=Direct --set BitsPerSample=8 --set SamplingFrequency=40920 --set Duration=0.005 dif
 run difbit1 "${dif[@]}" --set DifOutputFile=C:/VLD/d5.bin --set BitsPerSample=1 \
   --set SamplingFrequency=54560 --set Decimation=3 --set Duration=0.02 dif
+# The complex form: ci8 at 2.6 MHz on two threads; ci16 at 4 MHz with noise and the centre
+# 1.2 MHz off L1; ci8 at 1 MHz, where a sample spans more than a chip.
+iq=(--set SampleForm=iq --set OutputPacked=Direct --set BitsPerSample=8 --set FilterOn=0
+    --set Duration=0.002)
+run iq8 "${dif[@]}" "${iq[@]}" --set IqFormat=ci8 --set IqSampleRate=2600000 --set DifThreads=2 \
+  --set DifOutputFile=C:/VLD/q1.bin dif
+run iq16 "${dif[@]}" "${iq[@]}" --set BitsPerSample=16 --set IqFormat=ci16 --set IqSampleRate=4000000 \
+  --set IqIfOffset=1200000 --set IqNoise=1 --set DifOutputFile=C:/VLD/q2.bin dif
+run iq8slow "${dif[@]}" "${iq[@]}" --set IqFormat=ci8 --set IqSampleRate=1000000 \
+  --set DifOutputFile=C:/VLD/q3.bin dif
 run diftest --set ScenarioDriven=0 --set TestPrn=9 --set TestDataOn=1 --set TestDopplerOn=1 \
   --set TestDoppler=1250 --set Duration=0.02 --set DifOutputFile=C:/VLD/d6.bin \
   load-orbits --type rinex "$ex/brdc1820.10n" dif
