@@ -1,5 +1,6 @@
 #include "observation/epoch.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "gnss/time_coords.h"
@@ -12,6 +13,16 @@ constexpr double kFirstPassTravel = 0.07004845999161192;  // 21000 km of path
 constexpr double kHalfPi = 1.5707963267948966;
 constexpr double kSignalLevel = 31.0;
 constexpr int32_t kCounterLimit = 1000;
+
+// How long (ms from now) a satellite at `elevation`, `range` metres away, stays below a
+// mask above it, moving at no more than `speed` m/s: the line of sight turns by at most
+// asin(d / range) when the satellite moves d, and half the gap is all it is allowed.
+int64_t StaysBelowMaskMs(double elevation, double mask, double range, double speed) {
+  const double gap = mask - elevation;
+  if (!(gap > 0.0) || !(range > 0.0) || !(speed > 0.0) || !std::isfinite(speed)) return 0;
+  const double allowed = 0.5 * gap * range / (1.0 + gap);
+  return static_cast<int64_t>(std::min(1000.0 * allowed / speed, 3600000.0));
+}
 
 // Clears the steps of the active event that have run their course; the event ends when
 // none is left. Sizes are carried but reach no observable.
@@ -52,6 +63,12 @@ EpochContext ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, 
   const bool updating = args.atmosphereUpdateMs > 0 && timeMs >= loop.nextAtmosphereMs;
   const bool evaluateAtmosphere = env.state.AtmosphereEpochCounter == 0 || updating;
   if (updating) loop.nextAtmosphereMs = int64_t{timeMs} + args.atmosphereUpdateMs;
+  // Satellites well below the mask are passed over, except on the run's first epoch and on
+  // those whose rows reach the display, where every satellite is worked out.
+  const bool displayEpoch = env.state.AtmosphereEpochCounter == 0 ||
+                            env.state.AtmosphereEpochCounter == kCounterLimit;
+  const bool passOver = loop.receiverFixed && !displayEpoch &&
+                        loop.belowMaskUntil.size() >= static_cast<size_t>(args.satelliteCount);
 
   for (int s = 0; s < args.satelliteCount; ++s) {
     DisplayRow& row = display[s];
@@ -60,6 +77,10 @@ EpochContext ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, 
     if (row.status != orbits::kStatusUsable) continue;
 
     orbits::SelectOrbitRecord(t, env.table, s);
+    if (passOver && timeMs < loop.belowMaskUntil[s]) {
+      if (updating) loop.cache[s] = AtmosphereCache{};
+      continue;
+    }
 
     double range = 0.0;
     double travel = kFirstPassTravel;
@@ -91,6 +112,10 @@ EpochContext ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, 
         if (args.elevationMask > elevation) {
           aboveMask = false;
           if (updating) loop.cache[s] = AtmosphereCache{};
+          if (loop.receiverFixed && !loop.belowMaskUntil.empty())
+            loop.belowMaskUntil[s] =
+                int64_t{timeMs} + StaysBelowMaskMs(elevation, args.elevationMask, range,
+                                                   orbits::SatelliteSpeedBound(env.table, s));
           break;
         }
       }

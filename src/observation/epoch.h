@@ -215,6 +215,10 @@ struct EpochLoop {
   // With an atmosphere update interval: the time of the next update (the run's first
   // epoch is always one).
   int64_t nextAtmosphereMs = INT64_MIN;
+  // A receiver that stays put: a satellite found well below the mask is passed over until
+  // belowMaskUntil[s] (ms), the soonest it could have risen to the mask.
+  bool receiverFixed = false;
+  std::vector<int64_t> belowMaskUntil;
 };
 
 // Computes one epoch at `timeMs` (the result's time must already be set). Position in

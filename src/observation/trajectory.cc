@@ -234,6 +234,8 @@ platform::Status SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunAr
   ComputeRows(fix.latitude, fix.longitude, loop);
 
   std::unique_ptr<ReceiverTrack> track = MakeTrack(args, trajectory, messages);
+  loop.receiverFixed = !track->Moves();
+  loop.belowMaskUntil.assign(args.satelliteCount, INT64_MIN);
   double progress = 0.0;
   int32_t progressTicks = 0;
   LimitCheck limits;

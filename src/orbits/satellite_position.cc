@@ -2,6 +2,7 @@
 #include "orbits/satellite_position.h"
 
 #include <cmath>
+#include <limits>
 
 #include "gnss/time_coords.h"
 
@@ -33,6 +34,18 @@ int SelectOrbitRecord(double t, ConstellationTable& table, int index) {
   }
   row.selectedRecord = 0;
   return -1;
+}
+
+double SatelliteSpeedBound(const ConstellationTable& table, int satellite) {
+  const SatelliteOrbits& row = table.rows[satellite];
+  if (row.selectedRecord < 0 || row.selectedRecord >= kRecordsPerSet)
+    return std::numeric_limits<double>::infinity();
+  const OrbitRecord& o = row.trueRecords[row.selectedRecord];
+  const double a = o.sqrtA * o.sqrtA;
+  if (!(a > 0.0) || !(o.e >= 0.0 && o.e < 1.0)) return std::numeric_limits<double>::infinity();
+  const double perigee = std::sqrt(kGravitationalParameter / a * (1.0 + o.e) / (1.0 - o.e));
+  const double bound = 1.25 * (perigee + kEarthRotation * a * (1.0 + o.e)) + 100.0;
+  return std::isfinite(bound) ? bound : std::numeric_limits<double>::infinity();
 }
 
 void SatellitePosition(const ConstellationTable& table, double t, int satellite, Vec3& position,

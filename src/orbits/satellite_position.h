@@ -21,6 +21,11 @@ int SelectOrbitRecord(double t, ConstellationTable& table, int index);
 void SatellitePosition(const ConstellationTable& table, double t, int satellite, Vec3& position,
                        double& relativisticTerm);
 
+// An upper bound of the Earth-fixed speed (m/s) of a satellite flying the selected true
+// record: the orbit's speed at perigee plus the Earth's turning at apogee distance, with a
+// quarter more for the harmonic corrections. Infinity for a record that is no ellipse.
+double SatelliteSpeedBound(const ConstellationTable& table, int satellite);
+
 // Carries a position across `travelTime` seconds of Earth rotation.
 void RotateForEarthSpin(double travelTime, const Vec3& position, Vec3& rotated);
 

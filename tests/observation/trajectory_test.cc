@@ -1,6 +1,10 @@
 #include "observation/trajectory.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
 
 #include "observation/observation_fixture.h"
 #include "observation/record_writers.h"
@@ -112,6 +116,66 @@ TEST_F(TrajectoryTest, SinksSeeTheRunStartAndEveryEpochTheFirstUnwritten) {
   using E = std::pair<int32_t, bool>;
   EXPECT_EQ(recorder.epochs, (std::vector<E>{{1000, false}, {2000, true}, {2000, true}}));
   EXPECT_EQ(LogLines(), (std::vector<std::string>{"# 2000", "# 2000"}));
+}
+
+// A receiver that stays put passes over satellites well below the mask until they could
+// have risen to it; one that moves (here along a file that never leaves the spot) works
+// every satellite out at every epoch. Both must see a rising and a setting satellite cross
+// the mask at the same epoch, with the same ranges throughout.
+TEST_F(TrajectoryTest, StaticRunSeesSatellitesCrossTheMaskWhereAMovingOneDoes) {
+  struct Recorder : EpochSink {
+    std::vector<std::string> epochs;
+    void OnEpoch(const EpochResult& r, const EpochContext& c) override {
+      if (!c.written) return;
+      std::string line = std::to_string(r.timeMs);
+      for (int k = 0; k < r.channelCount; ++k)
+        line += fmt::format(" {}:{:.17g}", r.channels[k].prn, r.channels[k].codeRange);
+      epochs.push_back(line);
+    }
+  };
+  // Earth-fixed angles at the start: rising from 80 degrees before overhead (below the
+  // horizon), setting from 60 degrees past it, and on the far side of the Earth; an hour
+  // turns them by 15 degrees, and the 10-degree mask lies at 66.8 degrees.
+  const double turn = 3600.0 * (std::sqrt(398600500000000.0 / std::pow(kSqrtA, 6)) - 7.2921151467e-05);
+  const double starts[] = {-80.0, 60.0, 180.0};
+  for (int i = 0; i < 3; ++i) {
+    table->rows[i].recordCount = 1;
+    table->rows[i].trueRecords[0] = EquatorialRecord(i + 1, starts[i] * kDegToRad + turn);
+  }
+  args.satelliteCount = 3;
+  args.elevationMask = 10.0 * kDegToRad;
+  args.durationArg = 3600;
+  args.recordType = kRecordScn;
+  Recorder fixed;
+  moreSinks = {&fixed};
+  ASSERT_TRUE(Run().ok());
+
+  std::string lines;
+  for (int k = 0; k <= 3601; ++k) lines += fmt::format("{},0,0,0,x\n", 345600000 + k * 1000);
+  Trajectory(lines);
+  Recorder moving;
+  moreSinks = {&moving};
+  ASSERT_TRUE(out.Open(dir / "moving.scn"));
+  state = EpochState{};
+  ASSERT_TRUE(Run().ok());
+
+  // Every epoch of the fixed run stands in the moving one, alike (the moving run writes its
+  // first line's epoch twice and ends by its own rule).
+  ASSERT_GT(fixed.epochs.size(), 3000u);
+  size_t compared = 0;
+  for (const std::string& line : fixed.epochs) {
+    const std::string time = line.substr(0, line.find(' '));
+    const auto same = std::find_if(moving.epochs.begin(), moving.epochs.end(), [&](const std::string& m) {
+      return m.compare(0, time.size() + 1, time + " ") == 0 || m == time;
+    });
+    if (same == moving.epochs.end()) continue;
+    EXPECT_EQ(*same, line);
+    ++compared;
+  }
+  EXPECT_GT(compared, 3000u);
+  const auto channels = [](const std::string& line) { return std::count(line.begin(), line.end(), ':'); };
+  EXPECT_EQ(channels(fixed.epochs.front()), 1);  // the setting satellite only
+  EXPECT_EQ(channels(fixed.epochs.back()), 1);   // the rising one only
 }
 
 TEST_F(TrajectoryTest, EmptyLineEndsTheRunLikeTheEndOfTheFile) {
