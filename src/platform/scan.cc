@@ -1,7 +1,9 @@
 #include "platform/scan.h"
 
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <string>
 #include <vector>
 
 namespace vorel::platform {
@@ -15,19 +17,42 @@ size_t SkipBlanksFrom(std::string_view t, size_t i) {
   return i;
 }
 
+// The number in C syntax, as strtod reads it: from_chars gives the same correctly
+// rounded double without strtod's cost; a value out of the double's range (which
+// from_chars does not store) and a leading '+' (which it does not take) go to strtod.
+double ToDouble(const char* text, size_t size) {
+  if (text[0] != '+') {
+    double v = 0.0;
+    const auto [end, ec] = std::from_chars(text, text + size, v);
+    if (ec == std::errc() && end == text + size) return v;
+  }
+  const std::string copy(text, size);
+  return std::strtod(copy.c_str(), nullptr);
+}
+
 }  // namespace
 
 size_t ParseDouble(std::string_view t, double& value) {
   size_t i = SkipBlanksFrom(t, 0);
-  const size_t start = i;
-  std::string digits;
-  digits.reserve(32);
-  if (i < t.size() && (t[i] == '+' || t[i] == '-')) digits.push_back(t[i++]);
+  // The mantissa and the exponent as C writes them (a Fortran D made an e); a number too
+  // long for the buffer is read from a string.
+  char buffer[64];
+  std::string longer;
+  size_t used = 0;
+  const auto push = [&](char c) {
+    if (used < sizeof buffer) {
+      buffer[used++] = c;
+      return;
+    }
+    if (longer.empty()) longer.assign(buffer, used);
+    longer.push_back(c);
+  };
+  if (i < t.size() && (t[i] == '+' || t[i] == '-')) push(t[i++]);
   size_t mantissaDigits = 0;
-  while (i < t.size() && IsDigit(t[i])) { digits.push_back(t[i++]); ++mantissaDigits; }
+  while (i < t.size() && IsDigit(t[i])) { push(t[i++]); ++mantissaDigits; }
   if (i < t.size() && t[i] == '.') {
-    digits.push_back(t[i++]);
-    while (i < t.size() && IsDigit(t[i])) { digits.push_back(t[i++]); ++mantissaDigits; }
+    push(t[i++]);
+    while (i < t.size() && IsDigit(t[i])) { push(t[i++]); ++mantissaDigits; }
   }
   if (mantissaDigits == 0) return 0;
   // Exponent: e, E, d or D, optionally signed; taken only when digits follow.
@@ -35,14 +60,13 @@ size_t ParseDouble(std::string_view t, double& value) {
     size_t j = i + 1;
     if (j < t.size() && (t[j] == '+' || t[j] == '-')) ++j;
     if (j < t.size() && IsDigit(t[j])) {
-      digits.push_back('e');
-      for (size_t k = i + 1; k < j; ++k) digits.push_back(t[k]);
-      while (j < t.size() && IsDigit(t[j])) digits.push_back(t[j++]);
+      push('e');
+      for (size_t k = i + 1; k < j; ++k) push(t[k]);
+      while (j < t.size() && IsDigit(t[j])) push(t[j++]);
       i = j;
     }
   }
-  (void)start;
-  value = std::strtod(digits.c_str(), nullptr);
+  value = longer.empty() ? ToDouble(buffer, used) : ToDouble(longer.data(), longer.size());
   return i;
 }
 

@@ -1,6 +1,11 @@
 #include "platform/scan.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <random>
 
 #include "platform/random.h"
 
@@ -19,6 +24,29 @@ TEST(Scan, FreeFormatNumbersWithFortranExponentsAndRunTogetherNegatives) {
   EXPECT_EQ(ScanLine("7.5Dx", "%s>%f%s", {&d, &w}), 2);
   EXPECT_DOUBLE_EQ(d, 7.5);
   EXPECT_EQ(w, "Dx");
+}
+
+// Every number reads to the double the C library's strtod gives, bit for bit: random
+// decimals of every length, ties of the last bit, the range's ends and beyond, a leading
+// plus, and mantissas longer than any record writes.
+TEST(Scan, NumbersReadAsStrtodReadsThem) {
+  std::mt19937_64 random(5);
+  std::vector<std::string> texts = {"+5.0", "-0.0", "1e400", "-1e400", "1e-400", "4.9e-324",
+                                    "2.2250738585072011e-308", "9007199254740993",
+                                    "0.1000000000000000055511151231257827021181583404541015625",
+                                    ".5", "5.", "-.25e+3", std::string(80, '7') + ".5e-70"};
+  for (int k = 0; k < 2000; ++k) {
+    std::string t = fmt::format("{}{}.{}", k % 3 == 0 ? "-" : "", random() % 100000000,
+                                random() % 1000000000000);
+    if (k % 2 == 0) t += fmt::format("e{}", static_cast<int>(random() % 640) - 320);
+    texts.push_back(t);
+  }
+  for (const std::string& t : texts) {
+    double value = 0.0;
+    ASSERT_EQ(ParseDouble(t, value), t.size()) << t;
+    const double expected = std::strtod(t.c_str(), nullptr);
+    EXPECT_EQ(std::memcmp(&value, &expected, sizeof value), 0) << t;
+  }
 }
 
 TEST(Scan, SkipsWordsAndSingleCharactersAsTheFormatSays) {
