@@ -2,14 +2,16 @@
 # Whole-process wall time of the I/Q form beside an open peer generator (gps-sdr-sim, see
 # ../shared/peers/README.md) on the same scenario: the bundled orbits
 # (data/examples/brdc1820.10n), a static receiver at 48.1 N, 11.6 E, 520 m on 2010-07-01
-# 10:00 (11 satellites above the horizon; both generators take all of them), 19.9 s of
-# signal (what the peer's -d 20 writes), 8-bit interleaved I/Q written to a file.
+# 10:00 (11 satellites above the horizon; both generators take all of them, vorel with
+# ElevationMask=0), 19.9 s of signal (what the peer's -d 20 writes), 8-bit interleaved I/Q
+# written to a file.
 #
-# Vorel is timed as a user runs it, one process: load the orbits, write the navigation
-# files, the observation run (a one-minute .scn record at 1 ms, the shortest there is) and
-# the DIF run. The peer, vorel on one thread and vorel on two alternate run by run; the best
-# of RUNS runs of each is kept, and the ratio peer / vorel printed. "dif alone" times the
-# DIF run by itself on the record already made, to show what the preparation costs.
+# Vorel is timed as a user runs it, one process: `vorel record --iq8`, which loads the
+# orbits, writes the navigation files, makes a 1 ms observation record of the 21 s the
+# samples need (in a temporary folder) and the samples. The peer, vorel on one thread and
+# vorel on two alternate run by run, each output removed before the next run; the best of
+# RUNS runs of each is kept, and the ratio peer / vorel printed. "dif alone" times the DIF
+# run by itself on a record already made, to show what the preparation costs.
 #
 #   bench/iq_vs_peer.sh [VOREL [PEER]]     VOREL defaults to build/release/vorel, PEER to
 #                                          /tmp/gps-sdr-sim (built there when missing)
@@ -55,17 +57,16 @@ dif_settings() {  # RATE THREADS
     --set DifOutputFile="$work/vorel.bin" --set DifThreads="$2"
 }
 
-run_vorel() {  # RATE THREADS: the whole chain in one process
+run_vorel() {  # RATE THREADS: the whole job in one process
   local t0 t1
-  rm -rf "$work/data"
+  rm -rf "$work/data" "$work"/vorel.*
   t0=$(now)
-  # shellcheck disable=SC2046
-  "$vorel" --data-dir "$work/data" --settings data/examples/settings.txt --yes \
-    "${scenario[@]}" $(dif_settings "$1" "$2") \
-    load-orbits --type rinex data/examples/brdc1820.10n nav-all obs dif >/dev/null 2>&1 ||
-    { echo "vorel failed" >&2; exit 1; }
+  "$vorel" --data-dir "$work/data" --quiet --set DifThreads="$2" --set ElevationMask=0 record \
+    --orbits data/examples/brdc1820.10n --lat 48.1 --lon 11.6 --alt 520 \
+    --start 2010-07-01T10:00:00 --seconds 19.9 --fs "$1" --iq8 -o "$work/vorel.bin" \
+    >/dev/null 2>&1 || { echo "vorel record failed" >&2; exit 1; }
   t1=$(now)
-  rm -f "$work/vorel.bin"
+  rm -f "$work"/vorel.*
   seconds "$t0" "$t1"
 }
 
