@@ -208,7 +208,7 @@ TEST_F(TrajectoryTest, AltitudeLimitIsTestedOnTheTickLineOnly) {
 
 TEST_F(TrajectoryTest, BadLinesKeepThePreviousValuesAndAreReportedOnce) {
   Trajectory("1000,0,0,0,x\nbad line\n3000,0,0,0,x\nworse\n");
-  Run();
+  EXPECT_TRUE(Run().ok());
   EXPECT_EQ(LogLines(), (std::vector<std::string>{"# 1000", "# 3000", "# 3000", "# 3000"}));
   ASSERT_EQ(warnings.size(), 1u);
   EXPECT_NE(warnings[0].find("traj.txt, line 2"), std::string::npos) << warnings[0];
