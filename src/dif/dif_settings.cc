@@ -335,7 +335,8 @@ const platform::SettingTable<DifPanelValues>& DifSettingTable() {
       {.name = "IqAmplitude", .member = &P::IqAmplitude, .unit = "levels", .min = 0,
        .max = 32767,
        .meaning = "iq: a satellite's amplitude, fixed for the run; 0: 10 for ci8, 2560 for "
-                  "ci16 (12 satellites in phase stay below full scale)"},
+                  "ci16 (12 satellites in phase stay below full scale), and with IqNoise 1 "
+                  "the largest at which the noise's peaks and 12 satellites stay below it"},
   };
   return table;
 }

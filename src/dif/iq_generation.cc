@@ -93,6 +93,17 @@ float IqNoiseSigma(float amplitude, double cn0, double rate) {
   return static_cast<float>(amplitude * std::sqrt(rate / (2.0 * ratio)));
 }
 
+float IqAmplitudeUnderNoise(double signalPower, double rate, double fullScale) {
+  // The noise's uniform never falls below 2^-24, so its Box-Muller radius, and with it
+  // each component, stays within sqrt(-2 ln 2^-24) = 5.7681 sigma.
+  constexpr double kNoisePeak = 5.7682;
+  constexpr double kSatellitesInPhase = 12.0;
+  const double sigmaPerLevel = IqNoiseSigma(1.0f, signalPower - kThermalNoiseDbw, rate);
+  const double amplitude = fullScale / (kNoisePeak * sigmaPerLevel + kSatellitesInPhase);
+  const double digit = std::pow(10.0, std::floor(std::log10(amplitude)) - 2.0);
+  return static_cast<float>(std::floor(amplitude / digit) * digit);
+}
+
 void PlanIqChannel(const IqTiming& t, int64_t block, int32_t timeMs, double rangePrevious,
                    double rangeNext, IqBitSource& bits, const IqCodeTable& code,
                    IqChannelPlan& plan) {

@@ -44,6 +44,11 @@ void PlanIqChannel(const IqTiming& t, int64_t block, int32_t timeMs, double rang
 // C/N0 `cn0` dB-Hz sampled at `rate`.
 float IqNoiseSigma(float amplitude, double cn0, double rate);
 
+// The amplitude (levels) a satellite takes with noise on when IqAmplitude is not given: the
+// largest, to three significant digits, at which the noise's largest value (5.77 sigma) and
+// twelve satellites in phase stay within `fullScale` (127 or 32767), so nothing clips.
+float IqAmplitudeUnderNoise(double signalPower, double rate, double fullScale);
+
 int GenerateIqSamples(const DifSettings& s, RecordState& record, const GeneratorFiles& files,
                       GeneratorContext& context, GeneratorReport& report);
 

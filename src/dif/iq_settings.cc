@@ -8,6 +8,7 @@
 #include <cmath>
 
 #include "dif/dif_settings.h"
+#include "dif/iq_generation.h"
 
 namespace vorel::dif {
 
@@ -17,6 +18,7 @@ constexpr double kLowestRate = 1.0e6;   // Hz
 constexpr double kHighestRate = 6.0e7;  // Hz
 constexpr float kCi8Amplitude = 10.0f;  // 12 satellites in phase: 120 of 127
 constexpr float kCi16Amplitude = 2560.0f;
+constexpr double kCi8FullScale = 127.0, kCi16FullScale = 32767.0;  // the positive limits
 
 }  // namespace
 
@@ -27,7 +29,15 @@ void GatherIqSettings(const DifPanelValues& p, DifSettings& s) {
   s.IqIfOffset = p.IqIfOffset;
   s.IqNoise = p.IqNoise;
   s.IqAmplitude = static_cast<float>(p.IqAmplitude);
-  if (s.IqAmplitude == 0.0f) s.IqAmplitude = s.IqBytes == 1 ? kCi8Amplitude : kCi16Amplitude;
+  if (s.IqAmplitude != 0.0f) return;
+  // With noise the satellites are far below it: the scale follows the noise, so that it
+  // does not clip (at 45.5 dB-Hz and 4 MHz the fixed defaults hold a tenth of the values
+  // at the limits).
+  if (s.IqNoise != 0)
+    s.IqAmplitude = IqAmplitudeUnderNoise(s.SignalPower, static_cast<double>(s.IqSampleRate),
+                                          s.IqBytes == 1 ? kCi8FullScale : kCi16FullScale);
+  else
+    s.IqAmplitude = s.IqBytes == 1 ? kCi8Amplitude : kCi16Amplitude;
 }
 
 std::string CheckIqSettings(const DifSettings& s) {

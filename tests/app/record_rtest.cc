@@ -5,14 +5,11 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <iostream>
-#include <regex>
-#include <sstream>
 
 #include "cli_runner.h"
+#include "gnss_sdr_output.h"
 #include "test_support.h"
 
 namespace vorel::test {
@@ -26,45 +23,11 @@ struct Site {
 
 void PrintTo(const Site& site, std::ostream* os) { *os << site.name; }
 
-struct Fix {
-  double fileSeconds = 0.0;  // receiver time when the fix was printed
-  double latitude = 0.0, longitude = 0.0, height = 0.0;
-};
-
-// WGS 84 geodetic to Earth-centred coordinates.
-std::array<double, 3> Ecef(double latitude, double longitude, double height) {
-  const double a = 6378137.0, f = 1.0 / 298.257223563, e2 = f * (2.0 - f);
-  const double phi = latitude * M_PI / 180.0, lambda = longitude * M_PI / 180.0;
-  const double n = a / std::sqrt(1.0 - e2 * std::sin(phi) * std::sin(phi));
-  return {(n + height) * std::cos(phi) * std::cos(lambda),
-          (n + height) * std::cos(phi) * std::sin(lambda), (n * (1.0 - e2) + height) * std::sin(phi)};
-}
-
-// The fixes the receiver printed, each with the receiver time ("Current receiver time:
-// 1 min 5 s") last printed before it.
-std::vector<Fix> Fixes(const std::string& out) {
-  const std::regex time(R"(Current receiver time: (?:(\d+) min )?(\d+) s)");
-  const std::regex fix(R"(Position at .* is Lat = ([-\d.]+) \[deg\], Long = ([-\d.]+) \[deg\], )"
-                       R"(Height = ([-\d.]+) \[m\])");
-  std::vector<Fix> fixes;
-  double now = 0.0;
-  std::istringstream in(out);
-  std::string line;
-  std::smatch m;
-  while (std::getline(in, line)) {
-    if (std::regex_search(line, m, time))
-      now = (m[1].matched ? std::stod(m[1]) * 60.0 : 0.0) + std::stod(m[2]);
-    else if (std::regex_search(line, m, fix))
-      fixes.push_back({now, std::stod(m[1]), std::stod(m[2]), std::stod(m[3])});
-  }
-  return fixes;
-}
-
 class RecordRealClient : public ::testing::TestWithParam<Site> {};
 
 TEST_P(RecordRealClient, GnssSdrFixesWithinFiveMetresWithinAMinute) {
   VOREL_REQUIRE_SHARED();
-  if (std::system("command -v gnss-sdr >/dev/null 2>&1") != 0) GTEST_SKIP() << "no gnss-sdr";
+  if (!HaveGnssSdr()) GTEST_SKIP() << "no gnss-sdr";
   const Site& site = GetParam();
   const auto dir = BinaryDir() / "realclient" / fmt::format("record-{}", site.name);
   std::filesystem::remove_all(dir);
@@ -88,24 +51,18 @@ TEST_P(RecordRealClient, GnssSdrFixesWithinFiveMetresWithinAMinute) {
       "cd '{0}' && timeout --signal=INT --kill-after=30 400 gnss-sdr "
       "--config_file='{0}/rec.gnss-sdr.conf' --keyboard=false --log_dir='{0}' </dev/null",
       dir.string()));
-  const std::vector<Fix> fixes = Fixes(receiver.out);
-  ASSERT_FALSE(fixes.empty()) << receiver.out.substr(receiver.out.size() > 4000 ? receiver.out.size() - 4000 : 0);
-  const auto truth = Ecef(site.latitude, site.longitude, site.altitude);
-  std::array<double, 3> sum{};
-  int used = 0;
-  for (const Fix& f : fixes) {
-    if (f.fileSeconds > 60.0) break;
-    const auto p = Ecef(f.latitude, f.longitude, f.height);
-    for (int k = 0; k < 3; ++k) sum[k] += p[k];
-    ++used;
-  }
+  const std::vector<GnssSdrFix> fixes = ReadGnssSdrOutput(receiver.out).fixes;
+  ASSERT_FALSE(fixes.empty()) << Tail(receiver.out);
+  const std::vector<GnssSdrFix> firstMinute = FixesWithin(fixes, 60.0);
+  const int used = static_cast<int>(firstMinute.size());
   const double firstFix = fixes.front().fileSeconds;
   std::cout << fmt::format("{}: first fix at {} s of signal, {} fixes in the first minute\n",
                            site.name, firstFix, used);
   ASSERT_GT(used, 0) << "no fix within 60 s of signal (first at " << firstFix << " s)";
-  double error = 0.0;
-  for (int k = 0; k < 3; ++k) error += std::pow(sum[k] / used - truth[k], 2);
-  error = std::sqrt(error);
+  Ecef mean{};
+  for (const GnssSdrFix& f : firstMinute)
+    for (int k = 0; k < 3; ++k) mean[k] += f.position[k] / used;
+  const double error = Distance(mean, ToEcef(site.latitude, site.longitude, site.altitude));
   std::cout << fmt::format("{}: mean of those fixes {:.2f} m from the receiver (3-D)\n", site.name,
                            error);
   EXPECT_LT(error, 5.0);

@@ -378,6 +378,29 @@ TEST(IqGeneration, ClippingIsCountedAndReported) {
   p.IqAmplitude = 50.0;  // 100 at most: nothing clips
   RunIq(p, dir.path(), &outcome);
   EXPECT_EQ(outcome.report.heldValues, 0);
+
+  // With noise at 45.5 dB-Hz and 4 MHz the sigma is 7.5 A: ci16's noise-free default 2560
+  // puts the limits at 1.7 sigma, and the scale taken from the noise keeps every value in.
+  p = IqPanel(4000000, 0.0005, "ci16");
+  RunIq(p, dir.path(), &outcome);
+  EXPECT_EQ(outcome.settings.IqAmplitude, 2560.0f);  // no noise: the format's own
+  p.IqNoise = 1;
+  p.IqAmplitude = 2560.0;
+  const int64_t values = 30 * 4000 * 2;
+  RunIq(p, dir.path(), &outcome);
+  EXPECT_NEAR(static_cast<double>(outcome.report.heldValues) / values, 0.089, 0.01);
+  p.IqAmplitude = 0.0;
+  const std::string noisy = RunIq(p, dir.path(), &outcome);
+  // 32767 / (5.7682 x 7.51 + 12), to three digits.
+  EXPECT_EQ(outcome.settings.IqAmplitude, 592.0f);
+  EXPECT_EQ(outcome.report.heldValues, 0);
+  int16_t peak = 0;
+  for (size_t k = 0; k + 1 < noisy.size(); k += 2) {
+    int16_t v;
+    std::memcpy(&v, noisy.data() + k, 2);
+    peak = std::max<int16_t>(peak, static_cast<int16_t>(std::abs(v)));
+  }
+  EXPECT_GT(peak, 32767 / 2);  // the scale is used, not wasted
 }
 
 TEST(IqGeneration, ARecordShorterThanTheRunEndsItAtItsLastWholeBlock) {
