@@ -388,6 +388,9 @@ dif::RecordingDescription Describe(const Session& s, const fs::path& data, const
     r.bits = 8 * d.IqBytes;
     r.packed = false;
     r.samples = outcome.report.bytes / (2 * d.IqBytes);
+    r.amplitude = d.IqAmplitude;
+    r.noiseCn0 = d.IqNoise != 0 ? d.SignalPower + 204.0 : 0.0;
+    r.heldValues = outcome.report.heldValues;
   }
   r.startUtc = StartUtc(st.scenario);
   r.gpsWeek = t.week;

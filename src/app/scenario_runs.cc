@@ -369,7 +369,10 @@ platform::Status RunObservationSim(Session& session, int32_t lengthSeconds) {
   observation::TrajectoryRunArgs args;
   platform::Status prepared = ReceiverRunArgs(session, settings, args);
   if (!prepared.ok()) return prepared;
-  if (lengthSeconds > 0) args.durationArg = std::min(args.durationArg, lengthSeconds);
+  if (lengthSeconds > 0) {
+    args.durationArg = std::min(args.durationArg, lengthSeconds);
+    args.endAtDuration = true;
+  }
 
   platform::LineReader trajectory;  // the run's own: closed when the run ends
   std::filesystem::path trajectoryPath;

@@ -57,9 +57,9 @@ platform::Status SkyRowsAtStart(Session& session, std::vector<observation::Displ
 // when the user stopped the run (the record is then closed whole). The record written
 // is added to session.lastOutputs.
 platform::Status RunObservationSim(Session& session);
-// The same run ended sooner than ScenarioDuration, at the first progress tick (every 10 s
-// of epochs) at or past `lengthSeconds`: for a caller that needs only the record's first
-// seconds.
+// The same run ended sooner than ScenarioDuration, at the first epoch at or past
+// `lengthSeconds` of a receiver that stays put: for a caller that needs only the record's
+// first seconds.
 platform::Status RunObservationSim(Session& session, int32_t lengthSeconds);
 // The four reference stations in turn, each as above; a stop lets the remaining
 // stations start and end at once, a failure ends the chain.

@@ -51,6 +51,10 @@ Json ComplexGlobalObject(const RecordingDescription& d) {
   // it there too.
   g["vorel:if_frequency"] = d.ifFrequency;
   g["vorel:spectrum_inverted"] = false;
+  // The scale is fixed for the whole file: no level moves from one millisecond to the next.
+  g["vorel:amplitude"] = d.amplitude;
+  g["vorel:noise_cn0_dbhz"] = d.noiseCn0 > 0.0 ? Json(d.noiseCn0) : Json(nullptr);
+  g["vorel:clipped_values"] = d.heldValues;
   return g;
 }
 

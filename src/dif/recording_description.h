@@ -26,6 +26,11 @@ struct RecordingDescription {
   bool packed = true;
   bool complexSamples = false;  // I then Q, signed, `bits` each; the IF is then the offset
                                 // of L1 from centreFrequency
+  // The complex form's fixed scale: a satellite's amplitude in levels, the noise's C/N0
+  // (dB-Hz; 0: no noise) and the values held at the limits.
+  double amplitude = 0.0;
+  double noiseCn0 = 0.0;
+  int64_t heldValues = 0;
   int64_t samples = 0;    // in the file
   std::string startUtc;   // ISO 8601, "2010-07-01T10:00:00Z"
   int32_t gpsWeek = 0;

@@ -143,6 +143,9 @@ struct TrajectoryRunArgs {
   int32_t gpsWeek = 0;
   int32_t startMs = 0;
   int32_t durationArg = 0;
+  // A static run that ends at its duration rather than at the progress step reaching 100 %
+  // (our own runs that only feed another; the system's runs keep its rule).
+  bool endAtDuration = false;
   platform::LineReader* trajectoryFile = nullptr;  // null: static receiver
   int32_t intervalMs = 500;
   int32_t carriedFlag = 0;

@@ -273,7 +273,8 @@ platform::Status SimulateTrajectory(EpochEnvironment& env, const TrajectoryRunAr
       for (EpochSink* sink : env.sinks) sink->OnEpoch(result, context);
 
       if (progress >= 100.0 || !trackGoesOn ||
-          (tickEpochs == 0 && !track->Moves() && fix.timeMs >= endByTime)) {
+          ((tickEpochs == 0 || args.endAtDuration) && !track->Moves() &&
+           fix.timeMs >= endByTime)) {
         ended = true;
         break;
       }

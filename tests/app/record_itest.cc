@@ -155,6 +155,11 @@ TEST_F(Record, Iq8RecordingIsDescribedAsWrittenAndCheckFindsItsSatellites) {
   EXPECT_EQ(meta.at("global").at("core:sample_rate").get<double>(), 2600000.0);
   EXPECT_EQ(meta.at("captures")[0].at("core:frequency").get<double>(), 1575420000.0);
   EXPECT_EQ(meta.at("annotations")[0].at("core:sample_count").get<int64_t>(), size / 2);
+  // The scale as the run chose it from the noise, and the noise the receiver will see.
+  const auto& g = meta.at("global");
+  EXPECT_NEAR(g.at("vorel:amplitude").get<double>(), 2.7, 1e-6);
+  EXPECT_NEAR(g.at("vorel:noise_cn0_dbhz").get<double>(), 45.5, 1e-9);
+  EXPECT_EQ(g.at("vorel:clipped_values").get<int64_t>(), 0);
   const std::string conf = ReadFile(dir / "iq.gnss-sdr.conf");
   for (const char* line : {"SignalSource.item_type=ibyte\n", "SignalSource.sampling_frequency=2600000\n",
                            "DataTypeAdapter.implementation=Ibyte_To_Complex\n", "InputFilter.IF=0\n"})
