@@ -22,31 +22,14 @@
 #include "web/event_hub.h"
 #include "web/map_layers.h"
 
+#include "bench_sky.h"
+
 namespace {
 
 using namespace vorel;
 
-// 32 healthy satellites in six planes of a GPS-like shell.
-std::unique_ptr<orbits::ConstellationTable> FullSky() {
-  auto table = std::make_unique<orbits::ConstellationTable>();
-  for (int s = 0; s < 32; ++s) {
-    orbits::OrbitRecord& o = table->rows[s].trueRecords[0];
-    table->rows[s].recordCount = 1;
-    o.prn = s + 1;
-    o.status = orbits::kStatusUsable;
-    o.sqrtA = 5153.6;
-    o.e = 0.01;
-    o.i0 = 0.96;
-    o.toe = o.toc = 345600.0 + 3600.0;
-    o.Omega0 = (s % 6) * (M_PI / 3);
-    o.M0 = (s / 6) * (2 * M_PI / 6) + (s % 6) * 0.3;
-    o.omega = 0.5;
-  }
-  return table;
-}
-
 void RunOneMinute(benchmark::State& st, bool withDisplay) {
-  auto table = FullSky();
+  auto table = bench::FullSky();
   const auto path = std::filesystem::temp_directory_path() / "vorel-bench-web-display.scn";
   web::EventHub events;
   std::string warning;
@@ -58,13 +41,7 @@ void RunOneMinute(benchmark::State& st, bool withDisplay) {
     observation::EpochEnvironment env{*table, state, rand};
     platform::OutputFile out;
     out.Open(path);
-    observation::TrajectoryRunArgs args;
-    args.latitude = 45.0;
-    args.longitude = 10.0;
-    args.altitude = 100.0;
-    args.elevationMask = 5.0 * observation::kDegToRad;
-    args.startMs = 345600000;
-    args.satelliteCount = 32;
+    observation::TrajectoryRunArgs args = bench::StaticArgs();
     args.intervalMs = 1;
     args.durationArg = 60;
     args.recordType = observation::kRecordScn;

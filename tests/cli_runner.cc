@@ -19,7 +19,39 @@ std::string Quote(const std::string& s) {
   return q + "'";
 }
 
+// A number after `"key": ` in the last line (a JSON object of plain numbers).
+double JsonNumber(const std::string& out, const std::string& key, double missing) {
+  const std::string tag = "\"" + key + "\": ";
+  const size_t at = out.rfind(tag);
+  if (at == std::string::npos) return missing;
+  try {
+    return std::stod(out.substr(at + tag.size()));
+  } catch (...) {
+    return missing;
+  }
+}
+
+std::filesystem::path SppScript() { return SharedDir() / "tools" / "rtklib" / "spp-check.sh"; }
+
 }  // namespace
+
+bool HaveSppCheck() {
+  return std::filesystem::exists(SppScript()) &&
+         RunShell("command -v rnx2rtkp >/dev/null").status == 0;
+}
+
+SppResult SppCheck(const std::string& obs, const std::string& nav,
+                   const std::string& truthAndOptions) {
+  SppResult s;
+  s.report = RunShell(Quote(SppScript().string()) + " " + Quote(obs) + " " + Quote(nav) + " " +
+                      truthAndOptions + " 2>&1")
+                 .out;
+  s.inFile = static_cast<int>(JsonNumber(s.report, "epochs_in_file", -1));
+  s.solved = static_cast<int>(JsonNumber(s.report, "epochs_solved", -2));
+  s.mean3d = JsonNumber(s.report, "err3d_mean_m", 1e9);
+  s.max3d = JsonNumber(s.report, "err3d_max_m", 1e9);
+  return s;
+}
 
 std::string VorelPath() { return (BinaryDir() / "vorel").string(); }
 

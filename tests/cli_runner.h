@@ -20,4 +20,15 @@ CliResult RunShell(const std::string& commandLine);
 
 std::string VorelPath();
 
+// RTKLIB's single-point solution of `obs` with `nav` by ../shared's check script, against
+// the true place and with the options in `truthAndOptions` ("lat lon height [options]").
+struct SppResult {
+  int inFile = -1, solved = -2;     // epochs
+  double mean3d = 1e9, max3d = 1e9;  // m
+  std::string report;               // what the script printed
+};
+bool HaveSppCheck();  // the script and rnx2rtkp
+SppResult SppCheck(const std::string& obs, const std::string& nav,
+                   const std::string& truthAndOptions);
+
 }  // namespace vorel::test

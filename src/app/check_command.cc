@@ -16,14 +16,11 @@ namespace {
 
 struct CheckOptions {
   std::string file;
-  double fs = 16368000.0;
-  double ifHz = 4092000.0;
+  dif::RecordingLayout layout;  // --fs, --if and --bits; the layout itself from `format`
   std::string format = "packed2";
-  int bits = 2;
   int ms = 10;
   double skipMs = 0.0;
-  int maxDoppler = 10000;
-  double threshold = 0.0;
+  dif::AcquisitionOptions search;  // --max-doppler and --threshold
   bool all = false;
   // Options the user gave: they win over a SigMF description beside the file.
   CLI::Option* fsGiven = nullptr;
@@ -44,9 +41,7 @@ std::filesystem::path SigmfBeside(const std::filesystem::path& file) {
 // Rate, IF and format from the description beside the file, then the options given.
 bool LayoutFor(const CheckOptions& o, const std::filesystem::path& file,
                dif::RecordingLayout& layout, std::string& source, std::string& error) {
-  layout.samplingFrequency = o.fs;
-  layout.ifFrequency = o.ifHz;
-  layout.bits = o.bits;
+  layout = o.layout;
   if (!dif::ParseSampleLayout(o.format, layout.layout)) {
     error = fmt::format("--format {}: use packed2, packed1, direct, int8, ci8 or ci16", o.format);
     return false;
@@ -80,20 +75,24 @@ const char* LayoutName(dif::SampleLayout layout) {
 std::function<int(CommandContext&)> CheckCommand(CLI::App& p) {
   auto o = std::make_shared<CheckOptions>();
   p.add_option("FILE", o->file, "recording: ours, or any real IF or complex I/Q file")->required();
-  o->fsGiven = p.add_option("--fs", o->fs, "sampling rate in Hz (default: the SigMF "
-                                          "description beside FILE, else 16368000)");
-  o->ifGiven = p.add_option("--if", o->ifHz, "intermediate frequency in Hz, 0 for baseband "
-                                             "(default: SigMF, else 4092000)");
+  o->fsGiven = p.add_option("--fs", o->layout.samplingFrequency,
+                            "sampling rate in Hz (default: the SigMF description beside FILE, "
+                            "else 16368000)");
+  o->ifGiven = p.add_option("--if", o->layout.ifFrequency,
+                            "intermediate frequency in Hz, 0 for baseband (default: SigMF, "
+                            "else 4092000)");
   o->formatGiven = p.add_option("--format", o->format,
                                 "packed2 (ours, 4 samples a byte), packed1, direct, int8, ci8 or "
                                 "ci16 (default: SigMF, else packed2)");
-  o->bitsGiven = p.add_option("--bits", o->bits, "bits a sample of the direct format (default: "
-                                                 "SigMF, else 2)");
+  o->bitsGiven = p.add_option("--bits", o->layout.bits,
+                              "bits a sample of the direct format (default: SigMF, else 2)");
   p.add_option("--ms", o->ms, "milliseconds to search over, 1 to 100 (default 10)");
   p.add_option("--skip-ms", o->skipMs, "milliseconds to skip at the start (default 0)");
-  p.add_option("--max-doppler", o->maxDoppler, "Doppler searched, Hz either way (default 10000)");
-  p.add_option("--threshold", o->threshold, "peak over mean that counts as found (default: set "
-                                            "for one false alarm in a thousand satellites)");
+  p.add_option("--max-doppler", o->search.maxDoppler,
+               "Doppler searched, Hz either way (default 10000)");
+  p.add_option("--threshold", o->search.threshold,
+               "peak over mean that counts as found (default: set for one false alarm in a "
+               "thousand satellites)");
   p.add_flag("--all", o->all, "list every PRN, found or not");
   return [o](CommandContext& c) {
     dif::RecordingLayout layout;
@@ -104,7 +103,7 @@ std::function<int(CommandContext&)> CheckCommand(CLI::App& p) {
       return 2;
     }
     const double fs = layout.samplingFrequency;
-    if (o->ms < 1 || o->ms > 100 || o->maxDoppler < 0 || o->maxDoppler > 50000 ||
+    if (o->ms < 1 || o->ms > 100 || o->search.maxDoppler < 0 || o->search.maxDoppler > 50000 ||
         !(fs >= 16000.0 && fs <= 200e6) || !(std::fabs(layout.ifFrequency) < fs)) {
       fmt::print(stderr,
                  "check: --ms must be 1 to 100, --max-doppler 0 to 50000, --fs 16 kHz to 200 MHz "
@@ -120,11 +119,8 @@ std::function<int(CommandContext&)> CheckCommand(CLI::App& p) {
       fmt::print(stderr, "check: {}\n", error);
       return 1;
     }
-    dif::AcquisitionOptions options;
-    options.maxDoppler = o->maxDoppler;
-    options.threshold = o->threshold;
     double threshold = 0.0;
-    const auto results = dif::Acquire(samples, layout, options, threshold);
+    const auto results = dif::Acquire(samples, layout, o->search, threshold);
     int found = 0;
     fmt::print("{:>4} {:>10} {:>12} {:>10} {:>8} {:>7}\n", "PRN", "Doppler Hz", "code chips",
                "code smp", "C/N0 dBHz", "peak");

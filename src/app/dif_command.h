@@ -25,9 +25,7 @@ int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutco
 struct RecordingShape {
   int32_t decimation = 1;
   int32_t samplesPerByte = 1;
-  int32_t computedPerMs = 0;
-  int32_t writtenPerMs = 0;
-  int32_t skippedPerMs = 0;
+  int32_t computedPerMs = 0, writtenPerMs = 0, skippedPerMs = 0;
 };
 RecordingShape ShapeOf(const dif::DifSettings& s);
 

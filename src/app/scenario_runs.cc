@@ -67,6 +67,29 @@ bool ScenarioRunClock(const Session& session, const ScenarioSettings& s, int64_t
   return true;
 }
 
+// What every receiver of the scenario takes alike: the clock, the noise, the record's
+// layout and the carrier.
+void ScenarioArgs(const ScenarioSettings& sc, const RunClock& clock,
+                  observation::TrajectoryRunArgs& args) {
+  args.codeNoiseSigma = sc.CodeNoiseSigma;
+  args.phaseNoiseSigma = sc.PhaseNoiseSigma;
+  args.rinexStandardLayout = sc.RinexStandardLayout;
+  args.intervalMs = sc.ObservationInterval;
+  args.gpsWeek = ScenarioGpsTime(sc).week;
+  args.startMs = clock.startMs;
+  args.dayIndex = gnss::DayIndex(sc.ScenarioMonth, sc.ScenarioDay);
+  args.durationArg = clock.durationArg;
+  args.carriedFlag = sc.AuxiliaryInputDisabled;
+  args.carrierFrequency = sc.ConstellationChoice == 0 ? gnss::kL1Frequency : 0.0;
+}
+
+// Moves the orbits' epochs to the scenario's start unless KeepOrbitEpochs; the start.
+gnss::GpsTime RedateToScenario(Session& session, const ScenarioSettings& sc) {
+  const gnss::GpsTime start = ScenarioGpsTime(sc);
+  if (sc.KeepOrbitEpochs == 0) RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
+  return start;
+}
+
 std::string RunDate(const std::tm& now) {
   return fmt::format("{:02d}-{:02d}-{:04d}", now.tm_mon + 1, now.tm_mday, now.tm_year + 1900);
 }
@@ -240,10 +263,7 @@ void RedateOrbits(orbits::ConstellationTable& table, double secondsOfWeek, int32
 }
 
 gnss::GpsTime SetScenarioTime(Session& session) {
-  const gnss::GpsTime t = ScenarioGpsTime(session.settings.scenario);
-  if (session.settings.scenario.KeepOrbitEpochs == 0)
-    RedateOrbits(session.constellation, t.secondsOfWeek, t.week);
-  return t;
+  return RedateToScenario(session, session.settings.scenario);
 }
 
 navmsg::NavMessageSettings NavSettings(const Session& s) {
@@ -327,8 +347,6 @@ platform::Status ReceiverRunArgs(Session& session, const Settings& settings,
   args.elevationMask = sc.ElevationMask * kDegToRad;
   platform::Status gathered = GatherAtmosphere(session, settings, args);
   if (!gathered.ok()) return gathered;
-  args.codeNoiseSigma = sc.CodeNoiseSigma;
-  args.phaseNoiseSigma = sc.PhaseNoiseSigma;
 
   if (!session.orbitState.OrbitsValid) {
     session.messages.Popup("", "Invalid orbits");
@@ -337,23 +355,14 @@ platform::Status ReceiverRunArgs(Session& session, const Settings& settings,
   RunClock clock;
   if (!ScenarioRunClock(session, sc, 60, clock))
     return platform::Status::Failed("the scenario's start or duration does not fit the run clock");
-
-  const gnss::GpsTime start = ScenarioGpsTime(sc);
-  args.gpsWeek = start.week;
-  args.startMs = clock.startMs;
-  args.dayIndex = gnss::DayIndex(sc.ScenarioMonth, sc.ScenarioDay);
-  args.intervalMs = sc.ObservationInterval;
-  args.durationArg = clock.durationArg;
-  args.carriedFlag = sc.AuxiliaryInputDisabled;
+  ScenarioArgs(sc, clock, args);
   args.recordType = sc.RecordType;
-  args.rinexStandardLayout = sc.RinexStandardLayout;
   args.staticReceiver = sc.TrajectoryMode;
   if (sc.TrajectoryMode == 1) {
     args.latitude = sc.ReceiverLatitude;
     args.longitude = sc.ReceiverLongitude;
     args.altitude = sc.ReceiverAltitude;
   }
-  args.carrierFrequency = sc.ConstellationChoice == 0 ? gnss::kL1Frequency : 0.0;
 
   return CheckModelsAndArgs(session, args);
 }
@@ -416,10 +425,7 @@ platform::Status RunObservationSim(Session& session, int32_t lengthSeconds) {
   else if (rinex && output.IsOpen())
     observation::WriteRinexHeader(output, sc.RinexStandardLayout != 0);
 
-  if (sc.KeepOrbitEpochs == 0) {
-    const gnss::GpsTime start = ScenarioGpsTime(sc);
-    RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
-  }
+  RedateToScenario(session, sc);
   platform::Status status = FlyReceiver(session, args, output, runHeader ? &*runHeader : nullptr);
   // The navigation file follows a record that was written whole, stopped runs included.
   if (status.failed() || navPath.empty()) return status;
@@ -443,10 +449,7 @@ platform::Status TraceFirstEpochRays(Session& session,
   observation::TrajectoryRunArgs args;
   platform::Status prepared = ReceiverRunArgs(session, settings, args);
   if (!prepared.ok()) return prepared;
-  if (sc.KeepOrbitEpochs == 0) {
-    const gnss::GpsTime start = ScenarioGpsTime(sc);
-    RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
-  }
+  RedateToScenario(session, sc);
   // A state of its own: the first epoch of a program start, a bubble that has not drifted.
   atmosphere::AtmosphereState atmosphere = session.atmosphere;
   atmosphere.slant = atmosphere::SlantIonoState{};
@@ -472,10 +475,7 @@ platform::Status SkyRowsAtStart(Session& session, std::vector<observation::Displ
   observation::TrajectoryRunArgs args;
   platform::Status prepared = ReceiverRunArgs(session, settings, args);
   if (!prepared.ok()) return prepared;
-  if (settings.scenario.KeepOrbitEpochs == 0) {
-    const gnss::GpsTime start = ScenarioGpsTime(settings.scenario);
-    RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
-  }
+  RedateToScenario(session, settings.scenario);
   observation::EpochState state;
   platform::RandState rand;
   observation::EpochEnvironment env{session.constellation, state, rand, nullptr, {}};
@@ -509,17 +509,8 @@ platform::Status RunRawGeneration(Session& session) {
     }
     platform::Status gathered = GatherAtmosphere(session, settings, args);
     if (!gathered.ok()) return gathered;
-    args.codeNoiseSigma = sc.CodeNoiseSigma;
-    args.phaseNoiseSigma = sc.PhaseNoiseSigma;
+    ScenarioArgs(sc, clock, args);
     args.elevationMask = settings.stations.StationMask[i] * kDegToRad;
-    args.rinexStandardLayout = sc.RinexStandardLayout;
-    args.intervalMs = sc.ObservationInterval;
-    const gnss::GpsTime start = ScenarioGpsTime(sc);
-    args.gpsWeek = start.week;
-    args.startMs = clock.startMs;
-    args.dayIndex = gnss::DayIndex(sc.ScenarioMonth, sc.ScenarioDay);
-    args.durationArg = clock.durationArg;
-    args.carriedFlag = sc.AuxiliaryInputDisabled;
 
     const StationSettings& now = settings.stations;
     double latitude = now.StationLatitude[i];
@@ -542,7 +533,6 @@ platform::Status RunRawGeneration(Session& session) {
     args.latitude = latitude;
     args.longitude = longitude;
     args.altitude = now.StationAltitude[i];
-    args.carrierFrequency = sc.ConstellationChoice == 0 ? gnss::kL1Frequency : 0.0;
     args.staticReceiver = 1;
 
     // The station's inputs before its record file.
@@ -567,8 +557,7 @@ platform::Status RunRawGeneration(Session& session) {
                                          fmt::format("StationOutputFile of station {}", station));
     if (!opened.ok()) return opened;
 
-    if (sc.KeepOrbitEpochs == 0)
-      RedateOrbits(session.constellation, start.secondsOfWeek, start.week);
+    RedateToScenario(session, sc);
     platform::Status status = FlyReceiver(session, args, output);
     if (status.failed()) return status;
     overall.Update(status);

@@ -41,11 +41,9 @@ using NavPanel = navmsg::NavPanelValues;
 struct ScenarioSettings {
   int32_t ObservationEnabled = 1;
   int32_t DifEnabled = 0;
-  int32_t ScenarioYear = 2010;
-  int32_t ScenarioMonth = 7;
-  int32_t ScenarioDay = 1;
-  int32_t ScenarioHour = 1;
-  int32_t ScenarioMinute = 0;
+  // The start, in the calendar.
+  int32_t ScenarioYear = 2010, ScenarioMonth = 7, ScenarioDay = 1;
+  int32_t ScenarioHour = 1, ScenarioMinute = 0;
   double ScenarioSecond = 0.0;
   int32_t LeapSeconds = 0;
   int32_t ScenarioDuration = 10;  // minutes

@@ -11,15 +11,10 @@ namespace vorel::atmosphere {
 // overwrites what its model writes (see docs/atmosphere.md for which field holds what
 // per model); nothing reads them back, they are kept for inspection only.
 struct TroposphereLastValues {
-  double lastPressure = 0.0;
-  double lastHumidityTerm = 0.0;
-  double lastTemperature = 0.0;
-  double lastWetTerm = 0.0;
-  double lastDryTerm = 0.0;
-  double lastWetScale = 0.0;
-  double lastDryScale = 0.0;
-  double lastHeight = 0.0;
-  double lastLatitude = 0.0;
+  double lastPressure = 0.0, lastHumidityTerm = 0.0, lastTemperature = 0.0;
+  double lastWetTerm = 0.0, lastDryTerm = 0.0;
+  double lastWetScale = 0.0, lastDryScale = 0.0;
+  double lastHeight = 0.0, lastLatitude = 0.0;
   int lastDayOfYear = 0;
 };
 

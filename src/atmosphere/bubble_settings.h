@@ -19,10 +19,8 @@ struct BubblePanelValues {
   int32_t bubbleEnabled = 0;
   int32_t bubbleClassify = 0;
   double bubbleLatitude = 0.0;
-  double bubbleLonNorth = 0.0;
-  double bubbleLonSouth = 0.0;
-  double bubbleWidth = 0.0;
-  double bubbleLength = 0.0;
+  double bubbleLonNorth = 0.0, bubbleLonSouth = 0.0;
+  double bubbleWidth = 0.0, bubbleLength = 0.0;
   double bubbleDrift = 0.0;  // m/s as typed
   int32_t bubbleDriftWest = 0;
   int32_t bubbleApplyDelay = 0;
@@ -37,12 +35,10 @@ const platform::SettingTable<BubblePanelValues>& BubbleSettingTable();
 struct BubbleSettings {
   int32_t bubbleEnabled = 0;
   int32_t bubbleClassify = 0;
-  double bubbleLatitude = 0.0;  // degrees
-  double bubbleLonNorth = 0.0;  // degrees
-  double bubbleLonSouth = 0.0;  // degrees
-  double bubbleDrift = 0.0;     // as stored by the run: typed m/s times +-0.001
-  double bubbleWidth = 0.0;     // km
-  double bubbleLength = 0.0;    // km
+  double bubbleLatitude = 0.0;                        // degrees
+  double bubbleLonNorth = 0.0, bubbleLonSouth = 0.0;  // degrees
+  double bubbleDrift = 0.0;  // as stored by the run: typed m/s times +-0.001
+  double bubbleWidth = 0.0, bubbleLength = 0.0;  // km
   double bubbleDepth = 0.0;     // passed down, not used
   int32_t bubbleApplyDelay = 0;
   int32_t bubbleMode = 3;       // passed down, not used

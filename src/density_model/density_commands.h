@@ -14,14 +14,11 @@
 namespace vorel::density_model {
 
 struct ProfileArgs {
-  double lat = 0.0;
-  double lon = 0.0;
+  double lat = 0.0, lon = 0.0;
   int month = 1;
   double ut = 0.0;
   double flux = 0.0;
-  double hmin = 0.0;
-  double hmax = 1000.0;
-  double step = 1.0;
+  double hmin = 0.0, hmax = 1000.0, step = 1.0;  // km
 };
 
 struct TecArgs {

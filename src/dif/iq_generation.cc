@@ -165,10 +165,6 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
 
   ScnReadIssues issues;
   int32_t timeMs = 0, count = 0;
-  auto warnIssues = [&] {
-    const std::string text = issues.Describe(files.record ? files.record->path() : "");
-    if (!text.empty()) ctx.messages.Warn(text);
-  };
   if (!ReadFirstTwoEpochs(record, files, ctx, report, timeMs, count, issues)) return 0;
   ctx.state.navBitTable.EnsureAllocated();
   std::array<IqBitSource, 32> bits{};
@@ -176,8 +172,7 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
     bits[p].row = ctx.state.navBitTable.Row(p);
     bits[p].base = BitBaseForTime(timeMs);
   }
-  const double total = std::trunc(1000.0 * s.Duration);
-  const int64_t totalMs = total > 0.0 ? static_cast<int64_t>(total) : 0;
+  const int64_t totalMs = RunMilliseconds(s);
 
   const int64_t maxCount = IqFirstSample(1, timing.rate) + 1;
   const int64_t blockBytes = maxCount * 2 * bytes;
@@ -279,7 +274,7 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
     current = 1 - current;
     if (batches[current].planned == 0) write(now);  // the last batch: nothing to overlap
   }
-  warnIssues();
+  WarnScnIssues(issues, files, ctx);
   return 0;
 }
 

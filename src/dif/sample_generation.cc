@@ -760,6 +760,17 @@ bool ReadFirstTwoEpochs(RecordState& record, const GeneratorFiles& files, Genera
   return true;
 }
 
+void WarnScnIssues(const ScnReadIssues& issues, const GeneratorFiles& files,
+                   GeneratorContext& ctx) {
+  const std::string text = issues.Describe(files.record ? files.record->path() : "");
+  if (!text.empty()) ctx.messages.Warn(text);
+}
+
+int64_t RunMilliseconds(const DifSettings& s) {
+  const double total = std::trunc(1000.0 * s.Duration);
+  return total > 0.0 ? static_cast<int64_t>(total) : 0;
+}
+
 int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& record,
                             ScintillationState& scint, const MultipathRecords& multipath,
                             const GeneratorFiles& files, GeneratorContext& ctx,
@@ -784,16 +795,11 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
 
   ScnReadIssues issues;
   int32_t timeMs = 0, count = 0;
-  auto warnIssues = [&] {
-    const std::string text = issues.Describe(files.record ? files.record->path() : "");
-    if (!text.empty()) ctx.messages.Warn(text);
-  };
   if (!ReadFirstTwoEpochs(record, files, ctx, report, timeMs, count, issues)) return 0;
   ctx.state.navBitTable.EnsureAllocated();
   const int32_t base = BitBaseForTime(timeMs);
 
-  const double total = std::trunc(1000.0 * s.Duration);
-  const int64_t totalMs = total > 0.0 ? static_cast<int64_t>(total) : 0;
+  const int64_t totalMs = RunMilliseconds(s);
   if (totalMs <= 0) return 0;
 
   std::array<ChannelNco, 32> nco{};
@@ -900,7 +906,7 @@ int GenerateScenarioSamples(const DifSettings& s, RunBuffers& b, RecordState& re
   ctx.rand = last.rand;
   ctx.state.scnReader = last.statics;
   issues = last.issues;
-  warnIssues();
+  WarnScnIssues(issues, files, ctx);
   return 0;
 }
 
@@ -937,8 +943,7 @@ int GenerateTestSamples(const DifSettings& s, RunBuffers& b, ScintillationState&
     feed.row = ctx.state.navBitTable.Row(0);
   }
 
-  const double total = std::trunc(1000.0 * s.Duration);
-  const int64_t totalMs = total > 0.0 ? static_cast<int64_t>(total) : 0;
+  const int64_t totalMs = RunMilliseconds(s);
   if (totalMs <= 0) return 0;
   const MultipathRecord& mp = multipath[prnIndex];
   const float metreToSample = static_cast<float>(0.001 * n / kSpeedOfLight);

@@ -87,6 +87,13 @@ bool ReadFirstTwoEpochs(RecordState& record, const GeneratorFiles& files, Genera
                         GeneratorReport& report, int32_t& timeMs, int32_t& count,
                         ScnReadIssues& issues);
 
+// Warns of what the record's reading passed over or mended, when there was anything.
+void WarnScnIssues(const ScnReadIssues& issues, const GeneratorFiles& files,
+                   GeneratorContext& ctx);
+
+// Whole milliseconds of the run's Duration; 0 when it has none.
+int64_t RunMilliseconds(const DifSettings& s);
+
 // The buffers a run owns: n = SamplesPerMs.
 struct RunBuffers {
   platform::AlignedBuffer<double> filterBuffer;  // 8 n

@@ -13,6 +13,10 @@
 
 namespace vorel::display {
 
+// The size of the panels' chart canvas, on which every chart is drawn.
+inline constexpr int kChartWidth = 640;
+inline constexpr int kChartHeight = 400;
+
 class ChartCanvas {
  public:
   ChartCanvas(int width, int height, int32_t background = 0xFFFFFF);

@@ -100,7 +100,7 @@ void DrawOrbitChart(const OrbitChart& chart, ChartCanvas& canvas) {
 
 bool WriteOrbitChartPng(const orbits::ConstellationTable& table, const std::filesystem::path& path,
                         std::string& error) {
-  ChartCanvas canvas(kOrbitChartWidth, kOrbitChartHeight);
+  ChartCanvas canvas(kChartWidth, kChartHeight);
   DrawOrbitChart(LayOutOrbitChart(table), canvas);
   return canvas.WritePng(path, error);
 }

@@ -17,10 +17,8 @@
 
 namespace vorel::display {
 
-// The canvas: the axes reach x = 460 and y = 380, and planes of nodes near 360 degrees
-// run on to x = 620.
-inline constexpr int kOrbitChartWidth = 640;
-inline constexpr int kOrbitChartHeight = 400;
+// The chart's pens. On the chart canvas the axes reach x = 460 and y = 380, and planes of
+// nodes near 360 degrees run on to x = 620.
 inline constexpr int32_t kOrbitAxisPen = 0x0000FF;
 inline constexpr int32_t kOrbitGridPen = 0xFF0000;
 inline constexpr int32_t kOrbitPlanePen = 0x000080;

@@ -209,7 +209,7 @@ void DrawGraph(const PlotGraph& graph, ChartCanvas& canvas) {
 }
 
 bool WriteGraphPng(const PlotGraph& graph, const std::filesystem::path& path, std::string& error) {
-  ChartCanvas canvas(kPlotWidth, kPlotHeight);
+  ChartCanvas canvas(kChartWidth, kChartHeight);
   DrawGraph(graph, canvas);
   return canvas.WritePng(path, error);
 }

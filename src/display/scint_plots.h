@@ -19,9 +19,6 @@ inline constexpr int32_t kFitCurveColour = 0x00FF00;
 inline constexpr int32_t kAmplitudeTraceColour = 0xFFFF00;
 inline constexpr int32_t kPhaseTraceColour = 0x00FFFF;
 
-inline constexpr int kPlotWidth = 640;
-inline constexpr int kPlotHeight = 400;
-
 // One plot: points joined by line segments, in one colour.
 struct PlotTrace {
   std::string name;

@@ -38,14 +38,8 @@ using HealthCode = std::array<NavBit, 6>;
 
 // The UTC terms of page 18, in the order they are passed.
 struct UtcConstants {
-  double A1 = 0.0;
-  double A0 = 0.0;
-  double tot = 0.0;
-  double WNt = 0.0;
-  double deltaTLS = 0.0;
-  double WNLSF = 0.0;
-  double DN = 0.0;
-  double deltaTLSF = 0.0;
+  double A1 = 0.0, A0 = 0.0, tot = 0.0, WNt = 0.0;                // the UTC polynomial
+  double deltaTLS = 0.0, WNLSF = 0.0, DN = 0.0, deltaTLSF = 0.0;  // the leap second
 };
 
 // What every message carries: the UTC terms do not follow the scenario time.

@@ -130,9 +130,11 @@ EpochContext ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, 
                 env.atmosphere->Klobuchar(latitudeRad, longitudeRad, azimuth, elevation, tTransmit);
             bubbleClass = 0;
           } else {
-            AtmosphereModels::SlantInput in{latitudeRad, longitudeRad, s, rx, los, range,
-                                            rotated.data(), args.month, args.universalTime,
-                                            args.solarFlux, &args.bubble, timeMs};
+            const AtmosphereModels::SlantInput in{
+                .latRad = latitudeRad, .lonRad = longitudeRad, .satIndex = s,
+                .lineOfSight = los, .range = range, .satPosition = rotated.data(),
+                .month = args.month, .ut = args.universalTime, .flux = args.solarFlux,
+                .bubble = &args.bubble, .timeMs = timeMs};
             env.atmosphere->SlantIonosphere(in, ionoDelay, bubbleClass);
           }
           cache.ionoDelay = ionoDelay;

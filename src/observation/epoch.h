@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "atmosphere/bubble_settings.h"
+#include "atmosphere/slant_iono.h"
 #include "gnss/constants.h"
 #include "orbits/orbit_record.h"
 #include "platform/random.h"
@@ -105,18 +106,8 @@ class AtmosphereModels {
                              int32_t dayIndex, int32_t model) = 0;
   virtual double Klobuchar(double latitudeRad, double longitudeRad, double azimuth,
                            double elevation, double tTransmit) = 0;
-  struct SlantInput {
-    double latitudeRad, longitudeRad;
-    int satIndex;
-    const double* receiverEcef;
-    const double* lineOfSight;
-    double range;
-    const double* satPosition;
-    int32_t month;
-    double universalTime, solarFlux;
-    const atmosphere::BubbleSettings* bubble;
-    int32_t timeMs;
-  };
+  // The ray of one satellite, as the electron density model takes it.
+  using SlantInput = atmosphere::SlantIonoInput;
   virtual void SlantIonosphere(const SlantInput& in, double& delay, int32_t& bubbleClass) = 0;
 };
 

@@ -25,24 +25,12 @@ double ModelAtmosphere::Klobuchar(double latitudeRad, double longitudeRad, doubl
 
 void ModelAtmosphere::SlantIonosphere(const SlantInput& in, double& delay,
                                       int32_t& bubbleClass) {
-  atmosphere::SlantIonoInput s;
-  s.latRad = in.latitudeRad;
-  s.lonRad = in.longitudeRad;
-  s.satIndex = in.satIndex;
-  s.lineOfSight = in.lineOfSight;
-  s.range = in.range;
-  s.satPosition = in.satPosition;
-  s.month = in.month;
-  s.ut = in.universalTime;
-  s.flux = in.solarFlux;
-  s.bubble = in.bubble;
-  s.timeMs = in.timeMs;
   if (rays == nullptr) {
-    atmosphere::SlantIonoDelay(density_, state_.slant, s, delay, bubbleClass);
+    atmosphere::SlantIonoDelay(density_, state_.slant, in, delay, bubbleClass);
     return;
   }
   Ray ray;
-  atmosphere::SlantIonoDelay(density_, state_.slant, s, delay, bubbleClass, &ray.detail);
+  atmosphere::SlantIonoDelay(density_, state_.slant, in, delay, bubbleClass, &ray.detail);
   ray.satIndex = in.satIndex;
   ray.satPosition = {in.satPosition[0], in.satPosition[1], in.satPosition[2]};
   ray.delay = delay;

@@ -13,10 +13,8 @@ namespace vorel::scintillation {
 struct ScintSettings {
   // Band-pass corners of the two series, Hz. Only the high corner is limited (to 0.49 of
   // the rate, 9.8 Hz).
-  double AmpBandLow = 0.05;
-  double AmpBandHigh = 2.0;
-  double PhaseBandLow = 0.05;
-  double PhaseBandHigh = 2.0;
+  double AmpBandLow = 0.05, AmpBandHigh = 2.0;
+  double PhaseBandLow = 0.05, PhaseBandHigh = 2.0;
   // Standard deviation of the intensity series, and the size of the amplitude-phase
   // correlation.
   double ScintIndex = 0.5;

@@ -21,7 +21,6 @@
 namespace vorel::web {
 namespace {
 
-namespace fs = std::filesystem;
 using httplib::Request;
 using httplib::Response;
 using nlohmann::json;
@@ -108,7 +107,7 @@ std::string SceneAt(const orbits::ConstellationTable& table, const app::Scenario
 }
 
 std::string GraphPng(const display::PlotGraph& graph) {
-  display::ChartCanvas canvas(display::kPlotWidth, display::kPlotHeight);
+  display::ChartCanvas canvas(display::kChartWidth, display::kChartHeight);
   display::DrawGraph(graph, canvas);
   return canvas.PngBytes();
 }
@@ -118,13 +117,13 @@ std::string GraphPng(const display::PlotGraph& graph) {
 void WebServer::ViewRoutes() {
   // three.js from its Debian package; nothing outside the package's folder.
   server_->Get(R"(/vendor/three/(.+))", [this](const Request& req, Response& res) {
-    fs::path file;
+    std::filesystem::path file;
     std::string error;
     std::error_code ec;
     if (!ResolveInDataDir(options_.threeDir, req.matches[1].str(), file, error))
       return SendError(res, 403, req.matches[1].str() + ": not part of three.js");
     std::ifstream in(file, std::ios::binary);
-    if (!fs::is_regular_file(file, ec) || !in) {
+    if (!std::filesystem::is_regular_file(file, ec) || !in) {
       res.status = 404;
       return res.set_content(
           fmt::format("{}: not found; the 3D view needs three.js from the Debian package "
@@ -150,7 +149,7 @@ void WebServer::ViewRoutes() {
   server_->Get("/api/orbit-chart.png", [this](const Request&, Response& res) {
     std::string png;
     if (!runs_->WithIdleSession([&](app::Session& s, const app::Settings&) {
-          display::ChartCanvas canvas(display::kOrbitChartWidth, display::kOrbitChartHeight);
+          display::ChartCanvas canvas(display::kChartWidth, display::kChartHeight);
           display::DrawOrbitChart(display::LayOutOrbitChart(s.constellation), canvas);
           png = canvas.PngBytes();
         }))

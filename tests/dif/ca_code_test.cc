@@ -5,6 +5,8 @@
 #include <numeric>
 #include <vector>
 
+#include "dif/receiver.h"
+
 namespace vorel::dif {
 namespace {
 
@@ -14,31 +16,6 @@ constexpr int kFirstTenOctal[32] = {01440, 01620, 01710, 01744, 01133, 01455, 01
                                     01626, 01504, 01642, 01750, 01764, 01772, 01775, 01776,
                                     01156, 01467, 01633, 01715, 01746, 01763, 01063, 01706,
                                     01743, 01761, 01770, 01774, 01127, 01453, 01625, 01712};
-
-// A second way to make the code: the G2 register read through the two phase-selector taps
-// of each PRN (instead of the delay), in 0/1 bits.
-constexpr int kG2Taps[32][2] = {{2, 6},  {3, 7}, {4, 8}, {5, 9},  {1, 9}, {2, 10}, {1, 8}, {2, 9},
-                                {3, 10}, {2, 3}, {3, 4}, {5, 6},  {6, 7}, {7, 8},  {8, 9}, {9, 10},
-                                {1, 4},  {2, 5}, {3, 6}, {4, 7},  {5, 8}, {6, 9},  {1, 3}, {4, 6},
-                                {5, 7},  {6, 8}, {7, 9}, {8, 10}, {1, 6}, {2, 7},  {3, 8}, {4, 9}};
-
-std::vector<int> TapCode(int prn) {
-  int g1[11], g2[11];
-  for (int s = 1; s <= 10; ++s) g1[s] = g2[s] = 1;
-  std::vector<int> bits(1023);
-  for (int k = 0; k < 1023; ++k) {
-    bits[k] = g1[10] ^ g2[kG2Taps[prn - 1][0]] ^ g2[kG2Taps[prn - 1][1]];
-    const int f1 = g1[3] ^ g1[10];
-    const int f2 = g2[2] ^ g2[3] ^ g2[6] ^ g2[8] ^ g2[9] ^ g2[10];
-    for (int s = 10; s > 1; --s) {
-      g1[s] = g1[s - 1];
-      g2[s] = g2[s - 1];
-    }
-    g1[1] = f1;
-    g2[1] = f2;
-  }
-  return bits;
-}
 
 TEST(CaCode, FirstTenChipsOfEveryPrnMatchThePublishedTable) {
   for (int prn = 1; prn <= 32; ++prn) {
@@ -55,7 +32,9 @@ TEST(CaCode, WholeCodeAgreesWithThePhaseSelectorForm) {
   for (int prn = 1; prn <= 32; ++prn) {
     int32_t chips[kChipsPerCode];
     CaCodeChips(prn - 1, chips);
-    const std::vector<int> bits = TapCode(prn);
+    // A second way to make the code: the G2 register read through the two phase-selector
+    // taps of each PRN instead of the delay.
+    const std::vector<int> bits = test::ReplicaCode(prn);
     for (int c = 0; c < kChipsPerCode; ++c)
       ASSERT_EQ(chips[c], 2 * bits[c] - 1) << "PRN " << prn << " chip " << c;
   }

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "dif/dif_run.h"
+#include "dif/receiver.h"
 #include "test_support.h"
 
 namespace vorel::dif {
@@ -28,41 +29,11 @@ using Complex = std::complex<double>;
 constexpr double kC = 299792458.0;
 constexpr double kL1 = 1575420000.0;
 
-// --- An independent C/A code: G1 = 1 + x^3 + x^10, G2 = 1 + x^2 + x^3 + x^6 + x^8 + x^9 +
-// x^10, the G2 output taken from the two phase-selector stages of the PRN.
-std::array<int, 1023> ReferenceCode(int prn) {
-  static const int kTaps[][2] = {{2, 6},  {3, 7}, {4, 8}, {5, 9}, {1, 9}, {2, 10}, {1, 8}, {2, 9},
-                                 {3, 10}, {2, 3}, {3, 4}, {5, 6}, {6, 7}, {7, 8},  {8, 9}, {9, 10},
-                                 {1, 4},  {2, 5}, {3, 6}, {4, 7}, {5, 8}, {6, 9}};
-  std::array<int, 10> g1, g2;
-  g1.fill(1);
-  g2.fill(1);
-  std::array<int, 1023> chips{};
-  for (int i = 0; i < 1023; ++i) {
-    const int g2i = g2[kTaps[prn - 1][0] - 1] ^ g2[kTaps[prn - 1][1] - 1];
-    chips[i] = (g1[9] ^ g2i) ? 1 : -1;
-    const int f1 = g1[2] ^ g1[9];
-    const int f2 = g2[1] ^ g2[2] ^ g2[5] ^ g2[7] ^ g2[8] ^ g2[9];
-    for (int k = 9; k > 0; --k) {
-      g1[k] = g1[k - 1];
-      g2[k] = g2[k - 1];
-    }
-    g1[0] = f1;
-    g2[0] = f2;
-  }
+// The tests' own C/A code in chips of +-1.
+std::vector<int> ReferenceCode(int prn) {
+  std::vector<int> chips = test::ReplicaCode(prn);
+  for (int& c : chips) c = 2 * c - 1;
   return chips;
-}
-
-TEST(IqGeneration, ReferenceCodeIsThePublishedOne) {
-  // PRN 1 begins 1100100000 (octal 1440), PRN 7 1001011001 (octal 1131).
-  const auto p1 = ReferenceCode(1);
-  const auto p7 = ReferenceCode(7);
-  const int first1[] = {1, 1, -1, -1, 1, -1, -1, -1, -1, -1};
-  const int first7[] = {1, -1, -1, 1, -1, 1, 1, -1, -1, 1};
-  for (int i = 0; i < 10; ++i) {
-    EXPECT_EQ(p1[i], first1[i]) << i;
-    EXPECT_EQ(p7[i], first7[i]) << i;
-  }
 }
 
 // --- A hand-made scenario: satellites whose ranges change linearly, and navigation files.
@@ -132,7 +103,7 @@ struct Expected {
   double phase = 0.0;
 };
 
-Expected ExpectedAt(const Satellite& s, const std::array<int, 1023>& code, int64_t k, double fs,
+Expected ExpectedAt(const Satellite& s, const std::vector<int>& code, int64_t k, double fs,
                     double offset) {
   const double tau = static_cast<double>(k) / fs;  // s from the second epoch
   const double range = s.range0 + s.rate * (1.0e-3 + tau);
@@ -146,7 +117,7 @@ Expected ExpectedAt(const Satellite& s, const std::array<int, 1023>& code, int64
           2.0 * M_PI * (cycles - std::floor(cycles))};
 }
 
-Complex Replica(const Satellite& s, const std::array<int, 1023>& code, int64_t k, double fs,
+Complex Replica(const Satellite& s, const std::vector<int>& code, int64_t k, double fs,
                 double offset) {
   const Expected e = ExpectedAt(s, code, k, fs, offset);
   return static_cast<double>(e.sign) * std::polar(1.0, e.phase);

@@ -92,7 +92,7 @@ TEST(OrbitChart, AxesAndGridAloneWithoutAHealthySatellite) {
 
   // The grid line y = 200 (k = 4) is drawn over the x axis from x = 80 to 440; the axis
   // shows beyond it.
-  ChartCanvas canvas(kOrbitChartWidth, kOrbitChartHeight);
+  ChartCanvas canvas(kChartWidth, kChartHeight);
   DrawOrbitChart(chart, canvas);
   EXPECT_EQ(canvas.Pixel(450, 200), 0x0000FF);
   EXPECT_EQ(canvas.Pixel(300, 200), 0xFF0000);

@@ -240,7 +240,10 @@ def map_session(page):
     page.shot_of("map-bubble-tec", "section.map")
 
 
-def main():
+def run_in_browser(name, prepare, visit, flags=("--disable-gpu",)):
+    """The command line, `vorel serve` on a fresh data folder that prepare(data_dir,
+    examples) fills, and the page in headless Chromium with `flags`; visit(page) does the
+    session, after which no error may be in the browser console. The exit status."""
     parser = argparse.ArgumentParser()
     parser.add_argument("--vorel", required=True)
     parser.add_argument("--examples", required=True)
@@ -255,15 +258,14 @@ def main():
     from selenium.webdriver.chrome.service import Service
 
     os.makedirs(args.out, exist_ok=True)
-    work = tempfile.mkdtemp(prefix="vorel-browser-")
+    work = tempfile.mkdtemp(prefix="vorel-%s-" % name)
     data_dir = os.path.join(work, "VLD")
     os.makedirs(data_dir)
-    for name in ("brdc1820.10n", "yuma147.txt", "bubble.toml"):
-        shutil.copy(os.path.join(args.examples, name), data_dir)
+    prepare(data_dir, args.examples)
     server, url = start_server(args.vorel, data_dir)
     options = webdriver.ChromeOptions()
     options.binary_location = chromium
-    for flag in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
+    for flag in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage", *flags,
                  "--window-size=1440,1160", "--user-data-dir=" + os.path.join(work, "profile")):
         options.add_argument(flag)
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
@@ -275,10 +277,7 @@ def main():
         page.until("the page", lambda: driver.execute_script(
             "return document.body.dataset.ready === 'true'"))
         print("page ready in %.2f s" % (time.monotonic() - started))
-        assert "token=" not in driver.current_url, driver.current_url
-        page.shot("opened")
-        session(page, "brdc1820.10n")
-        map_session(page)
+        visit(page)
         errors = [e for e in driver.get_log("browser") if e["level"] == "SEVERE"]
         assert not errors, errors
     finally:
@@ -287,9 +286,21 @@ def main():
         status = server.wait(timeout=60)
         shutil.rmtree(work, ignore_errors=True)
     assert status == 0, "vorel serve ended with %d" % status
-    print("browser session passed; screenshots in " + args.out)
+    print("browser %s passed; screenshots in %s" % (name, args.out))
     return 0
 
 
+def first_session(page):
+    assert "token=" not in page.driver.current_url, page.driver.current_url
+    page.shot("opened")
+    session(page, "brdc1820.10n")
+    map_session(page)
+
+
+def copy_examples(data_dir, examples):
+    for name in ("brdc1820.10n", "yuma147.txt", "bubble.toml"):
+        shutil.copy(os.path.join(examples, name), data_dir)
+
+
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(run_in_browser("session", copy_examples, first_session))

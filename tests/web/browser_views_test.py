@@ -8,14 +8,11 @@ scintillation panel plots a generated series. No error may reach the browser con
 Screenshots of each view go to the output folder. Exits 77 (skipped) without chromium,
 chromedriver or selenium.
 """
-import argparse
 import os
 import shutil
-import signal
 import sys
-import tempfile
 
-from browser_test import SKIP, Page, find_browser, start_server
+from browser_test import run_in_browser
 
 # Canvas pixels that differ from the 3D view's background, 0x0b1420, sampled on a grid.
 DRAWN_PIXELS = """
@@ -114,61 +111,24 @@ def scintillation(page):
     card.screenshot(os.path.join(page.shots, "view-scintillation.png"))
 
 
-def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--vorel", required=True)
-    parser.add_argument("--examples", required=True)
-    parser.add_argument("--out", required=True, help="folder for the screenshots")
-    args = parser.parse_args()
-
-    chromium, chromedriver = find_browser()
-    if not chromium or not chromedriver:
-        print("skipped: chromium, chromedriver or python3-selenium is not installed")
-        return SKIP
-    from selenium import webdriver
-    from selenium.webdriver.chrome.service import Service
-    from selenium.webdriver.support.ui import Select
-
-    os.makedirs(args.out, exist_ok=True)
-    work = tempfile.mkdtemp(prefix="vorel-views-")
-    data_dir = os.path.join(work, "VLD")
-    os.makedirs(data_dir)
-    shutil.copy(os.path.join(args.examples, "brdc1820.10n"), data_dir)
+def prepare(data_dir, examples):
+    shutil.copy(os.path.join(examples, "brdc1820.10n"), data_dir)
     with open(os.path.join(data_dir, "scintTarget.txt"), "w") as target:
         target.write("5,3\n0.1,1.0\n0.5,2.0\n1,1.5\n2,0.8\n5,0.3\n")
-    server, url = start_server(args.vorel, data_dir)
-    options = webdriver.ChromeOptions()
-    options.binary_location = chromium
-    # WebGL without a GPU: Chromium's software renderer.
-    for flag in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage",
-                 "--use-angle=swiftshader", "--enable-unsafe-swiftshader",
-                 "--window-size=1440,1160", "--user-data-dir=" + os.path.join(work, "profile")):
-        options.add_argument(flag)
-    options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-    driver = webdriver.Chrome(service=Service(chromedriver), options=options)
-    try:
-        driver.get(url)
-        page = Page(driver, args.out)
-        page.until("the page", lambda: driver.execute_script(
-            "return document.body.dataset.ready === 'true'"))
-        Select(page.by_id("orbit-file")).select_by_value("brdc1820.10n")
-        page.by_id("orbit-load").click()
-        page.until("the satellites in the 3D view", lambda: int(
-            page.by_id("view3d").get_attribute("data-satellites") or 0) > 0)
-        view3d(page)
-        colour_editor(page)
-        scintillation(page)
-        errors = [e for e in driver.get_log("browser") if e["level"] == "SEVERE"]
-        assert not errors, errors
-    finally:
-        driver.quit()
-        server.send_signal(signal.SIGINT)
-        status = server.wait(timeout=60)
-        shutil.rmtree(work, ignore_errors=True)
-    assert status == 0, "vorel serve ended with %d" % status
-    print("browser views passed; screenshots in " + args.out)
-    return 0
+
+
+def views(page):
+    from selenium.webdriver.support.ui import Select
+    Select(page.by_id("orbit-file")).select_by_value("brdc1820.10n")
+    page.by_id("orbit-load").click()
+    page.until("the satellites in the 3D view", lambda: int(
+        page.by_id("view3d").get_attribute("data-satellites") or 0) > 0)
+    view3d(page)
+    colour_editor(page)
+    scintillation(page)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    # WebGL without a GPU: Chromium's software renderer.
+    sys.exit(run_in_browser("views", prepare, views,
+                            ("--use-angle=swiftshader", "--enable-unsafe-swiftshader")))

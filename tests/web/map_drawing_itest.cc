@@ -2,27 +2,20 @@
 // after a change of the bubble settings, and the profile plot. Pixels are checked where
 // the map's projection and the profile's axes put them.
 #include <cairo.h>
-#include <gtest/gtest.h>
-#include <httplib.h>
 
 #include <chrono>
 #include <cmath>
 #include <cstring>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <thread>
 
-#include "app/startup.h"
-#include "test_support.h"
 #include "web/display_layers.h"
-#include "web/web_server.h"
+#include "web/live_server.h"
 
 namespace vorel::web {
 namespace {
 
 using nlohmann::json;
-
-constexpr char kToken[] = "fedcba9876543210fedcba9876543210";
 
 // One pixel of a PNG as 0xAARRGGBB (premultiplied, so an opaque pixel is 0xFFRRGGBB).
 uint32_t PngPixel(const std::string& png, int x, int y) {
@@ -51,67 +44,43 @@ uint32_t PngPixel(const std::string& png, int x, int y) {
   return pixel;
 }
 
-class MapDrawingTest : public ::testing::Test {
+class MapDrawingTest : public ::testing::Test, public test::LiveServer {
  protected:
-  MapDrawingTest() : dir("web-map-drawing") {}
+  MapDrawingTest() : LiveServer("web-map-drawing") {}
+  ~MapDrawingTest() override { Stop(); }
 
   void Start(bool withRenderer = true) {
-    app::GlobalOptions global;
-    global.dataDir = (dir / "VLD").string();
-    global.quiet = true;
+    StartProgram();
     std::string error;
-    session = app::Session::Create();
-    session->messages = platform::Messages::Silent();
-    ASSERT_EQ(app::StartUp(*session, global, error), 0) << error;
     if (withRenderer) layers = std::make_unique<DisplayMapLayers>(dir / "VLD", error);
     ServerOptions options;
-    options.port = 0;
-    options.token = kToken;
     options.mapLayers = layers.get();
-    server = std::make_unique<WebServer>(*session, options);
-    ASSERT_TRUE(server->Bind(error)) << error;
-    listener = std::thread([this] { server->Listen(); });
-    client = std::make_unique<httplib::Client>("127.0.0.1", server->port());
-    client->set_read_timeout(120);
+    Serve(options);
   }
 
-  ~MapDrawingTest() override {
-    if (server) server->Shutdown();
-    if (listener.joinable()) listener.join();
-  }
-
-  httplib::Result Post(const std::string& path, const json& body) {
-    return client->Post(path.c_str(), {{"X-Vorel-Token", kToken}}, body.dump(),
-                        "application/json");
-  }
   std::string Png(const std::string& path) {
-    auto r = client->Get(path.c_str(), {{"X-Vorel-Token", kToken}});
+    auto r = Fetch(path);
     EXPECT_TRUE(r && r->status == 200) << path << " " << (r ? r->body : httplib::to_string(r.error()));
     return r && r->status == 200 ? r->body : std::string();
   }
   void Set(const json& settings) {
-    auto r = Post("/api/settings", settings);
+    auto r = Send("/api/settings", settings);
     ASSERT_TRUE(r);
     ASSERT_TRUE(json::parse(r->body)["ok"]) << r->body;
   }
   // Presses Show TEC and waits for the map; the answer of the press and the final status.
   std::pair<int, json> ShowTec() {
-    auto r = Post("/api/map/tec", json::object());
+    auto r = Send("/api/map/tec", json::object());
     if (!r) return {0, {}};
     json status = json::parse(r->body);
     while (status["state"] == "busy") {
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
-      status = json::parse(client->Get("/api/map/tec", {{"X-Vorel-Token", kToken}})->body);
+      status = json::parse(Fetch("/api/map/tec")->body);
     }
     return {r->status, status};
   }
 
-  test::ScratchDir dir;
-  std::unique_ptr<app::Session> session;
   std::unique_ptr<DisplayMapLayers> layers;
-  std::unique_ptr<WebServer> server;
-  std::thread listener;
-  std::unique_ptr<httplib::Client> client;
 };
 
 // A TEC cell's colour: green always 1, red 2.6 tec and blue 255 - 2.7 tec (both cut).
@@ -160,7 +129,7 @@ TEST_F(MapDrawingTest, ShowTecDrawsEachModelOnItsLayerOnceUntilItsSettingsChange
   ExpectTecColour(PngPixel(klobuchar, 323, 237));
 
   Set({{"tecMapModel", "1"}});
-  auto refused = Post("/api/map/tec", json::object());
+  auto refused = Send("/api/map/tec", json::object());
   EXPECT_EQ(refused->status, 409);
   EXPECT_NE(refused->body.find("tecMapModel 1"), std::string::npos) << refused->body;
 }
@@ -196,7 +165,7 @@ TEST_F(MapDrawingTest, TheProfileIsDrawnWhereItsAxesPutItAndClearLeavesTheAxes) 
   Start();
   const std::string axes = Png("/api/map/profile.png");
   Set({{"profileScale", "0"}, {"solarFlux", "150"}});  // profileColour: red, 0xFF0000
-  auto drawn = Post("/api/map/profile", {{"lat", 0.0}, {"lon", 0.0}, {"month", 4}, {"ut", 12.0}});
+  auto drawn = Send("/api/map/profile", {{"lat", 0.0}, {"lon", 0.0}, {"month", 4}, {"ut", 12.0}});
   ASSERT_EQ(drawn->status, 200) << drawn->body;
   const json peak = json::parse(drawn->body);
   // A daytime equatorial F2 peak: a few hundred km up, 1e11 to 1e13 electrons per m^3.
@@ -219,22 +188,22 @@ TEST_F(MapDrawingTest, TheProfileIsDrawnWhereItsAxesPutItAndClearLeavesTheAxes) 
   EXPECT_GT(red, 0) << "no red near (" << x << ", " << y << ")";
 
   // Draw over keeps the first profile; Draw alone would not.
-  Post("/api/map/profile", {{"lat", 60.0}, {"lon", 0.0}, {"month", 4}, {"ut", 0.0}, {"over", true}});
+  Send("/api/map/profile", {{"lat", 60.0}, {"lon", 0.0}, {"month", 4}, {"ut", 0.0}, {"over", true}});
   const std::string both = Png("/api/map/profile.png");
-  Post("/api/map/profile", {{"lat", 60.0}, {"lon", 0.0}, {"month", 4}, {"ut", 0.0}});
+  Send("/api/map/profile", {{"lat", 60.0}, {"lon", 0.0}, {"month", 4}, {"ut", 0.0}});
   const std::string second = Png("/api/map/profile.png");
   EXPECT_NE(both, second);
   EXPECT_NE(both, one);
 
-  EXPECT_EQ(Post("/api/map/profile", {{"month", 13}})->status, 400);
-  EXPECT_EQ(Post("/api/map/profile/clear", json::object())->status, 200);
+  EXPECT_EQ(Send("/api/map/profile", {{"month", 13}})->status, 400);
+  EXPECT_EQ(Send("/api/map/profile/clear", json::object())->status, 200);
   EXPECT_EQ(Png("/api/map/profile.png"), axes);
 }
 
 TEST_F(MapDrawingTest, WithoutARendererTheDrawingsAreRefused) {
   Start(/*withRenderer=*/false);
-  EXPECT_EQ(Post("/api/map/tec", json::object())->status, 501);
-  EXPECT_EQ(Post("/api/map/profile", json::object())->status, 501);
+  EXPECT_EQ(Send("/api/map/tec", json::object())->status, 501);
+  EXPECT_EQ(Send("/api/map/profile", json::object())->status, 501);
   // The bubble settings still change without anything to draw them on.
   Set({{"bubbleEnabled", "1"}});
 }

@@ -1,18 +1,11 @@
 // The web server's API end to end, in process, on the bundled example files: what the
 // page does, as a client without a browser does it.
-#include <gtest/gtest.h>
-#include <httplib.h>
-
 #include <chrono>
 #include <filesystem>
-#include <memory>
-#include <nlohmann/json.hpp>
 #include <thread>
 
-#include "app/startup.h"
-#include "test_support.h"
 #include "web/display_layers.h"
-#include "web/web_server.h"
+#include "web/live_server.h"
 
 namespace vorel::web {
 namespace {
@@ -20,64 +13,15 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-constexpr char kToken[] = "0123456789abcdef0123456789abcdef";
-
-class WebServerTest : public ::testing::Test {
+class WebServerTest : public ::testing::Test, public test::LiveServer {
  protected:
-  WebServerTest() : dir("web-server") {}
+  WebServerTest() : LiveServer("web-server") {}
 
   void Start(size_t uploadLimit = kUploadLimit, MapLayerSource* mapLayers = nullptr) {
-    app::GlobalOptions global;
-    global.dataDir = (dir / "VLD").string();
-    global.quiet = true;
-    std::string error;
-    session = app::Session::Create();
-    session->messages = platform::Messages::Silent();
-    ASSERT_EQ(app::StartUp(*session, global, error), 0) << error;
-    fs::copy_file(test::DataDir() / "examples" / "brdc1820.10n", dir / "VLD" / "brdc1820.10n");
     ServerOptions options;
-    options.port = 0;
-    options.token = kToken;
     options.uploadLimit = uploadLimit;
     options.mapLayers = mapLayers;
-    server = std::make_unique<WebServer>(*session, options);
-    ASSERT_TRUE(server->Bind(error)) << error;
-    listener = std::thread([this] { server->Listen(); });
-    client = std::make_unique<httplib::Client>("127.0.0.1", server->port());
-    client->set_read_timeout(120);
-  }
-
-  ~WebServerTest() override {
-    if (server) server->Shutdown();
-    if (listener.joinable()) listener.join();
-  }
-
-  static httplib::Headers Auth() { return {{"X-Vorel-Token", kToken}}; }
-
-  json Get(const std::string& path, int expected = 200) {
-    auto r = client->Get(path.c_str(), Auth());
-    EXPECT_TRUE(r);
-    if (!r) return {};
-    EXPECT_EQ(r->status, expected) << path << ": " << r->body;
-    return json::parse(r->body, nullptr, false);
-  }
-
-  json Post(const std::string& path, const json& body, int expected) {
-    auto r = client->Post(path.c_str(), Auth(), body.dump(), "application/json");
-    EXPECT_TRUE(r);
-    if (!r) return {};
-    EXPECT_EQ(r->status, expected) << path << " " << body.dump() << ": " << r->body;
-    return json::parse(r->body, nullptr, false);
-  }
-
-  // Waits for the run in progress to end and returns its status.
-  json WaitForRun() {
-    json status = Get("/api/status");
-    while (status.value("active", false)) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-      status = Get("/api/status");
-    }
-    return status;
+    LiveServer::Start(options);
   }
 
   std::string Setting(const std::string& name) {
@@ -89,18 +33,10 @@ class WebServerTest : public ::testing::Test {
   }
 
   void LoadExampleOrbits() {
-    Post("/api/runs", {{"command", "load-orbits"}, {"file", "brdc1820.10n"}, {"type", "rinex"}},
-         202);
-    const json loaded = WaitForRun();
-    ASSERT_EQ(loaded["state"], "finished") << loaded.dump();
-    ASSERT_TRUE(loaded["orbits"]["valid"]);
+    const json loaded =
+        RunAndWait({{"command", "load-orbits"}, {"file", "brdc1820.10n"}, {"type", "rinex"}});
+    ASSERT_TRUE(loaded["orbits"]["valid"]) << loaded.dump();
   }
-
-  test::ScratchDir dir;
-  std::unique_ptr<app::Session> session;
-  std::unique_ptr<WebServer> server;
-  std::thread listener;
-  std::unique_ptr<httplib::Client> client;
 };
 
 TEST_F(WebServerTest, EveryRequestNeedsTheToken) {
@@ -201,7 +137,7 @@ TEST_F(WebServerTest, ARunReportsProgressToTheEndOverServerSentEvents) {
   ASSERT_EQ(status["outputs"].size(), 1u) << status.dump();
   const std::string file = status["outputs"][0]["file"];
   EXPECT_TRUE(file.ends_with(".10O")) << file;
-  auto r = client->Get(("/api/files/download?path=" + file).c_str(), Auth());
+  auto r = Fetch(("/api/files/download?path=" + file).c_str());
   ASSERT_TRUE(r);
   EXPECT_EQ(r->body, test::ReadFile(dir / "VLD" / file));
   // 2 minutes at 100 ms: the sky plot was drawn at the display tick.
@@ -239,7 +175,7 @@ TEST_F(WebServerTest, DownloadsOutsideTheDataDirectoryAreRefused) {
   fs::create_symlink(dir / "outside.txt", dir / "VLD" / "link.txt");
   for (const std::string& path : std::vector<std::string>{
            "../outside.txt", (dir / "outside.txt").string(), "link.txt", "NAV/../../outside.txt"}) {
-    auto r = client->Get(("/api/files/download?path=" + path).c_str(), Auth());
+    auto r = Fetch(("/api/files/download?path=" + path).c_str());
     ASSERT_TRUE(r);
     EXPECT_EQ(r->status, 403) << path;
     EXPECT_EQ(r->body.find("not yours"), std::string::npos);
@@ -273,36 +209,25 @@ TEST_F(WebServerTest, UploadsAreSizeLimitedAndLoaded) {
   EXPECT_TRUE(status["orbits"]["valid"]);
 }
 
-// Width and height from a PNG's header chunk (big-endian, bytes 16 to 23).
-std::pair<int, int> PngSize(const std::string& png) {
-  const auto word = [&](size_t at) {
-    int v = 0;
-    for (size_t i = at; i < at + 4; ++i) v = v * 256 + static_cast<unsigned char>(png[i]);
-    return v;
-  };
-  return png.size() < 24 ? std::pair{0, 0} : std::pair{word(16), word(20)};
-}
-
 TEST_F(WebServerTest, TheRenderersLayersAreServedAsPngAndFollowTheRun) {
   std::string warning;
   DisplayMapLayers layers(dir / "VLD", warning);
   Start(kUploadLimit, &layers);
   EXPECT_TRUE(Get("/api/map/scene")["renderer"]);
-  auto base = client->Get("/api/map/base.png", Auth());
+  auto base = Fetch("/api/map/base.png");
   ASSERT_TRUE(base);
   EXPECT_EQ(base->status, 200);
   EXPECT_EQ(base->body.substr(0, 8), "\x89PNG\r\n\x1a\n");
-  EXPECT_EQ(PngSize(base->body), (std::pair{646, 475}));
-  EXPECT_EQ(client->Get("/api/map/sky.png", Auth())->status, 404);  // the page's names only
-  const std::string before = client->Get("/api/map/skyPlotLayer.png", Auth())->body;
+  EXPECT_EQ(test::PngSize(base->body), (std::pair{646, 475}));
+  EXPECT_EQ(Fetch("/api/map/sky.png")->status, 404);  // the page's names only
+  const std::string before = Fetch("/api/map/skyPlotLayer.png")->body;
 
   LoadExampleOrbits();
   Post("/api/settings",
        {{"ScenarioHour", "5"}, {"ObservationInterval", "100"}, {"ScenarioDuration", "2"}}, 200);
-  Post("/api/runs", {{"command", "obs"}}, 202);
-  EXPECT_EQ(WaitForRun()["state"], "finished");
-  const std::string after = client->Get("/api/map/skyPlotLayer.png", Auth())->body;
-  EXPECT_EQ(PngSize(after), (std::pair{646, 475}));
+  RunAndWait({{"command", "obs"}});
+  const std::string after = Fetch("/api/map/skyPlotLayer.png")->body;
+  EXPECT_EQ(test::PngSize(after), (std::pair{646, 475}));
   EXPECT_NE(after, before);  // the receiver and satellites were drawn at the display tick
 }
 

@@ -1,39 +1,21 @@
 // The views' API end to end, in process: the 3D scene, the orbit chart, the colour map
 // editor's edits and refusals, the scintillation plots, and three.js served from its own
 // folder only.
-#include <gtest/gtest.h>
-#include <httplib.h>
-
-#include <chrono>
 #include <cmath>
 #include <filesystem>
-#include <memory>
-#include <nlohmann/json.hpp>
-#include <thread>
 
-#include "app/startup.h"
-#include "test_support.h"
-#include "web/web_server.h"
+#include "web/live_server.h"
 
 namespace vorel::web {
 namespace {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
+using test::PngSize;
 
-constexpr char kToken[] = "00112233445566778899aabbccddeeff";
-
-class WebViewsTest : public ::testing::Test {
+class WebViewsTest : public ::testing::Test, public test::LiveServer {
  protected:
-  WebViewsTest() : dir("web-views") {
-    app::GlobalOptions global;
-    global.dataDir = (dir / "VLD").string();
-    global.quiet = true;
-    std::string error;
-    session = app::Session::Create();
-    session->messages = platform::Messages::Silent();
-    EXPECT_EQ(app::StartUp(*session, global, error), 0) << error;
-    fs::copy_file(test::DataDir() / "examples" / "brdc1820.10n", dir / "VLD" / "brdc1820.10n");
+  WebViewsTest() : LiveServer("web-views") {
     // A stand-in for Debian's three.js, with the package's symbolic link and one that
     // leads out of it.
     fs::create_directories(dir / "three" / "build");
@@ -42,65 +24,13 @@ class WebViewsTest : public ::testing::Test {
     test::WriteFile(dir / "secret.js", "not three");
     fs::create_symlink(dir / "secret.js", dir / "three" / "out.js");
     ServerOptions options;
-    options.port = 0;
-    options.token = kToken;
     options.threeDir = dir / "three";
-    server = std::make_unique<WebServer>(*session, options);
-    EXPECT_TRUE(server->Bind(error)) << error;
-    listener = std::thread([this] { server->Listen(); });
-    client = std::make_unique<httplib::Client>("127.0.0.1", server->port());
-    client->set_read_timeout(120);
+    Start(options);
   }
-
-  ~WebViewsTest() override {
-    server->Shutdown();
-    listener.join();
-  }
-
-  httplib::Result Fetch(const std::string& path) {
-    return client->Get(path.c_str(), {{"X-Vorel-Token", kToken}});
-  }
-
-  json Post(const std::string& path, const json& body, int expected) {
-    auto r =
-        client->Post(path.c_str(), {{"X-Vorel-Token", kToken}}, body.dump(), "application/json");
-    EXPECT_TRUE(r);
-    if (!r) return {};
-    EXPECT_EQ(r->status, expected) << path << " " << body.dump() << ": " << r->body;
-    return json::parse(r->body, nullptr, false);
-  }
-
-  json Run(const json& request) {
-    Post("/api/runs", request, 202);
-    json status = json::parse(Fetch("/api/status")->body);
-    while (status["active"]) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-      status = json::parse(Fetch("/api/status")->body);
-    }
-    EXPECT_EQ(status["state"], "finished") << status.dump();
-    return status;
-  }
-
-  test::ScratchDir dir;
-  std::unique_ptr<app::Session> session;
-  std::unique_ptr<WebServer> server;
-  std::thread listener;
-  std::unique_ptr<httplib::Client> client;
 };
 
-// Width and height from a PNG's header chunk.
-std::pair<int, int> PngSize(const std::string& png) {
-  const auto word = [&](size_t at) {
-    int v = 0;
-    for (size_t i = at; i < at + 4; ++i) v = v * 256 + static_cast<unsigned char>(png[i]);
-    return v;
-  };
-  return png.size() < 24 || png.substr(0, 4) != "\x89PNG" ? std::pair{0, 0}
-                                                          : std::pair{word(16), word(20)};
-}
-
 TEST_F(WebViewsTest, SceneHasBothMeshesAndTheSatellitesAtTheFormsTime) {
-  Run({{"command", "load-orbits"}, {"file", "brdc1820.10n"}, {"type", "rinex"}});
+  RunAndWait({{"command", "load-orbits"}, {"file", "brdc1820.10n"}, {"type", "rinex"}});
   Post("/api/settings", {{"ScenarioHour", "5"}}, 200);
   const json scene = json::parse(Fetch("/api/scene")->body);
   for (const char* mesh : {"earth", "ionosphere"})
@@ -132,14 +62,14 @@ TEST_F(WebViewsTest, OrbitChartAndScintillationPlotsArePngsOfTheirCanvasSize) {
   ASSERT_TRUE(chart);
   EXPECT_EQ(chart->get_header_value("Content-Type"), "image/png");
   EXPECT_EQ(PngSize(chart->body), (std::pair{640, 400}));
-  Run({{"command", "load-orbits"}, {"file", "brdc1820.10n"}, {"type", "rinex"}});
+  RunAndWait({{"command", "load-orbits"}, {"file", "brdc1820.10n"}, {"type", "rinex"}});
   const std::string withOrbits = Fetch("/api/orbit-chart.png")->body;
   EXPECT_EQ(PngSize(withOrbits), (std::pair{640, 400}));
   EXPECT_NE(withOrbits, chart->body);  // axes and grid alone before, planes now
 
   EXPECT_EQ(Fetch("/api/scint/strip.png")->status, 204);  // nothing generated yet
   EXPECT_EQ(PngSize(Fetch("/api/scint/fit.png")->body), (std::pair{640, 400}));
-  Run({{"command", "scint-generate"}});
+  RunAndWait({{"command", "scint-generate"}});
   EXPECT_EQ(PngSize(Fetch("/api/scint/strip.png")->body), (std::pair{640, 400}));
 }
 
