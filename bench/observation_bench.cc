@@ -66,8 +66,9 @@ void BM_StaticScnRun60sAt1ms(benchmark::State& st) {
     env.sinks.push_back(record.get());
     observation::EpochResult result;
     std::atomic<uint8_t> runActive{1};
-    observation::SimulateTrajectory(env, args, result, runActive, platform::Messages::Silent());
-    out.Close();
+    const platform::Status status =
+        observation::SimulateTrajectory(env, args, result, runActive, platform::Messages::Silent());
+    if (!out.Close() || !status.ok()) st.SkipWithError("the run did not end whole");
   }
   st.counters["epochs"] = 60001;
   std::filesystem::remove(path);

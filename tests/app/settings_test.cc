@@ -235,8 +235,8 @@ TEST(SettingsRanges, EverySettingIsKnownOnceAndItsDefaultLiesInItsRange) {
       std::erase(shown, ']');
       std::erase(shown, '"');
     }
-    if (d.name != "MultipathTable")
-      EXPECT_TRUE(d.fromText(copy, shown, error)) << d.name << " " << shown << ": " << error;
+    if (d.name == "MultipathTable") continue;
+    EXPECT_TRUE(d.fromText(copy, shown, error)) << d.name << " " << shown << ": " << error;
   }
   EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end());
 }

@@ -288,10 +288,11 @@ TEST(SampleGeneration, EpochOnWrapCountsEveryCodePeriod) {
         const int64_t counted = 20LL * (c.bitNumber - 1000) + c.msInBit;
         const double entry = start + static_cast<double>(blocks) * n * (1.0 + rho);
         const int64_t periods = static_cast<int64_t>(std::floor(entry / n));
-        if (epochOnWrap)
+        if (epochOnWrap) {
           EXPECT_EQ(counted, periods) << "rho " << rho << " fast " << fast;
-        else if (rho > 0.0f)
+        } else if (rho > 0.0f) {
           EXPECT_LT(counted, periods) << "the program's count, fast " << fast;
+        }
       }
     }
   }
