@@ -274,21 +274,6 @@ TEST(DifScenario, ASatelliteListedTwiceGivesTheSameBytesOnEveryForm) {
   }
 }
 
-TEST(DifScenario, TwoRunsOfOneScenarioGiveIdenticalBytes) {
-  ScratchDir one("twice-1"), two("twice-2");
-  std::string bytes[2];
-  int k = 0;
-  for (const ScratchDir* dir : {&one, &two}) {
-    DifScenario sc = MakeDifScenario(dir->path(), {"Duration=0.002", "FilterOn=1"}, false);
-    sc.session->settings.dif.DifOutputFile = (dir->path() / "out.bin").string();
-    dif::DifRunOutcome outcome;
-    ASSERT_EQ(app::RunDif(*sc.session, "", outcome), 0);
-    bytes[k++] = ReadFile(dir->path() / "out.bin");
-  }
-  EXPECT_EQ(bytes[0].size(), 120u * 4092u);
-  EXPECT_EQ(bytes[0], bytes[1]);
-}
-
 TEST(DifScenario, RecordShorterThanTheRunEndsItWithAWarning) {
   ScratchDir dir("short");
   DifScenario sc = MakeDifScenario(dir.path(), {}, false);
