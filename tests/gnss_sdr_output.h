@@ -2,17 +2,24 @@
 // What GNSS-SDR prints on its standard output, read back for the realclient tests: the
 // fixes with the receiver time they were made at, and the satellites it tracked and whose
 // navigation subframes it decoded; and WGS 84 positions as Earth-centred coordinates to
-// compare the fixes with the truth.
+// compare the fixes with the truth. Also the run itself: a 90 s `vorel record` of the
+// example orbits and GNSS-SDR on it with the configuration written beside it.
+
+#include <fmt/format.h>
 
 #include <array>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <regex>
 #include <set>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "cli_runner.h"
+#include "test_support.h"
 
 namespace vorel::test {
 
@@ -78,6 +85,40 @@ inline std::vector<GnssSdrFix> FixesWithin(const std::vector<GnssSdrFix>& fixes,
   for (const GnssSdrFix& f : fixes)
     if (f.fileSeconds <= seconds) kept.push_back(f);
   return kept;
+}
+
+// An empty folder for one realclient run, kept under the build tree for a look afterwards.
+inline std::filesystem::path FreshRealClientDir(const std::string& name) {
+  const auto dir = BinaryDir() / "realclient" / name;
+  std::filesystem::remove_all(dir);
+  std::filesystem::create_directories(dir);
+  return dir;
+}
+
+// `vorel record` of 90 s of the example orbits into dir/rec.bin, the atmosphere off, with
+// further --set assignments and options of `record`.
+inline CliResult RecordNinetySeconds(const std::filesystem::path& dir, double latitude,
+                                     double longitude, double altitude, const std::string& start,
+                                     const std::vector<std::string>& sets,
+                                     const std::vector<std::string>& options) {
+  std::vector<std::string> args = {"--data-dir", (dir / "VLD").string(), "--quiet", "--set",
+                                   "atmosphereEnabled=0"};
+  for (const std::string& s : sets) args.insert(args.end(), {"--set", s});
+  args.insert(args.end(),
+              {"record", "--orbits", (DataDir() / "examples" / "brdc1820.10n").string(), "--lat",
+               fmt::format("{}", latitude), "--lon", fmt::format("{}", longitude), "--alt",
+               fmt::format("{}", altitude), "--start", start, "--seconds", "90", "-o",
+               (dir / "rec.bin").string()});
+  args.insert(args.end(), options.begin(), options.end());
+  return RunVorel(args, dir.string());
+}
+
+// GNSS-SDR on dir/rec.bin with the configuration `record` wrote beside it and nothing else.
+inline CliResult RunGnssSdrOnRecording(const std::filesystem::path& dir) {
+  return RunShell(fmt::format(
+      "cd '{0}' && timeout --signal=INT --kill-after=30 400 gnss-sdr "
+      "--config_file='{0}/rec.gnss-sdr.conf' --keyboard=false --log_dir='{0}' </dev/null",
+      dir.string()));
 }
 
 // The last part of a long output, for a failure message.

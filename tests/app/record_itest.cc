@@ -17,7 +17,7 @@ namespace vorel::test {
 namespace {
 
 class Record : public ::testing::Test {
- protected:
+ public:
   Record() : dir("record") {}
   CliResult Run(std::vector<std::string> args) {
     args.insert(args.begin(), {"--data-dir", (dir / "VLD").string()});
@@ -79,6 +79,25 @@ std::map<int, double> Found(const std::string& table) {
   return found;
 }
 
+// `check` on a recording must find exactly the satellites its description lists, each
+// within 25 Hz of the Doppler given there, and say `says`; the search starts 100 ms in.
+void ExpectCheckFindsTheDescribed(Record& test, const std::string& name,
+                                  const nlohmann::json& meta, const std::string& says) {
+  std::map<int, double> described;
+  for (const auto& s : meta.at("captures")[0].at("vorel:satellites"))
+    described[s.at("prn").get<int>()] = s.at("doppler_hz").get<double>();
+  ASSERT_GE(described.size(), 6u);
+  const CliResult c = test.Run({"check", name, "--ms", "20", "--skip-ms", "100"});
+  ASSERT_EQ(c.status, 0) << c.err;
+  EXPECT_NE(c.out.find(says), std::string::npos) << c.out;
+  const std::map<int, double> found = Found(c.out);
+  EXPECT_EQ(found.size(), described.size()) << c.out;
+  for (const auto& [prn, doppler] : described) {
+    ASSERT_TRUE(found.count(prn)) << "PRN " << prn << " not found\n" << c.out;
+    EXPECT_NEAR(found.at(prn), doppler, 25.0) << "PRN " << prn;
+  }
+}
+
 TEST_F(Record, CheckFindsExactlyTheSatellitesTheDescriptionNames) {
   const CliResult r = Run(Munich({"--seconds", "2", "-o", "rec.bin"}));
   ASSERT_EQ(r.status, 0) << r.err;
@@ -86,24 +105,12 @@ TEST_F(Record, CheckFindsExactlyTheSatellitesTheDescriptionNames) {
     EXPECT_NE(r.out.find(std::string("wrote ") + name), std::string::npos) << r.out;
   // 2 s at 16.368 MHz, four samples a byte.
   EXPECT_EQ(std::filesystem::file_size(dir / "rec.bin"), 2u * 16368000u / 4u);
-  const auto meta = nlohmann::json::parse(ReadFile(dir / "rec.sigmf-meta"));
-  std::map<int, double> described;
-  for (const auto& s : meta.at("captures")[0].at("vorel:satellites"))
-    described[s.at("prn").get<int>()] = s.at("doppler_hz").get<double>();
-  ASSERT_GE(described.size(), 6u);
-
   // No rate, IF or format given: check takes them from the description. The search starts
   // 100 ms in: over the first few tens of milliseconds the sample generator's start leaves a
   // weak peak of a PRN the record does not hold (PRN 14 here, at 0 Hz).
-  const CliResult c = Run({"check", "rec.bin", "--ms", "20", "--skip-ms", "100"});
-  ASSERT_EQ(c.status, 0) << c.err;
-  EXPECT_NE(c.out.find("from rec.sigmf-meta"), std::string::npos);
-  const std::map<int, double> found = Found(c.out);
-  EXPECT_EQ(found.size(), described.size()) << c.out;
-  for (const auto& [prn, doppler] : described) {
-    ASSERT_TRUE(found.count(prn)) << "PRN " << prn << " not found\n" << c.out;
-    EXPECT_NEAR(found.at(prn), doppler, 25.0) << "PRN " << prn;
-  }
+  ExpectCheckFindsTheDescribed(*this, "rec.bin",
+                               nlohmann::json::parse(ReadFile(dir / "rec.sigmf-meta")),
+                               "from rec.sigmf-meta");
   // An explicit option wins over the description: read as one level a byte, nothing is there.
   const CliResult wrong = Run({"check", "rec.bin", "--ms", "10", "--format", "direct"});
   EXPECT_TRUE(Found(wrong.out).empty()) << wrong.out;
@@ -142,9 +149,9 @@ TEST_F(Record, IqOptionsAreRefusedWithTheRealFormsOwn) {
 TEST_F(Record, Iq8RecordingIsDescribedAsWrittenAndCheckFindsItsSatellites) {
   // With noise, as a receiver's front end would add it: on a noise-free file the
   // cross-correlation peaks of absent satellites pass a threshold that assumes noise.
-  const CliResult r = Run({"--set", "IqNoise=1", "record", "--orbits", Brdc(), "--lat", "48.1",
-                           "--lon", "11.6", "--alt", "520", "--start", "2010-07-01T10:00:00",
-                           "--iq8", "--fs", "2600000", "--seconds", "2", "-o", "iq.bin"});
+  std::vector<std::string> args = Munich({"--iq8", "--fs", "2600000", "--seconds", "2", "-o", "iq.bin"});
+  args.insert(args.begin(), {"--set", "IqNoise=1"});
+  const CliResult r = Run(args);
   ASSERT_EQ(r.status, 0) << r.err;
   // I and Q a byte each, 2 s at 2.6 MHz; a block is one millisecond of 2600 samples.
   const auto size = static_cast<int64_t>(std::filesystem::file_size(dir / "iq.bin"));
@@ -165,20 +172,7 @@ TEST_F(Record, Iq8RecordingIsDescribedAsWrittenAndCheckFindsItsSatellites) {
                            "DataTypeAdapter.implementation=Ibyte_To_Complex\n", "InputFilter.IF=0\n"})
     EXPECT_NE(conf.find(line), std::string::npos) << line << conf;
   EXPECT_EQ(conf.find("sample_type=real"), std::string::npos) << conf;
-
-  std::map<int, double> described;
-  for (const auto& s : meta.at("captures")[0].at("vorel:satellites"))
-    described[s.at("prn").get<int>()] = s.at("doppler_hz").get<double>();
-  ASSERT_GE(described.size(), 6u);
-  const CliResult c = Run({"check", "iq.bin", "--ms", "20", "--skip-ms", "100"});
-  ASSERT_EQ(c.status, 0) << c.err;
-  EXPECT_NE(c.out.find("ci8"), std::string::npos) << c.out;
-  const std::map<int, double> found = Found(c.out);
-  EXPECT_EQ(found.size(), described.size()) << c.out;
-  for (const auto& [prn, doppler] : described) {
-    ASSERT_TRUE(found.count(prn)) << "PRN " << prn << " not found\n" << c.out;
-    EXPECT_NEAR(found.at(prn), doppler, 25.0) << "PRN " << prn;
-  }
+  ExpectCheckFindsTheDescribed(*this, "iq.bin", meta, "ci8");
 }
 
 TEST_F(Record, Iq16OffsetMovesTheCentreAndTheReceiversIf) {

@@ -8,9 +8,7 @@
 #include <filesystem>
 #include <iostream>
 
-#include "cli_runner.h"
 #include "gnss_sdr_output.h"
-#include "test_support.h"
 
 namespace vorel::test {
 namespace {
@@ -29,28 +27,18 @@ TEST_P(RecordRealClient, GnssSdrFixesWithinFiveMetresWithinAMinute) {
   VOREL_REQUIRE_SHARED();
   if (!HaveGnssSdr()) GTEST_SKIP() << "no gnss-sdr";
   const Site& site = GetParam();
-  const auto dir = BinaryDir() / "realclient" / fmt::format("record-{}", site.name);
-  std::filesystem::remove_all(dir);
-  std::filesystem::create_directories(dir);
+  const auto dir = FreshRealClientDir(fmt::format("record-{}", site.name));
   // 5.456 MHz (16.368 MHz, every 3rd sample) at IF fs/4 keeps the receiver's work a third
   // of the full rate; the signal is raised so that C/N0 stays near 47 dB-Hz, as at 16.368 MHz.
-  const CliResult r = RunVorel(
-      {"--data-dir", (dir / "VLD").string(), "--quiet", "--set", "atmosphereEnabled=0", "--set",
-       "SignalPower=-156.5", "record", "--orbits",
-       (DataDir() / "examples" / "brdc1820.10n").string(), "--lat", fmt::format("{}", site.latitude),
-       "--lon", fmt::format("{}", site.longitude), "--alt", fmt::format("{}", site.altitude),
-       "--start", site.start, "--seconds", "90", "--fs", "5456000", "--if", "1364000", "-o",
-       (dir / "rec.bin").string()},
-      dir.string());
+  const CliResult r =
+      RecordNinetySeconds(dir, site.latitude, site.longitude, site.altitude, site.start,
+                          {"SignalPower=-156.5"}, {"--fs", "5456000", "--if", "1364000"});
   ASSERT_EQ(r.status, 0) << r.err;
   const std::string config = ReadFile(dir / "rec.gnss-sdr.conf");
   EXPECT_NE(config.find("PVT.trop_model=OFF"), std::string::npos);
   EXPECT_NE(config.find("PVT.iono_model=OFF"), std::string::npos);
 
-  const CliResult receiver = RunShell(fmt::format(
-      "cd '{0}' && timeout --signal=INT --kill-after=30 400 gnss-sdr "
-      "--config_file='{0}/rec.gnss-sdr.conf' --keyboard=false --log_dir='{0}' </dev/null",
-      dir.string()));
+  const CliResult receiver = RunGnssSdrOnRecording(dir);
   const std::vector<GnssSdrFix> fixes = ReadGnssSdrOutput(receiver.out).fixes;
   ASSERT_FALSE(fixes.empty()) << Tail(receiver.out);
   const std::vector<GnssSdrFix> firstMinute = FixesWithin(fixes, 60.0);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "platform/data_dir.h"
 #include "platform/messages.h"
 #include "test_support.h"
@@ -80,24 +82,19 @@ TEST(SettingsFile, MissingOrShortFilesKeepDefaultsAndWarn) {
   ASSERT_EQ(c.warnings.size(), 2u);
   EXPECT_NE(c.warnings[1].find("7 lines"), std::string::npos) << c.warnings[1];
 
-  std::string bad = SettingsFileText("1", "x");
-  bad.replace(bad.find("Lat 12.5"), 8, "Lat north");
-  test::WriteFile(dir / "bad.txt", bad);
-  Settings b;
-  ReadSettingsFile(b, dir / "bad.txt", c.messages);
-  EXPECT_EQ(b.scenario.ReceiverLatitude, Settings{}.scenario.ReceiverLatitude);
-  EXPECT_NE(c.warnings.back().find("line(s) 3"), std::string::npos) << c.warnings.back();
-
-  // A number outside its setting's range is refused like any other source's, by line.
-  std::string far = SettingsFileText("1", "x");
-  far.replace(far.find("Lat 12.5"), 8, "Lat 95.0");
-  test::WriteFile(dir / "far.txt", far);
-  Settings f;
-  ReadSettingsFile(f, dir / "far.txt", c.messages);
-  EXPECT_EQ(f.scenario.ReceiverLatitude, Settings{}.scenario.ReceiverLatitude);
-  EXPECT_NE(c.warnings.back().find("far.txt, line 3: ReceiverLatitude: 95 is outside -90 to 90"),
-            std::string::npos)
-      << c.warnings.back();
+  // A word where a number belongs, and a number outside its setting's range (refused like
+  // any other source's), are told by line and leave the default.
+  for (const auto& [name, line, says] :
+       {std::tuple{"bad.txt", "Lat north", "line(s) 3"},
+        std::tuple{"far.txt", "Lat 95.0", "far.txt, line 3: ReceiverLatitude: 95 is outside -90 to 90"}}) {
+    std::string text = SettingsFileText("1", "x");
+    text.replace(text.find("Lat 12.5"), 8, line);
+    test::WriteFile(dir / name, text);
+    Settings b;
+    ReadSettingsFile(b, dir / name, c.messages);
+    EXPECT_EQ(b.scenario.ReceiverLatitude, Settings{}.scenario.ReceiverLatitude) << name;
+    EXPECT_NE(c.warnings.back().find(says), std::string::npos) << c.warnings.back();
+  }
 }
 
 TEST(SettingsSources, SetAssignmentsAndTheirErrors) {

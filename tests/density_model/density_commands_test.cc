@@ -63,8 +63,7 @@ TEST(ProfileCommand, BadArgumentsAndMissingDataWriteNothing) {
   EXPECT_TRUE(out.empty());
 
   test::ScratchDir empty("profile-nodata");
-  auto bare = std::make_unique<ModelState>();
-  bare->searchDirs = {empty.path()};
+  auto bare = StateIn(empty);
   args.hmax = 1000.0;
   EXPECT_EQ(RunProfile(*bare, args, out, error), -1);
   EXPECT_NE(error.find("DIPLATS.ASC"), std::string::npos);

@@ -129,10 +129,7 @@ TEST(ElectronDensity, N100AndBFAreWorkedOnceInAProgramStart) {
 
 TEST(ElectronDensity, RequestsWithTheSameMonthReuseTheLoadedMaps) {
   test::ScratchDir dir("density-cache");
-  for (const char* name : {"DIPLATS.ASC", "CCIR15.ASC"})
-    std::filesystem::copy_file(test::DataDir() / "nequick" / name, dir / name);
-  auto st = std::make_unique<ModelState>();
-  st->searchDirs = {dir.path()};
+  auto st = StateIn(dir, {"DIPLATS.ASC", "CCIR15.ASC"});
   const double first = Request(*st, 250.0, 10.0, 20.0, 5, 120.0, 9.0);
   std::filesystem::remove(dir / "CCIR15.ASC");
   std::filesystem::remove(dir / "DIPLATS.ASC");

@@ -158,10 +158,7 @@ TEST(CcirMaps, MixIsLinearInR12WithoutClip) {
 
 TEST(CcirMaps, SameMonthAndR12ReadAndMixNothing) {
   test::ScratchDir dir("ccir-cache");
-  for (const char* name : {"CCIR13.ASC", "CCIR14.ASC"})
-    std::filesystem::copy_file(test::DataDir() / "nequick" / name, dir / name);
-  auto state = std::make_unique<ModelState>();
-  state->searchDirs = {dir.path()};
+  auto state = StateIn(dir, {"CCIR13.ASC", "CCIR14.ASC"});
   double f1, m1, f2, m2;
   ASSERT_EQ(CcirMaps(*state, 20.0, 3, 10.0, 50.0, 15.0, 30.0, f1, m1), 0);
   // With the file gone and the mix tampered with, a same-month, same-R12 request must
@@ -209,8 +206,7 @@ TEST(ModelFiles, MissingFileNamesTheFileAndEveryPlaceSearched) {
 
 TEST(ModelFiles, DamagedFilesAreReportedWithTheirLine) {
   test::ScratchDir dir("nequick-bad");
-  auto state = std::make_unique<ModelState>();
-  state->searchDirs = {dir.path()};
+  auto state = StateIn(dir);
 
   // Short by its last line.
   std::string text = test::ReadFile(test::DataDir() / "nequick" / "CCIR11.ASC");

@@ -14,16 +14,14 @@
 #include <sstream>
 
 #include "dif_scenario.h"
+#include "gnss_sdr_output.h"
 
 namespace vorel::test {
 namespace {
 
 std::filesystem::path CheckScript() { return SharedDir() / "tools" / "gnss-sdr" / "check-dif.sh"; }
 
-bool HaveReceiver() {
-  return std::filesystem::exists(CheckScript()) &&
-         std::system("command -v gnss-sdr >/dev/null 2>&1") == 0;
-}
+bool HaveReceiver() { return std::filesystem::exists(CheckScript()) && HaveGnssSdr(); }
 
 // Runs the check script; returns the receiver summary's lines, the last being JSON.
 std::string RunCheck(const std::filesystem::path& file, const std::filesystem::path& out,
@@ -73,26 +71,27 @@ std::set<int> Numbers(const std::string& text) {
   return out;
 }
 
-std::filesystem::path WorkDir(const std::string& name) {
-  const auto dir = BinaryDir() / "realclient" / name;
-  std::filesystem::remove_all(dir);
-  std::filesystem::create_directories(dir);
-  return dir;
+// A DIF recording of `minutes` into dir/rec.bin on one thread (the receiver needs the other
+// core), checked by its block count.
+void RecordDif(const DifScenario& sc, const std::filesystem::path& dir, double minutes,
+               int64_t blocks) {
+  app::Session& s = *sc.session;
+  s.settings.dif.Duration = minutes;
+  s.settings.dif.DifThreads = 1;
+  s.settings.dif.DifOutputFile = (dir / "rec.bin").string();
+  dif::DifRunOutcome outcome;
+  ASSERT_EQ(app::RunDif(s, "", outcome), 0);
+  ASSERT_EQ(outcome.report.blocks, blocks);
 }
 
 TEST(DifRealClient, EverySatelliteAboveTenDegreesIsTrackedAndDecoded) {
   VOREL_REQUIRE_SHARED();
   if (!HaveReceiver()) GTEST_SKIP() << "gnss-sdr or the check script is absent";
-  const auto dir = WorkDir("dif-tow");
+  const auto dir = FreshRealClientDir("dif-tow");
   // The demo's recording: 40 s at 16.368 MHz, 2 bits, Packed.
-  DifScenario sc = MakeDifScenario(dir, {}, false);
-  app::Session& s = *sc.session;
-  s.settings.dif.Duration = 40.0 / 60.0;
-  s.settings.dif.DifThreads = 1;  // the receiver needs the other core
-  s.settings.dif.DifOutputFile = (dir / "rec.bin").string();
-  dif::DifRunOutcome outcome;
-  ASSERT_EQ(app::RunDif(s, "", outcome), 0);
-  ASSERT_EQ(outcome.report.blocks, 40000);
+  const DifScenario sc = MakeDifScenario(dir, {}, false);
+  RecordDif(sc, dir, 40.0 / 60.0, 40000);
+  if (HasFatalFailure()) return;
 
   const std::string summary = RunCheck(dir / "rec.bin", dir / "receiver", "");
   std::cout << summary;
@@ -117,17 +116,12 @@ TEST(DifRealClient, EverySatelliteAboveTenDegreesIsTrackedAndDecoded) {
 TEST(DifRealClient, PositionFixWithinThirtyMetres) {
   VOREL_REQUIRE_SHARED();
   if (!HaveReceiver()) GTEST_SKIP() << "gnss-sdr or the check script is absent";
-  const auto dir = WorkDir("dif-pvt");
+  const auto dir = FreshRealClientDir("dif-pvt");
   // Subframe 1 begins 6 s into the file (TOW mod 30 = 24 at the start) for an early fix.
-  DifScenario sc = MakeDifScenario(dir, {"ScenarioSecond=24", "ScenarioDuration=2"}, true);
-  app::Session& s = *sc.session;
-  s.settings.dif.Duration = 1.0;
-  s.settings.dif.DifThreads = 1;  // the receiver needs the other core
-  s.settings.dif.DifOutputFile = (dir / "rec.bin").string();
-  dif::DifRunOutcome outcome;
-  ASSERT_EQ(app::RunDif(s, "", outcome), 0);
-  ASSERT_EQ(outcome.report.blocks, 60000);
-  const app::ScenarioSettings& scn = s.settings.scenario;
+  const DifScenario sc = MakeDifScenario(dir, {"ScenarioSecond=24", "ScenarioDuration=2"}, true);
+  RecordDif(sc, dir, 1.0, 60000);
+  if (HasFatalFailure()) return;
+  const app::ScenarioSettings& scn = sc.session->settings.scenario;
   const std::string summary =
       RunCheck(dir / "rec.bin", dir / "receiver",
                fmt::format("--iono-model OFF --trop-model OFF --ref {},{},{}", scn.ReceiverLatitude,

@@ -107,6 +107,18 @@ TEST(DifScenario, OwnAcquisitionFindsEachSatelliteWhereTheRecordPutsIt) {
   }
 }
 
+// The record's text up to its epoch `epochs` (an epoch starts with a line without a blank).
+std::string FirstEpochs(const std::filesystem::path& record, int epochs) {
+  std::istringstream in(ReadFile(record));
+  std::string text, line;
+  int seen = 0;
+  while (std::getline(in, line)) {
+    if (line.find(' ') == std::string::npos && ++seen > epochs) break;
+    text += line + "\n";
+  }
+  return text;
+}
+
 // One DIF run with the given speed; `rand` and the session's reader statics go on as the run
 // leaves them.
 std::string RunVariant(app::Session& s, const std::filesystem::path& out, platform::RandState& rand,
@@ -205,16 +217,7 @@ TEST(DifScenario, EveryFormEndsAnEarlyRunAtTheSameBlock) {
   s.settings.dif.Duration = 0.01;  // 600 ms asked for
   const platform::RandState rand = s.workerRand;
   // The record cut after 300 epochs: 298 blocks.
-  {
-    std::istringstream in(ReadFile(sc.record));
-    std::string text, line;
-    int epochs = 0;
-    while (std::getline(in, line)) {
-      if (line.find(' ') == std::string::npos && ++epochs > 300) break;
-      text += line + "\n";
-    }
-    WriteFile(dir / "cut.scn", text);
-  }
+  WriteFile(dir / "cut.scn", FirstEpochs(sc.record, 300));
   const std::string full = sc.record.string();
   s.settings.scenario.ObservationOutputFile = (dir / "cut.scn").string();
   platform::RandState oneRand = rand;
@@ -271,39 +274,11 @@ TEST(DifScenario, ASatelliteListedTwiceGivesTheSameBytesOnEveryForm) {
   }
 }
 
-TEST(DifScenario, TwoRunsOfOneScenarioGiveIdenticalBytes) {
-  ScratchDir one("twice-1"), two("twice-2");
-  std::string bytes[2];
-  int k = 0;
-  for (const ScratchDir* dir : {&one, &two}) {
-    DifScenario sc = MakeDifScenario(dir->path(), {"Duration=0.002", "FilterOn=1"}, false);
-    sc.session->settings.dif.DifOutputFile = (dir->path() / "out.bin").string();
-    dif::DifRunOutcome outcome;
-    ASSERT_EQ(app::RunDif(*sc.session, "", outcome), 0);
-    bytes[k++] = ReadFile(dir->path() / "out.bin");
-  }
-  EXPECT_EQ(bytes[0].size(), 120u * 4092u);
-  EXPECT_EQ(bytes[0], bytes[1]);
-}
-
 TEST(DifScenario, RecordShorterThanTheRunEndsItWithAWarning) {
   ScratchDir dir("short");
   DifScenario sc = MakeDifScenario(dir.path(), {}, false);
   // Keep the first 12 epochs of the record (10 blocks).
-  const auto epochs = ReadEpochs(sc.record, 12);
-  std::string text;
-  {
-    std::istringstream in(ReadFile(sc.record));
-    std::string line;
-    int epochsSeen = 0;
-    while (std::getline(in, line)) {
-      if (line.find("  ") == std::string::npos && line.find(' ') == std::string::npos &&
-          ++epochsSeen > 12)
-        break;
-      text += line + "\n";
-    }
-  }
-  WriteFile(sc.record, text);
+  WriteFile(sc.record, FirstEpochs(sc.record, 12));
   std::vector<std::string> warnings;
   sc.session->messages.warning = [&](std::string_view w) { warnings.emplace_back(w); };
   sc.session->settings.dif.DifOutputFile = (dir / "short.bin").string();

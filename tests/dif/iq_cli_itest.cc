@@ -11,33 +11,13 @@ namespace vorel::test {
 namespace {
 
 std::vector<std::string> Chain(const ScratchDir& dir, std::vector<std::string> extra) {
-  std::vector<std::string> a = {"--data-dir",
-                                (dir / "VLD").string(),
-                                "--yes",
-                                "--set",
-                                "KeepOrbitEpochs=1",
-                                "--set",
-                                "ScenarioHour=5",
-                                "--set",
-                                "ReceiverLatitude=-30.25",
-                                "--set",
-                                "ReceiverLongitude=149.75",
-                                "--set",
-                                "ObservationInterval=1",
-                                "--set",
-                                "RecordType=5",
-                                "--set",
-                                "ScenarioDuration=1",
-                                "--set",
-                                "atmosphereEnabled=0",
-                                "--set",
-                                "ObservationOutputFile=C:/VLD/rec.scn",
-                                "--set",
-                                "SampleForm=iq",
-                                "--set",
-                                "Duration=0.01",
-                                "--set",
-                                "DifOutputFile=C:/VLD/iq.bin"};
+  std::vector<std::string> a = {"--data-dir", (dir / "VLD").string(), "--yes"};
+  for (const char* set :
+       {"KeepOrbitEpochs=1", "ScenarioHour=5", "ReceiverLatitude=-30.25",
+        "ReceiverLongitude=149.75", "ObservationInterval=1", "RecordType=5", "ScenarioDuration=1",
+        "atmosphereEnabled=0", "ObservationOutputFile=C:/VLD/rec.scn", "SampleForm=iq",
+        "Duration=0.01", "DifOutputFile=C:/VLD/iq.bin"})
+    a.insert(a.end(), {"--set", set});
   a.insert(a.end(), extra.begin(), extra.end());
   for (const char* c : {"load-orbits", "--type", "rinex"}) a.push_back(c);
   a.push_back((DataDir() / "examples" / "brdc1820.10n").string());

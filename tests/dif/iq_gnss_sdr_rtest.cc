@@ -12,9 +12,7 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "cli_runner.h"
 #include "gnss_sdr_output.h"
-#include "test_support.h"
 
 namespace vorel::test {
 namespace {
@@ -43,25 +41,16 @@ TEST_P(IqRealClient, EverySatelliteDecodedAndFixWithinFiveMetres) {
   VOREL_REQUIRE_SHARED();
   if (!HaveGnssSdr()) GTEST_SKIP() << "no gnss-sdr";
   const Rate& rate = GetParam();
-  const auto dir = BinaryDir() / "realclient" / fmt::format("iq-{}", rate.name);
-  std::filesystem::remove_all(dir);
-  std::filesystem::create_directories(dir);
+  const auto dir = FreshRealClientDir(fmt::format("iq-{}", rate.name));
   // TOW mod 30 = 24 at the start: subframe 1 begins 6 s in.
-  const CliResult r = RunVorel(
-      {"--data-dir", (dir / "VLD").string(), "--quiet", "--set", "atmosphereEnabled=0", "record",
-       "--orbits", (DataDir() / "examples" / "brdc1820.10n").string(), "--lat",
-       fmt::format("{}", kLatitude), "--lon", fmt::format("{}", kLongitude), "--alt",
-       fmt::format("{}", kAltitude), "--start", "2010-07-01T10:00:24", "--seconds", "90", "--iq8",
-       "--fs", std::to_string(rate.hz), "-o", (dir / "rec.bin").string()},
-      dir.string());
+  const CliResult r = RecordNinetySeconds(dir, kLatitude, kLongitude, kAltitude,
+                                          "2010-07-01T10:00:24", {},
+                                          {"--iq8", "--fs", std::to_string(rate.hz)});
   ASSERT_EQ(r.status, 0) << r.err;
   const std::set<int> listed = ListedSatellites(dir / "rec.sigmf-meta");
   ASSERT_GE(listed.size(), 4u);
 
-  const CliResult receiver = RunShell(fmt::format(
-      "cd '{0}' && timeout --signal=INT --kill-after=30 400 gnss-sdr "
-      "--config_file='{0}/rec.gnss-sdr.conf' --keyboard=false --log_dir='{0}' </dev/null",
-      dir.string()));
+  const CliResult receiver = RunGnssSdrOnRecording(dir);
   const GnssSdrOutput read = ReadGnssSdrOutput(receiver.out);
 
   // The record holds only the satellites above ElevationMask (5 degrees), and GNSS-SDR's own
