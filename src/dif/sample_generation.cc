@@ -122,10 +122,15 @@ struct BlockSource {
 };
 
 // Where a block's work goes: stage s runs channels stageFirst[s] .. stageFirst[s + 1] - 1
-// (each channel with all its paths), and stage noiseStage makes the noise.
+// (each channel with all its paths), and stage noiseStage makes the noise. The noise comes
+// in groups of 16 values, each from the block's seed and its own index alone, so it may be
+// shared: noiseStage makes groups 0 .. noiseHandOff - 1 and the last stage the rest (a
+// noiseHandOff of kAllNoise, or a noiseStage that is the last, gives it all to noiseStage).
+inline constexpr int32_t kAllNoise = INT32_MAX;
 struct Split {
   std::vector<int32_t> stageFirst;
   int32_t noiseStage = 0;
+  int32_t noiseHandOff = kAllNoise;
 };
 
 // The cost of each piece of a block in seconds: planning (first stage), one path, the
@@ -143,7 +148,10 @@ struct Costs {
 // the later one once) at most every 4096 blocks.
 class Balancer {
  public:
-  Balancer(int stages, const Costs& guess) : stages_(stages), costs_(guess) {}
+  // `groups`: the noise groups of a block, which may be shared between the two stages of a
+  // two-stage run (0: the noise is made whole by one stage).
+  Balancer(int stages, const Costs& guess, int32_t groups)
+      : stages_(stages), groups_(groups), costs_(guess) {}
 
   const Split& For(const std::vector<int32_t>& pathCounts) {
     if (pathCounts != paths_ || split_.stageFirst.empty()) {
@@ -213,10 +221,22 @@ class Balancer {
     return load;
   }
 
+  // The stage's fixed load under a split whose noise may be shared.
+  double Fixed(int stage, const Split& split) const {
+    const int last = stages_ - 1;
+    if (split.noiseHandOff == kAllNoise || split.noiseStage == last || groups_ <= 0)
+      return Fixed(stage, split.noiseStage);
+    const double kept = costs_.noise * std::min(split.noiseHandOff, groups_) / groups_;
+    double load = Fixed(stage, -1);
+    if (stage == split.noiseStage) load += kept;
+    if (stage == last) load += costs_.noise - kept;
+    return load;
+  }
+
   double Bottleneck(const Split& split, const std::vector<int32_t>& paths) const {
     double worst = 0.0;
     for (int st = 0; st < stages_; ++st) {
-      double load = Fixed(st, split.noiseStage);
+      double load = Fixed(st, split);
       for (int32_t c = split.stageFirst[st]; c < split.stageFirst[st + 1]; ++c)
         load += paths[c] * costs_.path;
       worst = std::max(worst, load);
@@ -244,7 +264,39 @@ class Balancer {
     return c == channels;
   }
 
+  // Two stages: every cut of the channel list, with the noise shared so that the two stages
+  // come out as even as its groups allow.
+  Split BestOfTwo(const std::vector<int32_t>& paths) const {
+    const auto channels = static_cast<int32_t>(paths.size());
+    double after = costs_.finish;
+    for (int32_t p : paths) after += p * costs_.path;
+    double before = costs_.plan;
+    Split best;
+    double bestLoad = 0.0;
+    for (int32_t k = 0; k <= channels; ++k) {
+      if (k > 0) {
+        before += paths[k - 1] * costs_.path;
+        after -= paths[k - 1] * costs_.path;
+      }
+      // Noise x on the first stage: before + x = after + (noise - x).
+      const double x = std::clamp(0.5 * (after + costs_.noise - before), 0.0, costs_.noise);
+      Split s;
+      s.stageFirst = {0, k, channels};
+      s.noiseStage = 0;
+      s.noiseHandOff = costs_.noise > 0.0
+                           ? static_cast<int32_t>(std::lround(x / costs_.noise * groups_))
+                           : groups_;
+      const double load = Bottleneck(s, paths);
+      if (best.stageFirst.empty() || load < bestLoad) {
+        best = s;
+        bestLoad = load;
+      }
+    }
+    return best;
+  }
+
   Split Best(const std::vector<int32_t>& paths) const {
+    if (stages_ == 2 && groups_ > 0) return BestOfTwo(paths);
     Split best;
     double bestLoad = 0.0;
     double total = costs_.plan + costs_.noise + costs_.finish;
@@ -270,6 +322,7 @@ class Balancer {
   }
 
   int stages_;
+  int32_t groups_;
   Costs costs_;
   std::vector<int32_t> paths_;
   Split split_;
@@ -380,7 +433,8 @@ class BlockEngine {
     Milestones& ms = run.milestones;
     const bool first = stage == 0, isLast = stage == stages_ - 1;
     const bool timed = stages_ > 1;
-    if (first && timed) run.balancer = std::make_unique<Balancer>(stages_, GuessCosts());
+    if (first && timed)
+      run.balancer = std::make_unique<Balancer>(stages_, GuessCosts(), NoiseGroups());
     for (int64_t b = 0;; ++b) {
       if (ms.Halted()) break;
       Slot& slot = slots_[b % ring_];
@@ -420,13 +474,7 @@ class BlockEngine {
       if (!RunChannels(stage, slot, run, note, waited)) break;
       const Clock::time_point ran = timed ? Clock::now() : start;
       note.pathSeconds = timed ? Seconds(planned, ran) - waited : 0.0;
-      if (slot.split.noiseStage == stage) {
-        if (speed_.vectorised)
-          GaussianBlockFromSeed(0.0f, s_.NoiseSigma, slot.noise.data(), n_, slot.plan.seed);
-        else
-          GaussianBlockPlain(0.0f, s_.NoiseSigma, slot.noise.data(), n_, slot.plan.seed);
-        if (timed) note.noiseSeconds = Seconds(ran, Clock::now());
-      }
+      if (MakeNoise(stage, slot) && timed) note.noiseSeconds = Seconds(ran, Clock::now());
       bool goOn = true;
       if (isLast) {
         const int32_t bytes = Finish(slot);
@@ -479,6 +527,37 @@ class BlockEngine {
     }
   }
 
+  // The noise groups of a block the vector form may share between two stages (0 where it is
+  // made whole: the plain loop, or more than two stages).
+  int32_t NoiseGroups() const { return speed_.vectorised && stages_ == 2 ? (n_ + 15) / 16 : 0; }
+
+  // This stage's part of the block's noise; false when it has none.
+  bool MakeNoise(int stage, Slot& slot) const {
+    const Split& split = slot.split;
+    const int last = stages_ - 1;
+    const bool shared = split.noiseHandOff != kAllNoise && split.noiseStage != last &&
+                        NoiseGroups() > 0;
+    float* noise = slot.noise.data();
+    if (!shared) {
+      if (stage != split.noiseStage) return false;
+      if (speed_.vectorised)
+        GaussianBlockFromSeed(0.0f, s_.NoiseSigma, noise, n_, slot.plan.seed);
+      else
+        GaussianBlockPlain(0.0f, s_.NoiseSigma, noise, n_, slot.plan.seed);
+      return true;
+    }
+    const int32_t handOff = std::clamp(split.noiseHandOff, 0, NoiseGroups());
+    if (stage == split.noiseStage && handOff > 0) {
+      GaussianBlockGroups(0.0f, s_.NoiseSigma, noise, n_, slot.plan.seed, 0, handOff);
+      return true;
+    }
+    if (stage == last && handOff < NoiseGroups()) {
+      GaussianBlockGroups(0.0f, s_.NoiseSigma, noise, n_, slot.plan.seed, handOff, NoiseGroups());
+      return true;
+    }
+    return false;
+  }
+
   // The first stage: which stage runs which channel, and the waits a channel moving to an
   // earlier stage needs.
   void Assign(Slot& slot, int64_t block, RunState& run) {
@@ -487,6 +566,7 @@ class BlockEngine {
     if (stages_ == 1) {
       slot.split.stageFirst = {0, count};
       slot.split.noiseStage = 0;
+      slot.split.noiseHandOff = kAllNoise;
       return;
     }
     if (speed_.reshuffle > 0) {
@@ -528,6 +608,12 @@ class BlockEngine {
       split.stageFirst[st] = static_cast<int32_t>(next() % static_cast<uint64_t>(count + 1));
     std::sort(split.stageFirst.begin(), split.stageFirst.end());
     split.noiseStage = static_cast<int32_t>(next() % static_cast<uint64_t>(stages_));
+    // Where two stages may share the noise, some blocks share it at a point of their own.
+    const int32_t groups = NoiseGroups();
+    split.noiseHandOff =
+        groups > 0 && next() % 2 == 0
+            ? static_cast<int32_t>(next() % static_cast<uint64_t>(groups + 1))
+            : kAllNoise;
   }
 
   // Costs before anything is measured, in units of one path (measured: about 4 us at
@@ -552,8 +638,7 @@ class BlockEngine {
       pathSeconds += slot.notes[st].pathSeconds;
       paths += slot.notes[st].paths;
     }
-    const StageNote& noiseNote = slot.notes[slot.split.noiseStage];
-    sample.noise = noiseNote.noiseSeconds;
+    for (int st = 0; st < stages_; ++st) sample.noise += slot.notes[st].noiseSeconds;
     sample.path = paths > 0 ? pathSeconds / paths : 0.0;
     const StageNote& a = slot.notes[0];
     const StageNote& z = slot.notes[last];
