@@ -262,14 +262,16 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
   while (batches[0].planned > 0 || batches[1].planned > 0) {
     Batch& now = batches[current];
     Batch& other = batches[1 - current];  // made in the round before, or empty
-    team.ForEach(now.planned + 1, [&](int k) {
-      if (k < now.planned) {
-        now.held[k] = MakeIqBlock(now.plans[k], sigma, bytes, ctx.speed.vectorised,
-                                  now.out.data() + k * blockBytes);
-      } else {
+    // The writing and planning first, so that whoever takes it makes fewer blocks.
+    team.ForEach(now.planned + 1, [&](int task) {
+      if (task == 0) {
         write(other);
         plan(other);
+        return;
       }
+      const int k = task - 1;
+      now.held[k] = MakeIqBlock(now.plans[k], sigma, bytes, ctx.speed.vectorised,
+                                now.out.data() + k * blockBytes);
     });
     current = 1 - current;
     if (batches[current].planned == 0) write(now);  // the last batch: nothing to overlap

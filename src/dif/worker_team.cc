@@ -1,5 +1,7 @@
 #include "dif/worker_team.h"
 
+#include <atomic>
+
 #include <chrono>
 
 #include <algorithm>
@@ -75,8 +77,11 @@ void WorkerTeam::Run(const std::function<void(int)>& job) {
 }
 
 void WorkerTeam::ForEach(int count, const std::function<void(int)>& fn) {
-  Run([&](int member) {
-    for (int i = member; i < count; i += members_) fn(i);
+  std::atomic<int> next{0};
+  Run([&](int /*member*/) {
+    for (int i = next.fetch_add(1, std::memory_order_relaxed); i < count;
+         i = next.fetch_add(1, std::memory_order_relaxed))
+      fn(i);
   });
 }
 

@@ -38,7 +38,9 @@ class WorkerTeam {
   int members() const { return members_; }
   // job(member) on every member, member members() - 1 on the calling thread.
   void Run(const std::function<void(int member)>& job);
-  // fn(0) .. fn(count - 1) shared out over the members in interleaved order.
+  // fn(0) .. fn(count - 1) shared out over the members: each takes the next index no one has
+  // taken, so a long task early in the list does not leave its member a share as large as
+  // the others'.
   void ForEach(int count, const std::function<void(int index)>& fn);
 
  private:
