@@ -71,8 +71,6 @@ bool ScenarioRunClock(const Session& session, const ScenarioSettings& s, int64_t
 // layout and the carrier.
 void ScenarioArgs(const ScenarioSettings& sc, const RunClock& clock,
                   observation::TrajectoryRunArgs& args) {
-  args.codeNoiseSigma = sc.CodeNoiseSigma;
-  args.phaseNoiseSigma = sc.PhaseNoiseSigma;
   args.rinexStandardLayout = sc.RinexStandardLayout;
   args.intervalMs = sc.ObservationInterval;
   args.gpsWeek = ScenarioGpsTime(sc).week;

@@ -5,6 +5,7 @@
 
 #include "gnss/time_coords.h"
 #include "orbits/satellite_position.h"
+#include "platform/random.h"
 
 namespace vorel::observation {
 namespace {
@@ -51,7 +52,6 @@ EpochContext ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, 
   orbits::Vec3 position{};
   orbits::Vec3 rotated{};
   double relativisticTerm = 0.0;
-  double noise[2];
   const double* rx = loop.receiverEcef.data();
 
   std::vector<DisplayRow>& display = env.state.displayRows;
@@ -157,9 +157,10 @@ EpochContext ComputeEpoch(EpochEnvironment& env, const TrajectoryRunArgs& args, 
               ? orbits::MessageClockBias(env.table, tTransmit, s, relativisticTerm)
               : orbits::SatelliteClockBias(env.table, tTransmit, s);
 
-      // The noise draws reach no observable, but they advance the run-time rand.
-      gnss::GaussianSamples(0.0, args.codeNoiseSigma, noise, 2, env.rand);
-      gnss::GaussianSamples(0.0, args.phaseNoiseSigma, noise, 2, env.rand);
+      // The code and phase noise draws reach no observable; what they leave behind is the
+      // run-time rand moved on by the seed each takes, so that is all that is done.
+      platform::CrtRand(env.rand);
+      platform::CrtRand(env.rand);
 
       AdvanceEvent(loop.activeEvent, s, timeMs);
 

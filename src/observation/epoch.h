@@ -140,8 +140,6 @@ struct TrajectoryRunArgs {
   platform::LineReader* trajectoryFile = nullptr;  // null: static receiver
   int32_t intervalMs = 500;
   int32_t carriedFlag = 0;
-  double codeNoiseSigma = 0.0;
-  double phaseNoiseSigma = 0.0;
   int32_t ionoEnabled = 0;
   int32_t ionoModel = 0;
   int32_t month = 0;
