@@ -270,6 +270,7 @@ navmsg::NavMessageSettings NavSettings(const Session& s) {
   n.navPrn = st.nav.navPrn;
   n.SatClockFromMessage = st.nav.SatClockFromMessage;
   n.IodcFollowsIode = st.nav.IodcFollowsIode;
+  n.NavRecordAsRanges = st.nav.NavRecordAsRanges;
   for (int i = 0; i < 4; ++i) {
     n.ionoAlpha[i] = st.atmosphere.ionoBroadcastTable.cells[0][i];
     n.ionoBeta[i] = st.atmosphere.ionoBroadcastTable.cells[1][i];

@@ -142,7 +142,7 @@ constexpr ProfileValue kProfileValues[] = {
     {"TroposphereInRanges", "0", "1"},   {"AtmosphereUpdateInterval", "0", "1000"},
     {"RinexStandardLayout", "0", "2"},   {"RinexNavBeside", "0", "1"},
     {"CodeWrapFloor", "0", "1"},         {"WholeBlockRate", "0", "1"},
-    {"CodeEpochOnWrap", "0", "1"},
+    {"CodeEpochOnWrap", "0", "1"},       {"NavRecordAsRanges", "0", "1"},
 };
 
 // A station name goes into a file name of fixed width: exactly four letters or digits.
@@ -253,7 +253,7 @@ const platform::SettingTable<ScenarioSettings>& ScenarioSettingTable() {
        .meaning = "system: every output as the program makes it; receiver: IodcFollowsIode 1, "
                   "SatClockFromMessage 1, TroposphereInRanges 1, AtmosphereUpdateInterval 1000, "
                   "RinexStandardLayout 2, RinexNavBeside 1, CodeWrapFloor 1, WholeBlockRate 1, "
-                  "CodeEpochOnWrap 1, each unless given itself",
+                  "CodeEpochOnWrap 1, NavRecordAsRanges 1, each unless given itself",
        .choices = kProfiles},
       {.name = "RinexStationName", .member = &S::RinexStationName, .type = "text",
        .meaning = "4 letters or digits: MARKER NAME and the first four characters of the "

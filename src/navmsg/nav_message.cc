@@ -128,7 +128,7 @@ int WriteMessage(int prn, const NavMessageSettings& settings, orbits::Constellat
   const auto& b = settings.ionoBeta;
   GnssNavMessage(prn, table, a[0], a[1], a[2], a[3], b[0], b[1], b[2], b[3], t,
                  files.binary.stream(), files.text.stream(), state, settings.IodcFollowsIode == 1,
-                 settings.SatClockFromMessage == 1);
+                 settings.SatClockFromMessage == 1, settings.NavRecordAsRanges == 1);
   return files.Close(messages);
 }
 
@@ -137,7 +137,8 @@ int WriteMessage(int prn, const NavMessageSettings& settings, orbits::Constellat
 int GnssNavMessage(int prn, orbits::ConstellationTable& table, double alpha0, double alpha1,
                    double alpha2, double alpha3, double beta0, double beta1, double beta2,
                    double beta3, double t, std::FILE* binaryFile, std::FILE* textFile,
-                   NavMessageState& state, bool iodcFollowsIode, bool fileTgd) {
+                   NavMessageState& state, bool iodcFollowsIode, bool fileTgd,
+                   bool recordAsRanges) {
   if (!ValidPrn(prn)) return -1;
   state.frame = NavFrame{};
   state.previousWord = NavWord{};
@@ -149,7 +150,9 @@ int GnssNavMessage(int prn, orbits::ConstellationTable& table, double alpha0, do
   const HealthCode health{};
 
   // One record, chosen at t0, serves the whole stream; a failed selection leaves record 0.
-  orbits::SelectOrbitRecord(t0, table, prn - 1);
+  // The ranges choose again every epoch: a millisecond later, at an even hour, they fly
+  // the next record, which is what recordAsRanges takes.
+  orbits::SelectOrbitRecord(recordAsRanges ? t0 + 0.001 : t0, table, prn - 1);
   const int selected = table.rows[prn - 1].selectedRecord;
   if (selected < 0 || selected >= orbits::kRecordsPerSet) return -1;
   const orbits::OrbitRecord rec = table.rows[prn - 1].broadcastRecords[selected];

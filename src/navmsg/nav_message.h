@@ -40,7 +40,8 @@ struct NavMessageState {
 int GnssNavMessage(int prn, orbits::ConstellationTable& table, double alpha0, double alpha1,
                    double alpha2, double alpha3, double beta0, double beta1, double beta2,
                    double beta3, double t, std::FILE* binaryFile, std::FILE* textFile,
-                   NavMessageState& state, bool iodcFollowsIode = false, bool fileTgd = false);
+                   NavMessageState& state, bool iodcFollowsIode = false, bool fileTgd = false,
+                   bool recordAsRanges = false);
 
 // The settings of the navigation message commands as the user gives them.
 struct NavPanelValues {
@@ -49,6 +50,10 @@ struct NavPanelValues {
   // 1: subframe 1 sends the navigation file's TGD (and the runs put the message's clock
   // in the ranges); 0: TGD 0, as the program always sent it.
   int32_t SatClockFromMessage = 0;
+  // 1: the stream carries the record the ranges fly just after the page grid's start
+  // (chosen at t0 + 1 ms); 0: the record chosen at t0 itself, which at an even hour of a
+  // file's own epochs can be none, so record 0.
+  int32_t NavRecordAsRanges = 0;
 };
 
 const platform::SettingTable<NavPanelValues>& NavSettingTable();

@@ -48,13 +48,13 @@ struct Stream {
 };
 
 Stream Generate(int prn, orbits::ConstellationTable& table, double t, bool iodcFollowsIode = false,
-                double alpha0 = 0.0, bool fileTgd = false) {
+                double alpha0 = 0.0, bool fileTgd = false, bool recordAsRanges = false) {
   NavMessageState state;
   std::FILE* bin = std::tmpfile();
   std::FILE* txt = std::tmpfile();
   Stream s;
   s.result = GnssNavMessage(prn, table, alpha0, 0, 0, 0, 0, 0, 0, 0, t, bin, txt, state,
-                            iodcFollowsIode, fileTgd);
+                            iodcFollowsIode, fileTgd, recordAsRanges);
   auto slurp = [](std::FILE* f) {
     std::string out;
     std::rewind(f);
@@ -163,6 +163,22 @@ TEST(GnssNavMessage, RecordIsChosenAtTheStartOfThePageCycle) {
   EXPECT_EQ(sfs[1].Field(271, 16), 450u);
   // Every frame repeats it.
   EXPECT_EQ(sfs[5 * 58 + 1].Field(61, 8), 22u);
+
+  // A page cycle that starts on an even hour of the file's own epochs (Thursday 14:00):
+  // neither the 14:00 record (0 s ahead) nor the 16:00 one (7200 s) is strictly inside the
+  // two hours, so the stream falls back to record 0, the day's first; the ranges fly the
+  // 16:00 record from a millisecond later, and so does the stream when asked to.
+  row.recordCount = 3;
+  row.trueRecords[0] = row.broadcastRecords[0] = Record(345600.0, 11);
+  row.trueRecords[1] = row.broadcastRecords[1] = Record(396000.0, 22);
+  row.trueRecords[2] = row.broadcastRecords[2] = Record(403200.0, 33);
+  const double fourteen = 396024.0;
+  const auto first = decoder::DecodeStream(decoder::BitsFromText(Generate(1, table, fourteen).text));
+  EXPECT_EQ(first[1].Field(61, 8), 11u);
+  const auto asRanges = decoder::DecodeStream(
+      decoder::BitsFromText(Generate(1, table, fourteen, false, 0.0, false, true).text));
+  EXPECT_EQ(asRanges[1].Field(61, 8), 33u);
+  EXPECT_EQ(asRanges[1].Field(271, 16), 403200u / 16);  // toe in units of 16 s
 }
 
 TEST(GnssNavMessage, OtherPrnsAndOptions) {
