@@ -1,11 +1,19 @@
 #pragma once
 // The benchmarks' sky: a full GPS-like constellation and a static receiver under it.
 
+#include <atomic>
 #include <cmath>
+#include <filesystem>
 #include <memory>
+#include <vector>
 
 #include "observation/epoch.h"
+#include "observation/epoch_sink.h"
+#include "observation/record_writers.h"
+#include "observation/trajectory.h"
 #include "orbits/orbit_record.h"
+#include "platform/messages.h"
+#include "platform/text_file.h"
 
 namespace vorel::bench {
 
@@ -47,6 +55,30 @@ inline observation::TrajectoryRunArgs StaticArgs() {
   args.startMs = 345600000;
   args.satelliteCount = 32;
   return args;
+}
+
+// One minute of the static receiver at 1 ms into a .scn record at `path`, with `extra`
+// sinks beside the record's; false when the run or the record did not end whole.
+inline bool RunStaticScnMinute(orbits::ConstellationTable& table,
+                               const std::filesystem::path& path,
+                               const std::vector<observation::EpochSink*>& extra = {}) {
+  observation::EpochState state;
+  platform::RandState rand;
+  observation::EpochEnvironment env{table, state, rand};
+  platform::OutputFile out;
+  if (!out.Open(path)) return false;
+  observation::TrajectoryRunArgs args = StaticArgs();
+  args.intervalMs = 1;
+  args.durationArg = 60;
+  args.recordType = observation::kRecordScn;
+  auto record = observation::MakeRecordSink(args.recordType, out);
+  env.sinks.push_back(record.get());
+  env.sinks.insert(env.sinks.end(), extra.begin(), extra.end());
+  observation::EpochResult result;
+  std::atomic<uint8_t> runActive{1};
+  const platform::Status status =
+      observation::SimulateTrajectory(env, args, result, runActive, platform::Messages::Silent());
+  return out.Close() && status.ok();
 }
 
 }  // namespace vorel::bench

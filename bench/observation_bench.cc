@@ -52,24 +52,8 @@ BENCHMARK(BM_ComputeEpoch32Satellites);
 void BM_StaticScnRun60sAt1ms(benchmark::State& st) {
   auto table = FullSky();
   const auto path = std::filesystem::temp_directory_path() / "vorel-bench-run.scn";
-  for (auto _ : st) {
-    observation::EpochState state;
-    platform::RandState rand;
-    observation::EpochEnvironment env{*table, state, rand};
-    platform::OutputFile out;
-    out.Open(path);
-    auto args = StaticArgs();
-    args.intervalMs = 1;
-    args.durationArg = 60;
-    args.recordType = observation::kRecordScn;
-    auto record = observation::MakeRecordSink(args.recordType, out);
-    env.sinks.push_back(record.get());
-    observation::EpochResult result;
-    std::atomic<uint8_t> runActive{1};
-    const platform::Status status =
-        observation::SimulateTrajectory(env, args, result, runActive, platform::Messages::Silent());
-    if (!out.Close() || !status.ok()) st.SkipWithError("the run did not end whole");
-  }
+  for (auto _ : st)
+    if (!bench::RunStaticScnMinute(*table, path)) st.SkipWithError("the run did not end whole");
   st.counters["epochs"] = 60001;
   std::filesystem::remove(path);
 }

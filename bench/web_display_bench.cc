@@ -36,23 +36,11 @@ void RunOneMinute(benchmark::State& st, bool withDisplay) {
   web::DisplayMapLayers layers(std::filesystem::path(VOREL_SOURCE_DATA_DIR), warning);
   web::WebDisplay display(events, &layers);
   for (auto _ : st) {
-    observation::EpochState state;
-    platform::RandState rand;
-    observation::EpochEnvironment env{*table, state, rand};
-    platform::OutputFile out;
-    out.Open(path);
-    observation::TrajectoryRunArgs args = bench::StaticArgs();
-    args.intervalMs = 1;
-    args.durationArg = 60;
-    args.recordType = observation::kRecordScn;
-    auto record = observation::MakeRecordSink(args.recordType, out);
-    env.sinks.push_back(record.get());
     std::optional<observation::DisplaySink> sky;
-    if (withDisplay) env.sinks.push_back(&sky.emplace(display));
-    observation::EpochResult result;
-    std::atomic<uint8_t> runActive{1};
-    observation::SimulateTrajectory(env, args, result, runActive, platform::Messages::Silent());
-    out.Close();
+    std::vector<observation::EpochSink*> extra;
+    if (withDisplay) extra.push_back(&sky.emplace(display));
+    if (!bench::RunStaticScnMinute(*table, path, extra))
+      st.SkipWithError("the run did not end whole");
   }
   st.counters["displayTicks"] = static_cast<double>(events.LastId());
   std::filesystem::remove(path);
