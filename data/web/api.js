@@ -16,6 +16,18 @@ export async function api(path, body) {
   return {ok: response.ok, status: response.status, data};
 }
 
+// Shows a PNG response in `img` once it has loaded, and lets the image it replaces go.
+export async function showImage(img, response) {
+  const url = URL.createObjectURL(await response.blob());
+  await new Promise((resolve) => {
+    img.onload = resolve;
+    img.onerror = resolve;
+    img.src = url;
+  });
+  if (img.dataset.url) URL.revokeObjectURL(img.dataset.url);
+  img.dataset.url = url;
+}
+
 export function formatSize(bytes) {
   const units = ['B', 'kB', 'MB', 'GB'];
   let value = bytes;

@@ -2,6 +2,8 @@
 // each satellite on its plane at its reference time. The server draws it; with no orbits
 // loaded it shows the axes and the grid alone.
 
+import {showImage} from './api.js';
+
 export async function refreshOrbitChart() {
   const img = document.getElementById('orbit-chart');
   const response = await fetch(`/api/orbit-chart.png?t=${Date.now()}`);
@@ -9,12 +11,5 @@ export async function refreshOrbitChart() {
   document.getElementById('orbit-chart-note').textContent =
       response.ok ? '' : `the orbit chart could not be drawn (${response.status})`;
   if (!response.ok) return;
-  const url = URL.createObjectURL(await response.blob());
-  await new Promise((resolve) => {
-    img.onload = resolve;
-    img.onerror = resolve;
-    img.src = url;
-  });
-  if (img.dataset.url) URL.revokeObjectURL(img.dataset.url);
-  img.dataset.url = url;
+  await showImage(img, response);
 }

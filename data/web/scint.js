@@ -2,7 +2,7 @@
 // scint-generate and scint-clear with the settings of the Scintillation tab, as any other
 // run of the page; at each one's end the strip chart (amplitude and phase) and the fit's
 // graph are fetched again. Targets and fits pile up on the graph until Clear.
-import {api} from './api.js';
+import {api, showImage} from './api.js';
 import {renderPanels} from './settings.js';
 
 async function showPlot(img, path) {
@@ -10,14 +10,7 @@ async function showPlot(img, path) {
   if (response.status === 409) return;  // a run goes on
   img.hidden = response.status !== 200;
   if (response.status !== 200) return;
-  const url = URL.createObjectURL(await response.blob());
-  await new Promise((resolve) => {
-    img.onload = resolve;
-    img.onerror = resolve;
-    img.src = url;
-  });
-  if (img.dataset.url) URL.revokeObjectURL(img.dataset.url);
-  img.dataset.url = url;
+  await showImage(img, response);
 }
 
 export async function refreshScintPlots() {
