@@ -18,6 +18,11 @@ dif::DifPanelValues DifPanelFromSettings(const Settings& settings) {
   return panel;
 }
 
+int DifThreadCount(const Settings& settings) {
+  const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+  return settings.dif.DifThreads > 0 ? settings.dif.DifThreads : static_cast<int>(cores);
+}
+
 int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutcome& outcome) {
   const Settings settings = session.settings;  // a run reads its settings once
   dif::DifRunPaths paths;
@@ -36,8 +41,7 @@ int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutco
   paths.dataDir = session.dataDir.root();
 
   dif::GeneratorSpeed speed;
-  const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
-  speed.threads = settings.dif.DifThreads > 0 ? settings.dif.DifThreads : static_cast<int>(cores);
+  speed.threads = DifThreadCount(settings);
   const dif::DifPanelValues panel = DifPanelFromSettings(settings);
   if (const dif::DifSettings derived = dif::GatherDifSettings(panel);
       dif::CheckDifSettings(derived).empty())

@@ -19,6 +19,9 @@ dif::DifPanelValues DifPanelFromSettings(const Settings& settings);
 // setting was refused or a popup ended the run.
 int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutcome& outcome);
 
+// The threads a DIF run takes: DifThreads, or one per core when it is 0.
+int DifThreadCount(const Settings& settings);
+
 // What a run writes of each millisecond: the generator computes computedPerMs samples,
 // the file holds writtenPerMs of them (every decimation-th), and the last skippedPerMs are
 // left out.

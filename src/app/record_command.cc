@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <thread>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -18,6 +19,7 @@
 #include "app/dif_command.h"
 #include "app/scenario_runs.h"
 #include "app/startup.h"
+#include "dif/iq_generation.h"
 #include "dif/recording_description.h"
 #include "dif/scn_reader.h"
 #include "gnss/constants.h"
@@ -35,6 +37,10 @@ constexpr double kSecondsOfWeek = 604800.0;
 constexpr double kEphemerisReach = 7200.0;
 // The share of the work the observation run takes (the samples take the rest).
 constexpr double kObservationShare = 15.0;
+// The epochs of the record behind a complex recording: 20 ms apart, the I/Q form taking the
+// range as a straight line between them (at most 10 micrometres off), a twentieth of the
+// work of one epoch a millisecond. The real form reads one epoch a millisecond.
+constexpr int32_t kIqRecordIntervalMs = 20;
 
 struct RecordOptions {
   std::string orbits;
@@ -60,7 +66,7 @@ std::optional<Refusal> Refuse(std::string text, int status = 1) {
   return Refusal{std::move(text), status};
 }
 
-// The folder of the 1 ms record, removed with everything in it when the command ends.
+// The folder of the record, removed with everything in it when the command ends.
 class TemporaryFolder {
  public:
   TemporaryFolder() {
@@ -199,7 +205,7 @@ std::optional<Refusal> RecordSettings(const CommandContext& c, const RecordOptio
   if (auto refusal = OptionAssignments(o, own)) return refusal;
   for (const std::string& a : own)
     if (!apply(a, "record")) return Refuse(error, 2);
-  st.scenario.ObservationInterval = 1;
+  st.scenario.ObservationInterval = o.Iq() ? kIqRecordIntervalMs : 1;
   st.scenario.RecordType = 5;
   st.scenario.ObservationEnabled = 1;
   st.scenario.ObservationOutputFile = record.string();
@@ -270,25 +276,28 @@ std::optional<Refusal> CheckOrbitValidity(const Session& s, const fs::path& file
   return std::nullopt;
 }
 
-// The satellites of the record's first millisecond with their Doppler (from the range
-// change over that millisecond), and how many satellites the record holds at any time.
+// The satellites of the record's first epoch with their Doppler (from the range change to
+// the next), and how many satellites the record holds at any time.
 void ScanRecord(const fs::path& record, std::vector<dif::SatelliteAtStart>& atStart,
                 int32_t& holds) {
   platform::LineReader file(record);
   dif::ScnReaderStatics statics;
   dif::RecordState state;
   dif::ScnReadIssues issues;
-  int32_t timeMs = 0, count = 0;
+  int32_t timeMs = 0, count = 0, firstMs = 0;
   std::set<int32_t> seen;
   std::map<int32_t, double> firstRange;
   for (int64_t epoch = 0; ReadScnEpoch(file, statics, state, timeMs, count, issues); ++epoch) {
+    if (epoch == 0) firstMs = statics.timeMs;
+    const int32_t spacing = epoch == 1 ? dif::EpochSpacingMs(firstMs, statics.timeMs) : 0;
     for (int32_t j = 0; j < std::clamp(statics.count, 0, 32); ++j) {
       const int32_t prn = state.prnList[j];
       if (prn < 1 || prn > 32) continue;
       seen.insert(prn);
       if (epoch == 0) firstRange[prn] = state.codeRange[prn - 1].next;
-      if (epoch == 1 && firstRange.count(prn)) {
-        const double rangeRate = (state.codeRange[prn - 1].next - firstRange[prn]) * 1000.0;
+      if (epoch == 1 && spacing > 0 && firstRange.count(prn)) {
+        const double rangeRate =
+            (state.codeRange[prn - 1].next - firstRange[prn]) * 1000.0 / spacing;
         atStart.push_back({prn, -rangeRate / gnss::kSpeedOfLight * gnss::kL1Frequency});
       }
     }
@@ -323,6 +332,68 @@ class CombinedProgress {
  private:
   platform::Messages& messages_;
   std::function<void(double)> original_;
+};
+
+// The navigation files, written beside the observation run where there are threads to
+// spare. Each message re-dates the orbits before it is made; once they have settled (see
+// SettleForMessages) the messages need only a copy of the table, in which each selects in
+// its own row, so they can be made while the run works on the session's table.
+class NavigationBeside {
+ public:
+  NavigationBeside(Session& s, int threads) : s_(s), threads_(threads), settings_(NavSettings(s)) {}
+  ~NavigationBeside() {
+    if (thread_.joinable()) thread_.join();
+  }
+
+  // Writes the files, or sets them going; false when writing them failed.
+  bool Start() {
+    auto redate = [this](double sow, int32_t week) { RedateOrbits(s_.constellation, sow, week); };
+    if (threads_ > 1 && settings_.OrbitsValid != 0) {
+      const orbits::ConstellationTable before = s_.constellation;
+      if (navmsg::SettleForMessages(settings_, s_.constellation, redate)) {
+        table_ = std::make_unique<orbits::ConstellationTable>(s_.constellation);
+        thread_ = std::thread([this] {
+          const platform::Messages recorder = log_.Recorder();
+          try {
+            result_ = navmsg::WriteAllNavigationFiles(settings_, *table_, s_.dataDir.root(),
+                                                      state_, recorder, {}, threads_);
+          } catch (const std::exception& e) {
+            recorder.Popup("Error message", e.what());
+            result_ = -1;
+          }
+        });
+        return true;
+      }
+      s_.constellation = before;
+    }
+    return navmsg::WriteAllNavigationFiles(settings_, s_.constellation, s_.dataDir.root(),
+                                           s_.navMessage, s_.messages, redate) == 0;
+  }
+
+  // Waits for the files and tells what their writing said; false when it failed. The
+  // session is left as writing them first would have left it: the message state, and the
+  // selections in the rows the run passes over (those without a usable record).
+  bool Finish() {
+    if (!thread_.joinable()) return true;
+    thread_.join();
+    log_.Replay(s_.messages);
+    if (result_ != 0) return false;
+    s_.navMessage = state_;
+    for (size_t r = 0; r < s_.constellation.rows.size(); ++r)
+      if (s_.constellation.rows[r].trueRecords[0].status != orbits::kStatusUsable)
+        s_.constellation.rows[r].selectedRecord = table_->rows[r].selectedRecord;
+    return true;
+  }
+
+ private:
+  Session& s_;
+  int threads_;
+  navmsg::NavMessageSettings settings_;
+  std::unique_ptr<orbits::ConstellationTable> table_;
+  std::thread thread_;
+  platform::MessageLog log_;
+  navmsg::NavMessageState state_;
+  int result_ = 0;
 };
 
 struct Written {
@@ -408,7 +479,7 @@ int Run(CommandContext& c, const RecordOptions& o) {
   Session& s = c.session;
   TemporaryFolder folder;
   if (folder.path().empty()) {
-    fmt::print(stderr, "record: no temporary folder could be made for the 1 ms record\n");
+    fmt::print(stderr, "record: no temporary folder could be made for the record\n");
     return 1;
   }
   const fs::path record = folder.path() / "record.scn";
@@ -426,17 +497,17 @@ int Run(CommandContext& c, const RecordOptions& o) {
   }
 
   CombinedProgress progress(s.messages);
-  if (navmsg::WriteAllNavigationFiles(
-          NavSettings(s), s.constellation, s.dataDir.root(), s.navMessage, s.messages,
-          [&s](double sow, int32_t week) { RedateOrbits(s.constellation, sow, week); }) != 0)
-    return 1;
+  NavigationBeside navigation(s, DifThreadCount(s.settings));
+  if (!navigation.Start()) return 1;
   progress.Stage(0.0, kObservationShare);
   // The samples need the record only as far as they go; a second more covers the last
   // block's next epoch with room to spare.
   const auto recordSeconds =
       static_cast<int32_t>(std::ceil(s.settings.dif.Duration * 60.0)) + 1;
-  if (const platform::Status observed = RunObservationSim(s, recordSeconds); !observed.ok())
-    return observed.ExitStatus();
+  const int32_t interval = s.settings.scenario.ObservationInterval;
+  const platform::Status observed = RunObservationSim(s, recordSeconds, 2 * interval - 2);
+  if (!navigation.Finish()) return 1;
+  if (!observed.ok()) return observed.ExitStatus();
   s.lastOutputs.clear();
 
   Written w;

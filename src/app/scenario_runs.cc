@@ -368,7 +368,7 @@ platform::Status ReceiverRunArgs(Session& session, const Settings& settings,
 
 platform::Status RunObservationSim(Session& session) { return RunObservationSim(session, 0); }
 
-platform::Status RunObservationSim(Session& session, int32_t lengthSeconds) {
+platform::Status RunObservationSim(Session& session, int32_t lengthSeconds, int32_t earlierMs) {
   const Settings settings = session.settings;  // a run reads its settings once
   const ScenarioSettings& sc = settings.scenario;
   platform::RunActiveScope active(session.RunActive);
@@ -381,6 +381,8 @@ platform::Status RunObservationSim(Session& session, int32_t lengthSeconds) {
     args.durationArg = std::min(args.durationArg, lengthSeconds);
     args.endAtDuration = true;
   }
+  if (earlierMs > 0 && sc.TrajectoryMode == 1 && args.startMs >= earlierMs)
+    args.startMs -= earlierMs;
 
   platform::LineReader trajectory;  // the run's own: closed when the run ends
   std::filesystem::path trajectoryPath;

@@ -59,8 +59,11 @@ platform::Status SkyRowsAtStart(Session& session, std::vector<observation::Displ
 platform::Status RunObservationSim(Session& session);
 // The same run ended sooner than ScenarioDuration, at the first epoch at or past
 // `lengthSeconds` of a receiver that stays put: for a caller that needs only the record's
-// first seconds.
-platform::Status RunObservationSim(Session& session, int32_t lengthSeconds);
+// first seconds. `earlierMs` moves every epoch of a static receiver that many ms earlier
+// (ignored where it would reach back past the week's start): with epochs N ms apart, 2N - 2
+// puts the first written epoch 2 ms after the start, where a 1 ms record's lies.
+platform::Status RunObservationSim(Session& session, int32_t lengthSeconds,
+                                   int32_t earlierMs = 0);
 // The four reference stations in turn, each as above; a stop lets the remaining
 // stations start and end at once, a failure ends the chain.
 platform::Status RunRawGeneration(Session& session);

@@ -160,6 +160,10 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
                               outcome.report);
   }
   const bool stopped = RunActive.load(std::memory_order_relaxed) == 0;
+  if (!outcome.report.refusal.empty()) {
+    output.Abandon();
+    return fail(outcome.report.refusal, true);
+  }
 
   // Clean-up: the record, the scintillation file, the output; the buffers go with the run.
   recordFile.Close();

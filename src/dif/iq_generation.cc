@@ -17,7 +17,11 @@ namespace {
 constexpr double kMetresPerMs = 299792.458;
 constexpr double kTwo32 = 4294967296.0;
 constexpr int32_t kChunk = 4096;      // samples summed in cache at a time
-constexpr int32_t kBatchBlocks = 32;  // blocks planned, made (on the team) and written at once
+// Blocks are planned, made (on the team) and written a batch at a time: at least 32 blocks
+// and about 2^20 samples, so that at low rates the team is woken a few hundred times a run
+// rather than once every 32 ms of signal.
+constexpr int32_t kMinBatchBlocks = 32;
+constexpr int64_t kBatchSamples = int64_t{1} << 18;
 constexpr double kThermalNoiseDbw = -204.0;  // kT at 290 K, dBW/Hz
 
 int64_t FloorDiv(int64_t a, int64_t b) {
@@ -27,6 +31,15 @@ int64_t FloorDiv(int64_t a, int64_t b) {
 }
 
 double Fraction(double x) { return x - std::floor(x); }
+
+// The range `k` ms into a pair of epochs `interval` ms apart, on the straight line between
+// them; the epochs' own ranges at either end, exactly.
+double RangeBetween(const RangePair& range, int32_t k, int32_t interval) {
+  if (k == 0) return range.previous;
+  if (k == interval) return range.next;
+  return range.previous + (range.next - range.previous) * static_cast<double>(k) /
+                              static_cast<double>(interval);
+}
 
 // The bit sent in millisecond `ms` (counted from the start of the week) of the channel.
 float BitOfMillisecond(int64_t ms, IqBitSource& bits) {
@@ -60,11 +73,13 @@ int64_t MakeIqBlock(const IqBlockPlan& plan, float sigma, int bytes, bool vector
   for (int32_t c0 = 0; c0 < plan.count; c0 += kChunk) {
     const int32_t c1 = std::min(plan.count, c0 + kChunk);
     const int32_t len = c1 - c0;
-    std::fill_n(sumI, len + 16, 0.0f);
-    std::fill_n(sumQ, len + 16, 0.0f);
+    if (!vectorised || plan.channels == 0) {
+      std::fill_n(sumI, len + 16, 0.0f);
+      std::fill_n(sumQ, len + 16, 0.0f);
+    }
     for (int32_t ch = 0; ch < plan.channels; ++ch) {
       if (vectorised)
-        AddIqChannelFast(plan.channel[ch], c0, c1, sumI, sumQ);
+        AddIqChannelFast(plan.channel[ch], c0, c1, sumI, sumQ, true, ch == 0);
       else
         AddIqChannelPlain(plan.channel[ch], c0, c1, sumI, sumQ);
     }
@@ -86,6 +101,15 @@ int64_t MakeIqBlock(const IqBlockPlan& plan, float sigma, int bytes, bool vector
 }  // namespace
 
 int64_t IqFirstSample(int64_t block, int64_t rate) { return (block * rate + 999) / 1000; }
+
+int32_t EpochSpacingMs(int32_t fromMs, int32_t toMs) {
+  constexpr int64_t kWeekMs = 604800000;
+  const int64_t d = (static_cast<int64_t>(toMs) - fromMs) % kWeekMs;
+  const int64_t spacing = d < 0 ? d + kWeekMs : d;
+  // Anything past the longest interval the form reads is reported as it is, or as -1 when
+  // it is more than a day (a record that runs backward).
+  return spacing <= 86400000 ? static_cast<int32_t>(spacing) : -1;
+}
 
 float IqNoiseSigma(float amplitude, double cn0, double rate) {
   // C/N0 = A^2 / N0 and N0 = 2 sigma^2 / fs for complex noise of sigma per component.
@@ -166,6 +190,20 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
   ScnReadIssues issues;
   int32_t timeMs = 0, count = 0;
   if (!ReadFirstTwoEpochs(record, files, ctx, report, timeMs, count, issues)) return 0;
+  // Epochs `interval` ms apart: a block lies within the pair of epochs around it, at
+  // `offset` ms past the earlier, and its ranges are interpolated between theirs. The
+  // first block is the record's first epoch plus 1 ms, as with a 1 ms record (whose blocks
+  // are its epochs from the second on, each taken as one millisecond whatever its time).
+  const int32_t interval = EpochSpacingMs(timeMs, ctx.state.scnReader.timeMs);
+  if (interval < 1 || interval > kIqMaxRecordIntervalMs) {
+    report.refusal = fmt::format(
+        "record {}: its first epochs are {} ms apart; the I/Q form reads records of 1 to {} "
+        "ms (ObservationInterval)",
+        files.record->path(), interval, kIqMaxRecordIntervalMs);
+    return 0;
+  }
+  int32_t offset = 1;
+  int32_t epochMs = timeMs;
   ctx.state.navBitTable.EnsureAllocated();
   std::array<IqBitSource, 32> bits{};
   for (int p = 0; p < 32; ++p) {
@@ -180,13 +218,19 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
   // other (made in the round before) and then plans the next batch into it, so that the
   // record's reading and the file's writing overlap the sample making.
   struct Batch {
-    std::vector<IqBlockPlan> plans{kBatchBlocks};
+    std::vector<IqBlockPlan> plans;
     std::vector<uint8_t> out;
-    std::array<int64_t, kBatchBlocks> held{};
+    std::vector<int64_t> held;
     int32_t planned = 0;
   };
   std::array<Batch, 2> batches;
-  for (Batch& b : batches) b.out.resize(static_cast<size_t>(blockBytes * kBatchBlocks));
+  const auto batchBlocks = static_cast<int32_t>(
+      std::max<int64_t>(kMinBatchBlocks, kBatchSamples / std::max<int64_t>(1, maxCount)));
+  for (Batch& b : batches) {
+    b.plans.resize(static_cast<size_t>(batchBlocks));
+    b.held.resize(static_cast<size_t>(batchBlocks));
+    b.out.resize(static_cast<size_t>(blockBytes * batchBlocks));
+  }
   bool warnedBefore = false;
   int64_t block = 0;
   bool more = totalMs > 0;
@@ -194,14 +238,28 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
   // Plans blocks in record order until the batch is full or the run ends.
   auto plan = [&](Batch& batch) {
     batch.planned = 0;
-    while (more && batch.planned < kBatchBlocks && block < totalMs) {
-      if (!ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues)) {
-        ctx.messages.Warn(fmt::format(
-            "record {} ended after {} ms of the {} asked for: the run ends with the record",
-            files.record->path(), block, totalMs));
-        report.recordEnded = true;
-        more = false;
-        break;
+    while (more && batch.planned < batchBlocks && block < totalMs) {
+      if (offset == interval) {
+        if (!ReadScnEpoch(*files.record, ctx.state.scnReader, record, timeMs, count, issues)) {
+          ctx.messages.Warn(fmt::format(
+              "record {} ended after {} ms of the {} asked for: the run ends with the record",
+              files.record->path(), block, totalMs));
+          report.recordEnded = true;
+          more = false;
+          break;
+        }
+        const int32_t spacing = EpochSpacingMs(timeMs, ctx.state.scnReader.timeMs);
+        if (interval > 1 && spacing != interval) {
+          ctx.messages.Warn(fmt::format(
+              "record {}: the epoch after {} ms of the week comes {} ms after it, not {}: the "
+              "run ends there, after {} ms",
+              files.record->path(), timeMs, spacing, interval, block));
+          report.recordEnded = true;
+          more = false;
+          break;
+        }
+        offset = 0;
+        epochMs = timeMs;
       }
       IqBlockPlan& p = batch.plans[batch.planned];
       p.block = block;
@@ -216,7 +274,9 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
         const RangePair& range = record.codeRange[prn - 1];
         if (range.previous == 0.0 || range.next == 0.0) continue;  // not in both epochs
         IqBitSource& source = bits[prn - 1];
-        PlanIqChannel(timing, block, timeMs, range.previous, range.next, source, (*codes)[prn - 1],
+        PlanIqChannel(timing, block, epochMs + offset,
+                      RangeBetween(range, offset, interval),
+                      RangeBetween(range, offset + 1, interval), source, (*codes)[prn - 1],
                       p.channel[p.channels++]);
         pastRow = pastRow || source.pastRow;
         if (source.beforeRow && !warnedBefore) {
@@ -228,6 +288,7 @@ int GenerateIqSamples(const DifSettings& s, RecordState& record, const Generator
       }
       ++batch.planned;
       ++block;
+      ++offset;
       if (pastRow) {
         ctx.messages.Warn(fmt::format(
             "the navigation bits (1740 s from the 12.5-minute frame of the run's start) ran "

@@ -2,11 +2,12 @@
 // The complex baseband (I/Q) form of the DIF run: the satellites of a .scn record at any
 // sampling rate, interleaved I then Q, 8 or 16 bits, written for SDR playback.
 //
-// Block b (one record epoch, one millisecond) holds the samples g with
+// Block b (one millisecond) holds the samples g with
 // ceil(b fs / 1000) <= g < ceil((b + 1) fs / 1000), so that a rate which is not a multiple
 // of 1 kHz still gives every sample its exact time g / fs. Each channel's code and carrier
-// phase at the block's first sample are computed afresh from the ranges (linear over the
-// millisecond), and within the block by exact integer steps: the code timing does not drift.
+// phase at the block's first sample are computed afresh from the ranges (linear between the
+// record's epochs, which may lie 1 to 100 ms apart), and within the block by exact integer
+// steps: the code timing does not drift.
 
 #include <array>
 #include <cstdint>
@@ -30,6 +31,15 @@ struct IqBitSource {
   bool beforeRow = false;
   bool pastRow = false;
 };
+
+// The longest spacing of a record's epochs the form reads: between them the range is taken
+// as a straight line, which at 100 ms is off by at most a quarter of a millimetre (a
+// satellite's range acceleration seen from the ground stays below 0.2 m/s^2).
+inline constexpr int32_t kIqMaxRecordIntervalMs = 100;
+
+// Milliseconds from one epoch time (ms of the week) to the next, across a week's end; -1
+// when the second lies more than a day after the first (or before it).
+int32_t EpochSpacingMs(int32_t fromMs, int32_t toMs);
 
 // ceil(block x rate / 1000): the block's first sample.
 int64_t IqFirstSample(int64_t block, int64_t rate);

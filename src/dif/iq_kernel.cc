@@ -137,7 +137,7 @@ VOREL_LANES_INLINE void GainTheCode(const IqChannelPlan& p, uint32_t from, uint3
 // entries of a step lie within 2W entries from the first lane's (after it when the phase
 // turns forward, before it when backward), so two loads and a two-vector shuffle each for
 // cos and sin take the place of two gathers.
-template <int W, bool kCodeWindow, bool kCarrierWindow>
+template <int W, bool kCodeWindow, bool kCarrierWindow, bool kOverwrite>
 VOREL_LANES_INLINE void LanesRange(const IqChannelPlan& p, int32_t first, int32_t end, float* I,
                                    float* Q) {
   using F = typename lanes::Vec<W>::F;
@@ -194,8 +194,11 @@ VOREL_LANES_INLINE void LanesRange(const IqChannelPlan& p, int32_t first, int32_
     }
     float* pi = I + (s - first);
     float* pq = Q + (s - first);
-    lanes::StoreU(pi, lanes::LoadU<F>(pi) + v * c);
-    lanes::StoreU(pq, lanes::LoadU<F>(pq) + v * sn);
+    // Overwriting is adding to sums of 0 (0 + x is x but for -0, which it makes +0).
+    const F sumI = kOverwrite ? F{} : lanes::LoadU<F>(pi);
+    const F sumQ = kOverwrite ? F{} : lanes::LoadU<F>(pq);
+    lanes::StoreU(pi, sumI + v * c);
+    lanes::StoreU(pq, sumQ + v * sn);
     phase0 += phaseW;
     theta0 += thetaW;
   }
@@ -211,7 +214,7 @@ bool CarrierFitsWindow(uint32_t carrierStep) {
   return (W - 1) * step <= static_cast<int64_t>(2 * W - 1) << kCarrierShift;
 }
 
-template <int W>
+template <int W, bool kOverwrite>
 VOREL_LANES_INLINE void ChooseRange(const IqChannelPlan& p, int32_t first, int32_t end, float* I,
                                     float* Q) {
   static_assert(2 * W <= kIqCarrierSpare);
@@ -219,23 +222,29 @@ VOREL_LANES_INLINE void ChooseRange(const IqChannelPlan& p, int32_t first, int32
   // Eight lanes shuffle two vectors by a sequence, slower than their gather.
   const bool carrierWindow = W == 16 && CarrierFitsWindow<W>(p.carrierStep);
   if (codeWindow && carrierWindow)
-    LanesRange<W, true, true>(p, first, end, I, Q);
+    LanesRange<W, true, true, kOverwrite>(p, first, end, I, Q);
   else if (codeWindow)
-    LanesRange<W, true, false>(p, first, end, I, Q);
+    LanesRange<W, true, false, kOverwrite>(p, first, end, I, Q);
   else if (carrierWindow)
-    LanesRange<W, false, true>(p, first, end, I, Q);
+    LanesRange<W, false, true, kOverwrite>(p, first, end, I, Q);
   else
-    LanesRange<W, false, false>(p, first, end, I, Q);
+    LanesRange<W, false, false, kOverwrite>(p, first, end, I, Q);
 }
 
 __attribute__((target("avx2"))) void Range8(const IqChannelPlan& p, int32_t first, int32_t end,
-                                            float* I, float* Q) {
-  ChooseRange<8>(p, first, end, I, Q);
+                                            float* I, float* Q, bool overwrite) {
+  if (overwrite)
+    ChooseRange<8, true>(p, first, end, I, Q);
+  else
+    ChooseRange<8, false>(p, first, end, I, Q);
 }
 
 __attribute__((target("avx512f"))) void Range16(const IqChannelPlan& p, int32_t first, int32_t end,
-                                                float* I, float* Q) {
-  ChooseRange<16>(p, first, end, I, Q);
+                                                float* I, float* Q, bool overwrite) {
+  if (overwrite)
+    ChooseRange<16, true>(p, first, end, I, Q);
+  else
+    ChooseRange<16, false>(p, first, end, I, Q);
 }
 #endif
 
@@ -248,20 +257,24 @@ void AddIqChannelPlain(const IqChannelPlan& plan, int32_t first, int32_t end, fl
 }
 
 void AddIqChannelFast(const IqChannelPlan& plan, int32_t first, int32_t end, float* i, float* q,
-                      bool wide) {
+                      bool wide, bool overwrite) {
 #if defined(__x86_64__)
   static const int width = __builtin_cpu_supports("avx512f") ? 16
                            : __builtin_cpu_supports("avx2")  ? 8
                                                              : 1;
   if (width == 16 && wide) {
-    Range16(plan, first, end, i, q);
+    Range16(plan, first, end, i, q, overwrite);
     return;
   }
   if (width >= 8) {
-    Range8(plan, first, end, i, q);
+    Range8(plan, first, end, i, q, overwrite);
     return;
   }
 #endif
+  if (overwrite) {
+    std::fill_n(i, end - first, 0.0f);
+    std::fill_n(q, end - first, 0.0f);
+  }
   AddIqChannelPlain(plan, first, end, i, q);
 }
 

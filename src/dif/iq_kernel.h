@@ -66,9 +66,10 @@ void SetIqPeriodStarts(IqChannelPlan& plan, int64_t count);
 void AddIqChannelPlain(const IqChannelPlan& plan, int32_t first, int32_t end, float* i, float* q);
 // The same numbers, eight or sixteen samples at a time where the machine has the lanes
 // (`wide` false: eight at most, for the tests). It may also write the up to 15 values after
-// end - first - 1 of i and q, which must have room for them.
+// end - first - 1 of i and q, which must have room for them. With `overwrite` the sums are
+// set as if they had held 0 before (the first channel of a block: no clearing beforehand).
 void AddIqChannelFast(const IqChannelPlan& plan, int32_t first, int32_t end, float* i, float* q,
-                      bool wide = true);
+                      bool wide = true, bool overwrite = false);
 
 // Rounds I and Q (interleaved in the output, I first) to the nearest level, ties away from
 // zero, and holds them at the format's limits; returns how many values were held.

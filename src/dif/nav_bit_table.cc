@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 namespace vorel::dif {
 
@@ -9,14 +10,16 @@ int32_t ReadNavBitFile(const std::filesystem::path& path, int32_t* row) {
   std::FILE* f = std::fopen(path.string().c_str(), "rb");
   if (!f) return -1;
   static_assert(sizeof(int32_t) == 4);
-  unsigned char buffer[4 * 1024];
+  // Large reads straight from the file: a row is a third of a megabyte.
+  std::setvbuf(f, nullptr, _IONBF, 0);
+  std::vector<unsigned char> buffer(4 * 16384);
   int32_t read = 0;
   while (read < kNavBitsPerRow) {
     const size_t want =
-        std::min<size_t>(sizeof buffer / 4, static_cast<size_t>(kNavBitsPerRow - read));
-    const size_t got = std::fread(buffer, 4, want, f);
+        std::min<size_t>(buffer.size() / 4, static_cast<size_t>(kNavBitsPerRow - read));
+    const size_t got = std::fread(buffer.data(), 4, want, f);
     for (size_t k = 0; k < got; ++k) {
-      const unsigned char* b = buffer + 4 * k;
+      const unsigned char* b = buffer.data() + 4 * k;
       row[read + static_cast<int32_t>(k)] = static_cast<int32_t>(
           static_cast<uint32_t>(b[0]) | static_cast<uint32_t>(b[1]) << 8 |
           static_cast<uint32_t>(b[2]) << 16 | static_cast<uint32_t>(b[3]) << 24);

@@ -79,6 +79,7 @@ struct GeneratorReport {
   bool recordEnded = false;  // the .scn record ended before Duration
   bool rowEnded = false;     // a navigation row ran out
   int64_t heldValues = 0;    // I/Q form: values held at the format's limits (clipped)
+  std::string refusal;       // an input the run cannot read: nothing it wrote is kept
 };
 
 // Reads the record's first two epochs, which every generator needs before its first block.

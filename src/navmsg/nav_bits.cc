@@ -1,5 +1,6 @@
 #include "navmsg/nav_bits.h"
 
+#include <bit>
 #include <cmath>
 #include <limits>
 
@@ -25,6 +26,14 @@ constexpr std::array<ParityRow, 6> kParityRows = {{
     {30, 15, {1, 3, 5, 6, 7, 9, 10, 14, 15, 16, 17, 18, 21, 22, 24}},
     {29, 13, {3, 5, 6, 8, 9, 10, 11, 13, 15, 19, 22, 23, 24}},
 }};
+
+// Each row's source bits as a mask over the packed data bits (bit dn - 1 for dn).
+constexpr std::array<uint32_t, 6> kParityMasks = [] {
+  std::array<uint32_t, 6> masks{};
+  for (int p = 0; p < 6; ++p)
+    for (int k = 0; k < kParityRows[p].count; ++k) masks[p] |= uint32_t{1} << (kParityRows[p].bits[k] - 1);
+  return masks;
+}();
 
 // Order in which d23, d24 are tried for words 2 and 10.
 constexpr std::array<std::array<NavBit, 2>, 4> kSolvedBitOrder = {{{0, 0}, {0, 1}, {1, 1}, {1, 0}}};
@@ -79,12 +88,15 @@ void ComputeParity(const NavWord& word, const NavWord& previousWord, NavBit* par
                    NavBit* transmitted) {
   const NavBit d29Star = previousWord[28] & 1;
   const NavBit d30Star = previousWord[29] & 1;
-  for (int i = 0; i < kDataBitsPerWord; ++i) transmitted[i] = word[i];
+  // The data bits side by side (bit i of `packed` is d(i+1)), each sum a count of ones.
+  uint32_t packed = 0;
+  for (int i = 0; i < kDataBitsPerWord; ++i) {
+    transmitted[i] = word[i];
+    packed |= static_cast<uint32_t>(word[i] & 1) << i;
+  }
   for (int p = 0; p < 6; ++p) {
-    const ParityRow& row = kParityRows[p];
-    NavBit sum = row.previousBit == 29 ? d29Star : d30Star;
-    for (int k = 0; k < row.count; ++k) sum ^= word[row.bits[k] - 1] & 1;
-    parity[p] = sum;
+    const NavBit star = kParityRows[p].previousBit == 29 ? d29Star : d30Star;
+    parity[p] = star ^ static_cast<NavBit>(std::popcount(packed & kParityMasks[p]) & 1);
   }
   if (d30Star == 1) {
     for (int i = 0; i < kDataBitsPerWord; ++i) transmitted[i] = 1 - (transmitted[i] & 1);

@@ -4,8 +4,12 @@
 
 #include <fmt/format.h>
 
+#include <atomic>
 #include <cmath>
+#include <exception>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "gnss/time_coords.h"
 #include "navmsg/almanac_pages.h"
@@ -116,6 +120,19 @@ double ScenarioTime(const NavMessageSettings& settings, const RedateOrbitsFn& re
   return time.secondsOfWeek;
 }
 
+// Whether two tables hold the same epochs (what re-dating changes) in every record.
+bool SameEpochs(const orbits::ConstellationTable& a, const orbits::ConstellationTable& b) {
+  auto same = [](const orbits::OrbitRecord& x, const orbits::OrbitRecord& y) {
+    return x.toe == y.toe && x.toc == y.toc && x.week == y.week;
+  };
+  for (size_t r = 0; r < a.rows.size(); ++r)
+    for (int k = 0; k < orbits::kRecordsPerSet; ++k)
+      if (!same(a.rows[r].trueRecords[k], b.rows[r].trueRecords[k]) ||
+          !same(a.rows[r].broadcastRecords[k], b.rows[r].broadcastRecords[k]))
+        return false;
+  return true;
+}
+
 // Opens the two files of one satellite, generates its message and closes them.
 int WriteMessage(int prn, const NavMessageSettings& settings, orbits::ConstellationTable& table,
                  const std::filesystem::path& binaryPath, const std::filesystem::path& textPath,
@@ -202,16 +219,64 @@ int WriteNavigationFiles(const NavMessageSettings& settings, orbits::Constellati
                       dataDir / "simulated.nva", state, messages, redateOrbits);
 }
 
+bool SettleForMessages(const NavMessageSettings& settings, orbits::ConstellationTable& table,
+                       const RedateOrbitsFn& redateOrbits) {
+  ScenarioTime(settings, redateOrbits);
+  const orbits::ConstellationTable once = table;
+  ScenarioTime(settings, redateOrbits);
+  return SameEpochs(once, table);
+}
+
 int WriteAllNavigationFiles(const NavMessageSettings& settings, orbits::ConstellationTable& table,
                   const std::filesystem::path& dataDir, NavMessageState& state,
-                  const platform::Messages& messages, const RedateOrbitsFn& redateOrbits) {
+                  const platform::Messages& messages, const RedateOrbitsFn& redateOrbits,
+                  int threads) {
   if (CheckOrbits(settings, messages) != 0) return -1;
   const std::filesystem::path navDir = dataDir / "NAV";
-  for (int prn = 1; prn <= kMessagePrnCount; ++prn) {
-    if (WriteMessage(prn, settings, table, navDir / fmt::format("navbin{}", prn),
-                     navDir / fmt::format("navascii{}", prn), state, messages, redateOrbits) != 0)
-      return -1;
+  auto write = [&](int prn, NavMessageState& st, const platform::Messages& m,
+                   const RedateOrbitsFn& redate) {
+    return WriteMessage(prn, settings, table, navDir / fmt::format("navbin{}", prn),
+                        navDir / fmt::format("navascii{}", prn), st, m, redate);
+  };
+  // Each message re-dates the table before it is made. Once the table has settled the
+  // messages, which each select in and read their own row only, are made side by side,
+  // each with its own state, and what they said is told afterwards in PRN order.
+  bool settled = false;
+  if (threads > 1) {
+    const orbits::ConstellationTable before = table;
+    settled = SettleForMessages(settings, table, redateOrbits);
+    if (!settled) table = before;  // one by one from where it stood
   }
+  if (!settled) {
+    for (int prn = 1; prn <= kMessagePrnCount; ++prn)
+      if (write(prn, state, messages, redateOrbits) != 0) return -1;
+    return 0;
+  }
+  std::vector<NavMessageState> states(kMessagePrnCount);
+  std::vector<platform::MessageLog> logs(kMessagePrnCount);
+  std::vector<int> results(kMessagePrnCount, 0);
+  std::atomic<int> next{0};
+  auto work = [&] {
+    for (int k = next.fetch_add(1); k < kMessagePrnCount; k = next.fetch_add(1)) {
+      const platform::Messages m = logs[k].Recorder();
+      try {
+        results[k] = write(k + 1, states[k], m, {});
+      } catch (const std::exception& e) {
+        m.Popup(kErrorTitle, e.what());
+        results[k] = -1;
+      }
+    }
+  };
+  std::vector<std::thread> helpers;
+  for (int h = 1; h < std::min(threads, kMessagePrnCount); ++h) helpers.emplace_back(work);
+  work();
+  for (std::thread& h : helpers) h.join();
+  // Told as the one-by-one loop tells them: up to the first PRN that failed.
+  for (int k = 0; k < kMessagePrnCount; ++k) {
+    logs[k].Replay(messages);
+    if (results[k] != 0) return -1;
+  }
+  state = states.back();
   return 0;
 }
 

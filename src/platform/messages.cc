@@ -34,4 +34,26 @@ Messages Messages::Stderr() {
 
 Messages Messages::Silent() { return Messages{}; }
 
+Messages MessageLog::Recorder() {
+  Messages m;
+  m.warning = [this](std::string_view text) {
+    entries_.push_back({Kind::kWarning, {}, std::string(text)});
+  };
+  m.popup = [this](std::string_view title, std::string_view text) {
+    entries_.push_back({Kind::kPopup, std::string(title), std::string(text)});
+  };
+  m.info = [this](std::string_view text) { entries_.push_back({Kind::kInfo, {}, std::string(text)}); };
+  return m;
+}
+
+void MessageLog::Replay(const Messages& to) const {
+  for (const Entry& e : entries_) {
+    switch (e.kind) {
+      case Kind::kWarning: to.Warn(e.text); break;
+      case Kind::kPopup: to.Popup(e.title, e.text); break;
+      case Kind::kInfo: to.Info(e.text); break;
+    }
+  }
+}
+
 }  // namespace vorel::platform

@@ -9,6 +9,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vorel::platform {
 
@@ -26,6 +27,24 @@ struct Messages {
 
   static Messages Stderr();
   static Messages Silent();
+};
+
+// What a piece of work said, kept to be told later in the order it was said: for work on
+// another thread, whose messages are told on the caller's once it is done. Progress is
+// dropped.
+class MessageLog {
+ public:
+  // Handlers that append to this log; the log must outlive them.
+  Messages Recorder();
+  void Replay(const Messages& to) const;
+
+ private:
+  enum class Kind { kWarning, kPopup, kInfo };
+  struct Entry {
+    Kind kind;
+    std::string title, text;
+  };
+  std::vector<Entry> entries_;
 };
 
 }  // namespace vorel::platform

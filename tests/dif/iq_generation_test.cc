@@ -48,8 +48,10 @@ constexpr int64_t kBitBase = 75000;
 
 int NavBitFileValue(int64_t i) { return static_cast<int>((i * 2654435761u >> 7) & 1); }
 
+// `epochs` epochs `spacingMs` apart from kFirstEpochMs; `gapAt` > 0 doubles the spacing
+// before that epoch.
 void WriteScenario(const std::filesystem::path& dir, const std::vector<Satellite>& sats,
-                   int epochs) {
+                   int epochs, int spacingMs = 1, int gapAt = 0) {
   std::filesystem::create_directories(dir / "NAV");
   std::vector<int32_t> bits(kNavBitsPerRow);
   for (int64_t i = 0; i < kNavBitsPerRow; ++i) bits[i] = NavBitFileValue(i);
@@ -60,9 +62,10 @@ void WriteScenario(const std::filesystem::path& dir, const std::vector<Satellite
   std::string text;
   char line[128];
   for (int e = 0; e < epochs; ++e) {
-    text += std::to_string(kFirstEpochMs + e) + "\n" + std::to_string(sats.size()) + "\n";
+    const int64_t ms = static_cast<int64_t>(e) * spacingMs + (gapAt > 0 && e >= gapAt ? spacingMs : 0);
+    text += std::to_string(kFirstEpochMs + ms) + "\n" + std::to_string(sats.size()) + "\n";
     for (const Satellite& s : sats) {
-      const double r = s.range0 + s.rate * e * 1.0e-3;
+      const double r = s.range0 + s.rate * static_cast<double>(ms) * 1.0e-3;
       std::snprintf(line, sizeof line, "%d %.6f %.6f 0\n", s.prn, r, r);
       text += line;
     }
@@ -215,6 +218,54 @@ TEST(IqGeneration, CodeTimingHoldsAtARateOffTheKilohertzGridAndWithAnOffset) {
   ExpectOneSatellite(SamplesOf(bytes, 2), s, 4000333.0, 1250000.5, 1000.0);
 }
 
+// A record of epochs 20 ms apart: the blocks take the ranges between them and start where
+// a 1 ms record's do, 1 ms after the first epoch; bits, code and carrier as the correlator
+// expects, and nearly every byte as from the 1 ms record of the same straight-line ranges.
+TEST(IqGeneration, RecordsOfWiderSpacingAreReadBetweenTheirEpochs) {
+  ScratchDir fine("iq_spacing_1"), wide("iq_spacing_20");
+  const std::vector<Satellite> sats = {{7, 21.0e6, -500.0}, {12, 23.5e6, 730.0}};
+  WriteScenario(fine.path(), sats, 1300);
+  WriteScenario(wide.path(), sats, 66, 20);
+  const DifPanelValues p = IqPanel(2600000, 0.02, "ci16");
+  DifRunOutcome outcome;
+  const std::string reference = RunIq(p, fine.path());
+  const std::string bytes = RunIq(p, wide.path(), &outcome);
+  ASSERT_TRUE(outcome.status.ok()) << outcome.status.reason();
+  ASSERT_EQ(bytes.size(), reference.size());
+  const auto x = SamplesOf(bytes, 2), y = SamplesOf(reference, 2);
+  int64_t differing = 0;
+  for (size_t k = 0; k < x.size(); ++k) differing += std::abs(x[k] - y[k]) > 1.5;
+  EXPECT_LT(differing, static_cast<int64_t>(x.size() / 1000));
+
+  // One satellite alone against the correlator, across the epochs and bit edges.
+  ScratchDir one("iq_spacing_one");
+  WriteScenario(one.path(), {sats[1]}, 66, 20);
+  const std::string alone = RunIq(p, one.path(), &outcome);
+  ASSERT_EQ(alone.size(), reference.size());
+  ExpectOneSatellite(SamplesOf(alone, 2), sats[1], 2.6e6, 0.0, 2560.0);
+}
+
+TEST(IqGeneration, RecordSpacingOutsideItsRangeOrUnevenIsRefusedOrEndsTheRun) {
+  ScratchDir dir("iq_spacing_bad");
+  const DifPanelValues p = IqPanel(2000000, 0.01);
+  // 200 ms apart: refused, naming the record, and an earlier recording stays as it was.
+  WriteScenario(dir.path(), {Satellite{}}, 10, 200);
+  test::WriteFile(dir / "iq.bin", "earlier");
+  DifRunOutcome outcome;
+  EXPECT_EQ(RunIq(p, dir.path(), &outcome), "earlier");
+  EXPECT_TRUE(outcome.refused);
+  EXPECT_NE(outcome.status.reason().find("rec.scn"), std::string::npos);
+  EXPECT_NE(outcome.status.reason().find("200 ms apart"), std::string::npos);
+
+  // 10 ms apart with one epoch 20 ms after the one before: the run ends there, whole.
+  WriteScenario(dir.path(), {Satellite{}}, 100, 10, 30);
+  const std::string bytes = RunIq(p, dir.path(), &outcome);
+  EXPECT_TRUE(outcome.status.ok()) << outcome.status.reason();
+  EXPECT_TRUE(outcome.report.recordEnded);
+  EXPECT_EQ(outcome.report.blocks, 289);  // 1 ms after the first epoch to the 29th's end
+  EXPECT_EQ(bytes.size(), 289u * 2000 * 2);
+}
+
 // --- Every form gives the same bytes.
 TEST(IqGeneration, SameBytesForThePlainLoopAndOneTwoOrThreeThreads) {
   ScratchDir dir("iq_threads");
@@ -279,6 +330,12 @@ TEST(IqGeneration, VectorKernelMatchesThePlainLoop) {
     ASSERT_EQ(std::memcmp(q1.data(), q2.data(), bytes), 0) << trial;
     ASSERT_EQ(std::memcmp(i1.data(), i3.data(), bytes), 0) << trial;
     ASSERT_EQ(std::memcmp(q1.data(), q3.data(), bytes), 0) << trial;
+    // The first channel of a block overwrites whatever the sums held, as if they were 0.
+    std::vector<float> i4(count + 16, 0.0f), q4(i4), i5(count + 16, 7.0f), q5(i5);
+    AddIqChannelPlain(plan, first, end, i4.data(), q4.data());
+    AddIqChannelFast(plan, first, end, i5.data(), q5.data(), trial % 3 != 0, true);
+    ASSERT_EQ(std::memcmp(i4.data(), i5.data(), bytes), 0) << trial;
+    ASSERT_EQ(std::memcmp(q4.data(), q5.data(), bytes), 0) << trial;
   }
 }
 

@@ -266,6 +266,32 @@ TEST(GenNav, WritesTheFilesOfOneAndOfAllSatellites) {
   EXPECT_TRUE(c.popups.empty());
   EXPECT_TRUE(c.infos.empty());
   EXPECT_TRUE(c.warnings.empty());
+
+  // Made on three threads, with the orbits re-dated before each message (an almanac's
+  // table): the same files, whether the re-dating settles after one step (side by side)
+  // or moves the week on every time (one by one after all).
+  s.KeepOrbitEpochs = 0;
+  for (const int cap : {2191, 9999}) {
+    vorel::test::ScratchDir threaded("navmsg-threads"), oneByOne("navmsg-one-by-one");
+    for (const auto* d : {&threaded, &oneByOne}) {
+      std::filesystem::create_directories(d->path() / "NAV");
+      auto t = Table();
+      auto redate = [&t, cap](double, int32_t) {
+        for (auto& row : t.rows)
+          row.trueRecords[0].week = row.broadcastRecords[0].week =
+              std::min(row.broadcastRecords[0].week + 1, cap);
+      };
+      ASSERT_EQ(WriteAllNavigationFiles(s, t, d->path(), state, c.messages, redate,
+                                        d == &threaded ? 3 : 1),
+                0);
+    }
+    for (int prn = 1; prn <= 32; ++prn)
+      for (const char* name : {"navbin", "navascii"}) {
+        const std::string file = "NAV/" + std::string(name) + std::to_string(prn);
+        ASSERT_EQ(vorel::test::ReadFile(threaded / file), vorel::test::ReadFile(oneByOne / file))
+            << file << " cap " << cap;
+      }
+  }
 }
 
 TEST(GenNav, RefusalsAndFileCreationMessages) {
@@ -291,9 +317,9 @@ TEST(GenNav, RefusalsAndFileCreationMessages) {
     EXPECT_NE(c.popups[0].find("navPrn 40"), std::string::npos);
     s.navPrn = 1;
   }
-  {
-    Captured c;  // no NAV directory: nothing creates it
-    EXPECT_EQ(WriteAllNavigationFiles(s, table, dir.path(), state, c.messages), -1);
+  for (int threads : {1, 4}) {
+    Captured c;  // no NAV directory: nothing creates it; told once, for PRN 1, either way
+    EXPECT_EQ(WriteAllNavigationFiles(s, table, dir.path(), state, c.messages, {}, threads), -1);
     ASSERT_EQ(c.infos.size(), 1u);
     EXPECT_EQ(c.infos[0], "\n Binary File Create Error");
   }

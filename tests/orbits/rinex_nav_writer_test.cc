@@ -72,7 +72,9 @@ TEST(RinexNavWriter, WrittenRecordsReadBackByColumn) {
   while (std::getline(in, line)) {
     ASSERT_LE(line.size(), 80u) << line;
     if (!headerDone) {
-      if (line.find("ION ALPHA") == 60) EXPECT_EQ(line.substr(0, 14), "    0.1118D-07");
+      if (line.find("ION ALPHA") == 60) {
+        EXPECT_EQ(line.substr(0, 14), "    0.1118D-07");
+      }
       headerDone = line.find("END OF HEADER") == 60;
       continue;
     }
