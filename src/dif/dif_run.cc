@@ -75,7 +75,6 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
     return fail(fmt::format("DifOutputFile {} cannot be created ({})", paths.output.string(),
                             output.error()),
                 false);
-  std::setvbuf(output.stream(), nullptr, _IOFBF, 1 << 20);
 
   const int32_t n = s.SamplesPerMs;
   RunBuffers buffers;

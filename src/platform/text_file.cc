@@ -87,6 +87,8 @@ bool OutputFile::OpenAs(const std::filesystem::path& path, bool inPlace) {
     writePath_.clear();
     return false;
   }
+  if (!streamBuffer_) streamBuffer_ = std::make_unique<char[]>(kStreamBufferSize);
+  std::setvbuf(file_, streamBuffer_.get(), _IOFBF, kStreamBufferSize);
   return true;
 }
 

@@ -16,6 +16,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -91,12 +92,16 @@ class OutputFile {
 
  private:
   static constexpr size_t kFlushSize = 1 << 16;
+  // The C library's buffer of the stream: given here, since glibc takes the size only with
+  // a buffer of the caller's and otherwise writes in 4 KiB steps.
+  static constexpr size_t kStreamBufferSize = 1 << 18;
   bool OpenAs(const std::filesystem::path& path, bool inPlace);
   void Fail(const char* what, int error);
   std::FILE* file_ = nullptr;
   std::string path_;
   std::string writePath_;  // the temporary name, or the target itself in place
   fmt::memory_buffer buffer_;
+  std::unique_ptr<char[]> streamBuffer_;  // outlives the stream: freed only after fclose
   bool failed_ = false;
   std::string error_;
 };
