@@ -1,5 +1,6 @@
 #include "dif/nav_bit_table.h"
 
+#include <bit>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -12,6 +13,12 @@ int32_t ReadNavBitFile(const std::filesystem::path& path, int32_t* row) {
   static_assert(sizeof(int32_t) == 4);
   // Large reads straight from the file: a row is a third of a megabyte.
   std::setvbuf(f, nullptr, _IONBF, 0);
+  if constexpr (std::endian::native == std::endian::little) {
+    // The file's little-endian int32s are the row's own layout: read in place.
+    const size_t got = std::fread(row, 4, static_cast<size_t>(kNavBitsPerRow), f);
+    std::fclose(f);
+    return static_cast<int32_t>(got);
+  }
   std::vector<unsigned char> buffer(4 * 16384);
   int32_t read = 0;
   while (read < kNavBitsPerRow) {
