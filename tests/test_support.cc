@@ -50,4 +50,18 @@ std::vector<std::string> SplitLines(const std::string& text) {
   return lines;
 }
 
+CapturedMessages::CapturedMessages() : messages(platform::Messages::Silent()) {
+  messages.warning = [this](std::string_view text) { warnings.emplace_back(text); };
+  messages.popup = [this](std::string_view title, std::string_view text) {
+    popups.push_back(std::string(title) + ": " + std::string(text));
+  };
+  messages.info = [this](std::string_view text) { infos.emplace_back(text); };
+}
+
+bool CapturedMessages::Warned(const std::string& part) const {
+  for (const std::string& w : warnings)
+    if (w.find(part) != std::string::npos) return true;
+  return false;
+}
+
 }  // namespace vorel::test

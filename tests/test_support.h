@@ -1,10 +1,12 @@
 #pragma once
 // Small helpers shared by the tests: paths to the bundled and shared data, scratch
-// directories, and whole-file reads.
+// directories, whole-file reads, and what the logic said to the user.
 
 #include <filesystem>
 #include <string>
 #include <vector>
+
+#include "platform/messages.h"
 
 namespace vorel::test {
 
@@ -29,6 +31,18 @@ class ScratchDir {
 std::string ReadFile(const std::filesystem::path& path);
 void WriteFile(const std::filesystem::path& path, const std::string& text);
 std::vector<std::string> SplitLines(const std::string& text);
+
+// Messages whose warnings, popups ("title: text") and infos are kept to be checked;
+// progress is dropped. The handlers point into the object, so it is not copied.
+struct CapturedMessages {
+  CapturedMessages();
+  CapturedMessages(const CapturedMessages&) = delete;
+  CapturedMessages& operator=(const CapturedMessages&) = delete;
+  bool Warned(const std::string& part) const;  // some warning contains `part`
+
+  std::vector<std::string> warnings, popups, infos;
+  platform::Messages messages;
+};
 
 }  // namespace vorel::test
 

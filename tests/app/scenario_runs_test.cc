@@ -169,13 +169,11 @@ class RunTest : public ::testing::Test {
 };
 
 TEST_F(RunTest, InvalidOrbitsRefuseTheRun) {
-  std::vector<std::string> popups;
-  session->messages.popup = [&](std::string_view title, std::string_view text) {
-    popups.push_back(std::string(title) + "|" + std::string(text));
-  };
+  test::CapturedMessages said;
+  session->messages = said.messages;
   session->orbitState.OrbitsValid = false;
   EXPECT_TRUE(RunObservationSim(*session).failed());
-  EXPECT_EQ(popups, (std::vector<std::string>{"|Invalid orbits"}));
+  EXPECT_EQ(said.popups, (std::vector<std::string>{": Invalid orbits"}));
 }
 
 TEST_F(RunTest, BroadcastIonosphereSeparatesCodeAndCarrierOnceAndHoldsIt) {
@@ -275,10 +273,9 @@ TEST_F(RunTest, AThousandRunsLeaveNoDescriptorOpen) {
 // refused run leaves an earlier record as it was.
 TEST_F(RunTest, RefusedRunsLeaveTheEarlierRecordUntouched) {
   auto& sc = session->settings.scenario;
-  std::vector<std::string> popups;
-  session->messages.popup = [&](std::string_view, std::string_view text) {
-    popups.emplace_back(text);
-  };
+  test::CapturedMessages said;
+  session->messages = said.messages;
+  const std::vector<std::string>& popups = said.popups;
   ASSERT_TRUE(RunObservationSim(*session).ok());
   const std::string earlier = test::ReadFile(dir / "run.srv");
   ASSERT_FALSE(earlier.empty());

@@ -24,11 +24,7 @@ std::string SettingsFileText(const std::string& line18, const std::string& line1
   return out;
 }
 
-struct Captured {
-  std::vector<std::string> warnings;
-  platform::Messages messages;
-  Captured() { messages.warning = [this](std::string_view w) { warnings.emplace_back(w); }; }
-};
+using Captured = test::CapturedMessages;
 
 TEST(SettingsFile, ReadsItsThirtySixLinesWithTheLine18FallThrough) {
   test::ScratchDir dir("settings-file");

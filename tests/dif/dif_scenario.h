@@ -29,23 +29,33 @@ struct DifScenario {
   std::filesystem::path record;  // the .scn record
 };
 
+// A quiet session started up on the example almanac, atmosphere off, one minute's run of
+// the given interval (ms) and record type written to VLD/`record`, then `extra`.
+inline std::unique_ptr<app::Session> StartExampleSession(const std::filesystem::path& dir,
+                                                         int intervalMs, int recordType,
+                                                         const std::string& record,
+                                                         const std::vector<std::string>& extra) {
+  auto session = app::Session::Create();
+  session->messages = platform::Messages::Silent();
+  app::GlobalOptions options;
+  options.dataDir = (dir / "VLD").string();
+  options.assignments = {"OrbitFile=" + (DataDir() / "examples" / "yuma147.txt").string(),
+                         "ObservationInterval=" + std::to_string(intervalMs),
+                         "RecordType=" + std::to_string(recordType),
+                         "ScenarioDuration=1",
+                         "atmosphereEnabled=0",
+                         "ObservationOutputFile=" + (dir / "VLD" / record).string()};
+  options.assignments.insert(options.assignments.end(), extra.begin(), extra.end());
+  std::string error;
+  EXPECT_EQ(app::StartUp(*session, options, error), 0) << error;
+  return session;
+}
+
 // Start-up with the example almanac and the given settings; atmosphere off; 1 ms .scn record.
 inline DifScenario MakeDifScenario(const std::filesystem::path& dir,
                                    const std::vector<std::string>& extra, bool iodcFollowsIode) {
   DifScenario sc;
-  sc.session = app::Session::Create();
-  sc.session->messages = platform::Messages::Silent();
-  app::GlobalOptions options;
-  options.dataDir = (dir / "VLD").string();
-  options.assignments = {"OrbitFile=" + (DataDir() / "examples" / "yuma147.txt").string(),
-                         "ObservationInterval=1",
-                         "RecordType=5",
-                         "ScenarioDuration=1",
-                         "atmosphereEnabled=0",
-                         "ObservationOutputFile=" + (dir / "VLD" / "rec.scn").string()};
-  options.assignments.insert(options.assignments.end(), extra.begin(), extra.end());
-  std::string error;
-  EXPECT_EQ(app::StartUp(*sc.session, options, error), 0) << error;
+  sc.session = StartExampleSession(dir, 1, 5, "rec.scn", extra);
   app::Session& s = *sc.session;
   sc.dataDir = s.dataDir.root();
   sc.record = s.dataDir.Map(s.settings.scenario.ObservationOutputFile);
@@ -78,19 +88,7 @@ inline DifScenario MakeDifScenario(const std::filesystem::path& dir,
 // with a .srv record, on a fresh session with the same settings.
 inline std::map<int, double> FirstEpochElevations(const std::filesystem::path& dir,
                                                   const std::vector<std::string>& extra) {
-  auto session = app::Session::Create();
-  session->messages = platform::Messages::Silent();
-  app::GlobalOptions options;
-  options.dataDir = (dir / "VLD").string();
-  options.assignments = {"OrbitFile=" + (DataDir() / "examples" / "yuma147.txt").string(),
-                         "ObservationInterval=1000",
-                         "RecordType=4",
-                         "ScenarioDuration=1",
-                         "atmosphereEnabled=0",
-                         "ObservationOutputFile=" + (dir / "VLD" / "rec.srv").string()};
-  options.assignments.insert(options.assignments.end(), extra.begin(), extra.end());
-  std::string error;
-  EXPECT_EQ(app::StartUp(*session, options, error), 0) << error;
+  const auto session = StartExampleSession(dir, 1000, 4, "rec.srv", extra);
   EXPECT_TRUE(app::RunObservationSim(*session).ok());
   std::map<int, double> elevations;
   platform::LineReader srv(dir / "VLD" / "rec.srv");

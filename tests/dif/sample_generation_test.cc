@@ -412,11 +412,9 @@ TEST(SampleGeneration, RefusedSettingsAndMissingFilesEndWithAMessage) {
   ScratchDir dir("refuse");
   DifPanelValues p;
   p.BitsPerSample = 4;  // Packed 4 bits does not exist
-  std::vector<std::string> popups;
-  platform::Messages m = platform::Messages::Silent();
-  m.popup = [&](std::string_view title, std::string_view text) {
-    popups.push_back(std::string(title) + ": " + std::string(text));
-  };
+  test::CapturedMessages said;
+  const std::vector<std::string>& popups = said.popups;
+  const platform::Messages& m = said.messages;
   RunTest(p, dir.path(), nullptr, m);
   ASSERT_EQ(popups.size(), 1u);
   EXPECT_NE(popups[0].find("Error message: OutputPacked"), std::string::npos);

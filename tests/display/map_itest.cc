@@ -59,9 +59,6 @@ TEST_F(MapCommand, RefusesBadLayersOpacitiesAndPlacesBeforeWriting) {
   EXPECT_NE(r.status, 0);
   EXPECT_NE(r.err.find("no-such-folder/map.png"), std::string::npos) << r.err;
   EXPECT_EQ(r.out.find("wrote"), std::string::npos);
-  r = Run({"--set", "profileColour=0x1000000", "map", "--layers", "base", "-o", "bad.png"});
-  EXPECT_NE(r.status, 0);
-  EXPECT_NE(r.err.find("profileColour"), std::string::npos) << r.err;
 }
 
 TEST_F(MapCommand, NequickMapIsTheSameOnOneThreadAsOnTwo) {

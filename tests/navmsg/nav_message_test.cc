@@ -210,17 +210,7 @@ TEST(GnssNavMessage, OtherPrnsAndOptions) {
 
 // --- the two commands ------------------------------------------------------------------
 
-struct Captured {
-  std::vector<std::string> popups, infos, warnings;
-  platform::Messages messages;
-  Captured() {
-    messages.popup = [this](std::string_view title, std::string_view text) {
-      popups.push_back(std::string(title) + "|" + std::string(text));
-    };
-    messages.info = [this](std::string_view text) { infos.emplace_back(text); };
-    messages.warning = [this](std::string_view text) { warnings.emplace_back(text); };
-  }
-};
+using Captured = vorel::test::CapturedMessages;
 
 NavMessageSettings Settings() {
   NavMessageSettings s;
@@ -305,7 +295,7 @@ TEST(GenNav, RefusalsAndFileCreationMessages) {
     EXPECT_EQ(WriteNavigationFiles(s, table, dir.path(), state, c.messages), -1);
     EXPECT_EQ(WriteAllNavigationFiles(s, table, dir.path(), state, c.messages), -1);
     ASSERT_EQ(c.popups.size(), 2u);
-    EXPECT_EQ(c.popups[0], "Error message|Please introduce orbits before generating nav message");
+    EXPECT_EQ(c.popups[0], "Error message: Please introduce orbits before generating nav message");
     EXPECT_FALSE(std::filesystem::exists(dir / "simulated.nvb"));
     s.OrbitsValid = 1;
   }

@@ -30,10 +30,6 @@ class TrajectoryTest : public ::testing::Test {
     args.durationArg = 60;
     args.recordType = kRecordLog;
     ASSERT_TRUE(out.Open(dir / "run.log"));
-    messages.warning = [this](std::string_view w) { warnings.emplace_back(w); };
-    messages.popup = [this](std::string_view title, std::string_view text) {
-      popups.push_back(std::string(title) + ": " + std::string(text));
-    };
     runActive = 1;
   }
   platform::Status Run() {
@@ -61,8 +57,10 @@ class TrajectoryTest : public ::testing::Test {
   EpochResult result;
   platform::OutputFile out;
   platform::LineReader trajectory;
-  platform::Messages messages;
-  std::vector<std::string> warnings, popups;
+  test::CapturedMessages said;
+  platform::Messages& messages = said.messages;
+  std::vector<std::string>& warnings = said.warnings;
+  std::vector<std::string>& popups = said.popups;
   std::atomic<uint8_t> runActive{1};
   std::vector<EpochSink*> moreSinks;
 };

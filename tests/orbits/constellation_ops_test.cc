@@ -115,13 +115,6 @@ TEST_F(ConstellationOpsTest, PrnSelectorIsHeldToSatelliteCountAndIndicesToTheTab
   EXPECT_EQ(state.panel.selectedPrn, 1);
 }
 
-TEST(SatelliteCountTest, FollowsTheSignalSystem) {
-  const int32_t expected[] = {32, 32, 32, 24, 24, 24, 3, 36, 0};
-  for (int32_t selector = 0; selector <= 8; ++selector)
-    EXPECT_EQ(SatelliteCountForSystem(selector), expected[selector]) << selector;
-  EXPECT_EQ(SatelliteCountForSystem(-1), 0);
-}
-
 TEST_F(ConstellationOpsTest, BulkClearsActOnOneSetAndOnlyOnStoredRecords) {
   for (int index : {0, 31, 32}) {
     SatelliteOrbits& row = table->rows[index];

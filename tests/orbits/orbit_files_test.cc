@@ -21,18 +21,6 @@ std::string ExamplePath(const std::string& name) {
   return (test::DataDir() / "examples" / name).string();
 }
 
-platform::Messages Capture(std::vector<std::string>& warnings) {
-  platform::Messages m;
-  m.warning = [&warnings](std::string_view text) { warnings.emplace_back(text); };
-  return m;
-}
-
-bool AnyContains(const std::vector<std::string>& warnings, const std::string& part) {
-  for (const std::string& w : warnings)
-    if (w.find(part) != std::string::npos) return true;
-  return false;
-}
-
 // GPS week and seconds of week from the civil date by day counting, independent of the
 // program's own calendar arithmetic.
 gnss::GpsTime CivilToGps(int year, int month, int day, int hour, int minute, double sec) {
@@ -98,8 +86,9 @@ class OrbitFilesTest : public ::testing::Test {
  protected:
   std::unique_ptr<ConstellationTable> table = std::make_unique<ConstellationTable>();
   ConstellationState state;
-  std::vector<std::string> warnings;
-  platform::Messages messages = Capture(warnings);
+  test::CapturedMessages said;
+  std::vector<std::string>& warnings = said.warnings;
+  const platform::Messages& messages = said.messages;
   test::ScratchDir scratch{"orbit-files"};
 
   std::string Write(const std::string& name, const std::string& text) {
@@ -214,7 +203,7 @@ TEST_F(OrbitFilesTest, YumaCancelMissingFileAndEmptyFile) {
   EXPECT_EQ(LoadAlmanac(*table, state, {0, Write("empty.txt", "")}, messages), -1);
   EXPECT_EQ(table->rows[0].trueRecords[0].status, 0);  // the reader clears before reading
   EXPECT_EQ(LoadAlmanac(*table, state, {0, (scratch / "absent.txt").string()}, messages), -1);
-  EXPECT_TRUE(AnyContains(warnings, "absent.txt: cannot be opened"));
+  EXPECT_TRUE(said.Warned("absent.txt: cannot be opened"));
 
   // A file type that loads nothing still marks record 0.
   EXPECT_EQ(LoadAlmanac(*table, state, {2, ExamplePath("yuma147.txt")}, messages), 0);
@@ -226,9 +215,9 @@ TEST_F(OrbitFilesTest, YumaPrnOutsideTheTableIsSkippedAndReported) {
       "yuma-bad-id.txt", "header\nSQRT(A)  (m 1/2):  5153.6\n" + YumaBlock(0, "000", "5153.6") +
                              YumaBlock(69, "000", "5153.6") + YumaBlock(68, "000", "5153.6"));
   EXPECT_EQ(ReadYumaAlmanac(*std::make_unique<platform::LineReader>(path), *table, messages), 1);
-  EXPECT_TRUE(AnyContains(warnings, path + ":2: value before the first \"ID:\""));
-  EXPECT_TRUE(AnyContains(warnings, path + ":4: PRN 0 lies outside the table"));
-  EXPECT_TRUE(AnyContains(warnings, "PRN 69 lies outside the table"));
+  EXPECT_TRUE(said.Warned(path + ":2: value before the first \"ID:\""));
+  EXPECT_TRUE(said.Warned(path + ":4: PRN 0 lies outside the table"));
+  EXPECT_TRUE(said.Warned("PRN 69 lies outside the table"));
   EXPECT_EQ(warnings.size(), 3u);
   // PRN 68, the last row, is a row like any other.
   EXPECT_EQ(table->rows[67].trueRecords[0].status, 7);
@@ -255,12 +244,12 @@ TEST_F(OrbitFilesTest, YumaValuesThatMakeNoOrbitRefuseTheirAlmanac) {
                 WithYumaValue(YumaBlock(4, "000", "5153.6"), "Af0(s):", "1.0E+999") +
                 YumaBlock(5, "000", "-5153.6") + YumaBlock(6, "000", "0.0"));
   EXPECT_EQ(LoadAlmanac(*table, state, {0, path}, messages), 1);
-  EXPECT_TRUE(AnyContains(warnings, path + ":19: eccentricity 1.5 is outside [0, 1); the "
+  EXPECT_TRUE(said.Warned(path + ":19: eccentricity 1.5 is outside [0, 1); the "
                                            "almanac of PRN 2 is refused"));
-  EXPECT_TRUE(AnyContains(warnings, path + ":41: mean anomaly 9.9e+99 is outside [-100, 100]"));
-  EXPECT_TRUE(AnyContains(warnings, path + ":57: af0 is not a finite number"));
-  EXPECT_TRUE(AnyContains(warnings, path + ":68: sqrtA -5153.6 is outside (0, 100000]"));
-  EXPECT_TRUE(AnyContains(warnings, path + ":83: sqrtA 0 is outside (0, 100000]"));
+  EXPECT_TRUE(said.Warned(path + ":41: mean anomaly 9.9e+99 is outside [-100, 100]"));
+  EXPECT_TRUE(said.Warned(path + ":57: af0 is not a finite number"));
+  EXPECT_TRUE(said.Warned(path + ":68: sqrtA -5153.6 is outside (0, 100000]"));
+  EXPECT_TRUE(said.Warned(path + ":83: sqrtA 0 is outside (0, 100000]"));
   EXPECT_EQ(warnings.size(), 5u);
   EXPECT_EQ(table->rows[0].trueRecords[0].status, kStatusUsable);
   for (int index = 1; index < 6; ++index) {
@@ -275,7 +264,7 @@ TEST_F(OrbitFilesTest, YumaValuesThatMakeNoOrbitRefuseTheirAlmanac) {
   const std::string only = Write(
       "yuma-only-bad.txt", WithYumaValue(YumaBlock(1, "000", "5153.6"), "Af1(s/s):", "-1.0E+3"));
   EXPECT_EQ(LoadAlmanac(*table, state, {0, only}, messages), -1);
-  EXPECT_TRUE(AnyContains(warnings, only + ":13: af1 -1000 is outside [-1, 1]"));
+  EXPECT_TRUE(said.Warned(only + ":13: af1 -1000 is outside [-1, 1]"));
 }
 
 TEST_F(OrbitFilesTest, RinexNavigationMatchesAColumnReadingOfTheFile) {
@@ -397,9 +386,9 @@ TEST_F(OrbitFilesTest, RinexBoundsOfTheTable) {
   EXPECT_EQ(row.recordCount, 28);
   for (int k = 0; k < 28; ++k) EXPECT_EQ(row.broadcastRecords[k].sqrtA, 5000.0 + k);
   // One report for the PRN, at the 29th record's first line (2 header lines + 28 x 8).
-  EXPECT_TRUE(AnyContains(warnings, path + ":227: PRN 3 has more than 28 records"));
-  EXPECT_TRUE(AnyContains(warnings, path + ":251: PRN 0 lies outside the table"));
-  EXPECT_TRUE(AnyContains(warnings, path + ":259: PRN 69 lies outside the table"));
+  EXPECT_TRUE(said.Warned(path + ":227: PRN 3 has more than 28 records"));
+  EXPECT_TRUE(said.Warned(path + ":251: PRN 0 lies outside the table"));
+  EXPECT_TRUE(said.Warned(path + ":259: PRN 69 lies outside the table"));
   EXPECT_EQ(warnings.size(), 3u);
   for (int index = 3; index < kTableRows; ++index) EXPECT_EQ(table->rows[index].recordCount, 0);
 }
@@ -421,8 +410,8 @@ TEST_F(OrbitFilesTest, RinexLinesThatFailKeepEarlierValues) {
   EXPECT_EQ(row.broadcastRecords[1].e, 0.01);
   EXPECT_EQ(row.trueRecords[1].toe, 0.0);  // never written
   EXPECT_EQ(row.trueRecords[1].toc, 4 * 86400.0 + 7200.0);
-  EXPECT_TRUE(AnyContains(warnings, path + ":13: record line 3 scanned 0 of 4 values"));
-  EXPECT_TRUE(AnyContains(warnings, path + ":14: empty record line 4 passed over"));
+  EXPECT_TRUE(said.Warned(path + ":13: record line 3 scanned 0 of 4 values"));
+  EXPECT_TRUE(said.Warned(path + ":14: empty record line 4 passed over"));
 }
 
 // Replaces value `field` (0 to 3) of orbit line `line` (2 to 8) of a record.
@@ -450,12 +439,12 @@ TEST_F(OrbitFilesTest, RinexRecordsThatMakeNoOrbitAreRefusedWithFileAndLine) {
   const std::string path = Write("bad-values.10n", text);
   EXPECT_EQ(ReadRinexNavigation(*table, path, messages), 1);
   // Header 2 lines, 8 lines a record: record r, line l is file line 2 + 8 r + l.
-  EXPECT_TRUE(AnyContains(warnings, path + ":13: eccentricity 1.5 is outside [0, 1); the record "
+  EXPECT_TRUE(said.Warned(path + ":13: eccentricity 1.5 is outside [0, 1); the record "
                                            "of PRN 7 is refused"));
-  EXPECT_TRUE(AnyContains(warnings, path + ":20: M0 9.9e+98 is outside [-100, 100]"));
-  EXPECT_TRUE(AnyContains(warnings, path + ":31: OmegaDot is not a finite number"));
-  EXPECT_TRUE(AnyContains(warnings, path + ":37: sqrtA 0 is outside (0, 100000]"));
-  EXPECT_TRUE(AnyContains(warnings, path + ":48: IDOT is not a finite number"));
+  EXPECT_TRUE(said.Warned(path + ":20: M0 9.9e+98 is outside [-100, 100]"));
+  EXPECT_TRUE(said.Warned(path + ":31: OmegaDot is not a finite number"));
+  EXPECT_TRUE(said.Warned(path + ":37: sqrtA 0 is outside (0, 100000]"));
+  EXPECT_TRUE(said.Warned(path + ":48: IDOT is not a finite number"));
   EXPECT_EQ(warnings.size(), 5u);
 
   const SatelliteOrbits& row = table->rows[6];
@@ -473,13 +462,13 @@ TEST_F(OrbitFilesTest, RinexRecordsThatMakeNoOrbitAreRefusedWithFileAndLine) {
   const std::string only =
       Write("only-bad.10n", std::string(kHeader) + WithRinexValue(good, 3, 1, "-0.1D+00"));
   EXPECT_EQ(ReadRinexNavigation(*table, only, messages), -1);
-  EXPECT_TRUE(AnyContains(warnings, only + ":5: eccentricity -0.1 is outside [0, 1)"));
+  EXPECT_TRUE(said.Warned(only + ":5: eccentricity -0.1 is outside [0, 1)"));
 }
 
 TEST_F(OrbitFilesTest, RinexWithoutHeaderEndOrChoiceFails) {
   const std::string path = Write("noheader.10n", RinexRecord(" 1 10  7  1  0  0", 5153.0));
   EXPECT_EQ(ReadRinexNavigation(*table, path, messages), -1);
-  EXPECT_TRUE(AnyContains(warnings, "end of file before \"END OF HEADER\""));
+  EXPECT_TRUE(said.Warned("end of file before \"END OF HEADER\""));
   EXPECT_EQ(table->rows[0].recordCount, 0);
   EXPECT_EQ(LoadAlmanac(*table, state, {1, ""}, messages), -1);
   EXPECT_EQ(table->rows[0].trueRecords[0].status, 0);  // the reader cleared the mark
