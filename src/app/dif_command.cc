@@ -23,7 +23,8 @@ int DifThreadCount(const Settings& settings) {
   return settings.dif.DifThreads > 0 ? settings.dif.DifThreads : static_cast<int>(cores);
 }
 
-int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutcome& outcome) {
+int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutcome& outcome,
+           bool navBitsInTable) {
   const Settings settings = session.settings;  // a run reads its settings once
   dif::DifRunPaths paths;
   std::string output = settings.dif.DifOutputFile;
@@ -39,6 +40,7 @@ int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutco
                      : std::filesystem::path(recordOverride);
   paths.scintFile = session.dataDir.Map(settings.dif.ScintFile);
   paths.dataDir = session.dataDir.root();
+  paths.navBitsInTable = navBitsInTable;
 
   dif::GeneratorSpeed speed;
   speed.threads = DifThreadCount(settings);

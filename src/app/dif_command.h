@@ -17,7 +17,10 @@ dif::DifPanelValues DifPanelFromSettings(const Settings& settings);
 // record to read instead of ObservationOutputFile (autorun hands on the record its
 // observation run wrote). The sample file is added to lastOutputs. Returns 0, or 1 when a
 // setting was refused or a popup ended the run.
-int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutcome& outcome);
+// `navBitsInTable`: the session's navigation bit table holds the bits of the NAV files,
+// converted, so the run does not read them again.
+int RunDif(Session& session, const std::string& recordOverride, dif::DifRunOutcome& outcome,
+           bool navBitsInTable = false);
 
 // The threads a DIF run takes: DifThreads, or one per core when it is 0.
 int DifThreadCount(const Settings& settings);

@@ -20,6 +20,7 @@
 #include "app/scenario_runs.h"
 #include "app/startup.h"
 #include "dif/iq_generation.h"
+#include "dif/nav_bit_table.h"
 #include "dif/recording_description.h"
 #include "dif/scn_reader.h"
 #include "gnss/constants.h"
@@ -345,7 +346,8 @@ class NavigationBeside {
     if (thread_.joinable()) thread_.join();
   }
 
-  // Writes the files, or sets them going; false when writing them failed.
+  // Writes the files, or sets them going; false when writing them failed. The DIF run's
+  // bit table takes a copy of the bits, converted as the run converts what it reads.
   bool Start() {
     auto redate = [this](double sow, int32_t week) { RedateOrbits(s_.constellation, sow, week); };
     if (threads_ > 1 && settings_.OrbitsValid != 0) {
@@ -355,8 +357,7 @@ class NavigationBeside {
         thread_ = std::thread([this] {
           const platform::Messages recorder = log_.Recorder();
           try {
-            result_ = navmsg::WriteAllNavigationFiles(settings_, *table_, s_.dataDir.root(),
-                                                      state_, recorder, {}, threads_);
+            result_ = WriteAndKeep(*table_, state_, recorder, {});
           } catch (const std::exception& e) {
             recorder.Popup("Error message", e.what());
             result_ = -1;
@@ -366,8 +367,22 @@ class NavigationBeside {
       }
       s_.constellation = before;
     }
-    return navmsg::WriteAllNavigationFiles(settings_, s_.constellation, s_.dataDir.root(),
-                                           s_.navMessage, s_.messages, redate) == 0;
+    return WriteAndKeep(s_.constellation, s_.navMessage, s_.messages, redate) == 0;
+  }
+
+  // The files, with the bits kept in the DIF run's table; 0 or -1.
+  int WriteAndKeep(orbits::ConstellationTable& table, navmsg::NavMessageState& state,
+                   const platform::Messages& messages, const navmsg::RedateOrbitsFn& redate) {
+    dif::NavBitTable& bits = s_.dif.navBitTable;
+    bits.EnsureAllocated();
+    navmsg::NavBitCopies copies;
+    for (int p = 0; p < dif::kNavBitRows; ++p) copies.rows[p] = bits.Row(p);
+    copies.length = dif::kNavBitsPerRow;
+    const int result = navmsg::WriteAllNavigationFiles(settings_, table, s_.dataDir.root(), state,
+                                                       messages, redate, threads_, &copies);
+    if (result == 0)
+      for (int p = 0; p < dif::kNavBitRows; ++p) dif::ConvertNavBits(bits.Row(p));
+    return result;
   }
 
   // Waits for the files and tells what their writing said; false when it failed. The
@@ -515,7 +530,7 @@ int Run(CommandContext& c, const RecordOptions& o) {
   w.meta = dif::SigmfMetaPathFor(w.data);
   w.config = ConfigPathFor(w.data);
   progress.Stage(kObservationShare, 100.0);
-  const int status = RunDif(s, record.string(), w.outcome);
+  const int status = RunDif(s, record.string(), w.outcome, /*navBitsInTable=*/true);
   if (w.outcome.refused || w.outcome.popup || w.outcome.status.failed())
     return status != 0 ? status : 1;
   if (w.outcome.status.stopped()) return w.outcome.status.ExitStatus();

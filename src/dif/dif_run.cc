@@ -128,8 +128,10 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
     // An exception must not leave the parallel region: it is caught there and re-raised.
     std::array<bool, 32> shortRow{};
     std::array<bool, 32> thrown{};
-#pragma omp parallel for schedule(static) num_threads(std::max(1, speed.threads))
+#pragma omp parallel for schedule(static) num_threads(std::max(1, speed.threads)) \
+    if (!paths.navBitsInTable)
     for (int prn = 1; prn <= 32; ++prn) {
+      if (paths.navBitsInTable) continue;
       try {
         const auto path = paths.dataDir / "NAV" / fmt::format("navbin{}", prn);
         shortRow[prn - 1] = ReadNavBitFile(path, state.navBitTable.Row(prn - 1)) < kNavBitsPerRow;

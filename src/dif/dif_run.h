@@ -21,6 +21,9 @@ struct DifRunPaths {
   std::filesystem::path record;     // ObservationOutputFile (the .scn record)
   std::filesystem::path scintFile;  // ScintFile
   std::filesystem::path dataDir;    // NAV/navbin<prn> and simulated.nvb lie below it
+  // The state's navigation bit table already holds the bits of NAV/navbin<prn>, converted
+  // (the caller wrote the files and kept a copy): the files are not read again.
+  bool navBitsInTable = false;
 };
 
 struct DifRunOutcome {

@@ -25,9 +25,13 @@ constexpr const char* kBinaryCreateError = "\n Binary File Create Error";
 constexpr const char* kTextCreateError = "\n Ascii FIle Create Error";
 
 void WriteSubframe(const NavFrame& frame, int subframeIndex, std::FILE* binaryFile,
-                   std::FILE* textFile) {
+                   std::FILE* textFile, NavMessageState& state, int32_t& copied) {
   WriteSubframeBinary(binaryFile, frame[subframeIndex]);
   WriteSubframeText(textFile, frame[subframeIndex]);
+  if (!state.copy) return;
+  for (const NavWord& word : frame[subframeIndex])
+    for (NavBit bit : word)
+      if (copied < state.copyLength) state.copy[copied++] = bit;
 }
 
 // Subframe 4 of a page: which encoder fills it.
@@ -177,29 +181,30 @@ int GnssNavMessage(int prn, orbits::ConstellationTable& table, double alpha0, do
 
   double r = t0;
   int page = 1;
+  int32_t copied = 0;
   for (int f = 0; f < kFramesPerMessage; ++f) {
     r += 6.0;
     EncodeSubframe1(rec.week, r, fileTgd ? rec.fileTgd : rec.tgd, rec.toc, rec.af2, rec.af1, rec.af0, iodc, frame,
                     state.previousWord);
-    WriteSubframe(frame, 0, binaryFile, textFile);
+    WriteSubframe(frame, 0, binaryFile, textFile, state, copied);
     r += 6.0;
     EncodeSubframe2(rec.week, r, rec.iode, rec.Crs, rec.deltaN, rec.M0, rec.Cuc, rec.e, rec.Cus,
                     rec.sqrtA, rec.toe, rec.aodo, 0, frame);
-    WriteSubframe(frame, 1, binaryFile, textFile);
+    WriteSubframe(frame, 1, binaryFile, textFile, state, copied);
     r += 6.0;
     EncodeSubframe3(rec.week, r, rec.Cic, rec.Omega0, rec.Cis, rec.i0, rec.Crc, rec.omega,
                     rec.OmegaDot, rec.iode, rec.IDOT, frame);
-    WriteSubframe(frame, 2, binaryFile, textFile);
+    WriteSubframe(frame, 2, binaryFile, textFile, state, copied);
     r += 6.0;
     EncodeSubframe4(page, rec.week, r, prn, almanac, alpha0, alpha1, alpha2, alpha3, beta0, beta1,
                     beta2, beta3, health, frame);
-    WriteSubframe(frame, 3, binaryFile, textFile);
+    WriteSubframe(frame, 3, binaryFile, textFile, state, copied);
     r += 6.0;
     if (page < kPagesPerCycle)
       EncodeAlmanacPage5(page, rec.week, r, almanac[page - 1], frame);
     else
       EncodeHealthPage(page, rec.week, r, kHealthPageToa, health, frame);
-    WriteSubframe(frame, 4, binaryFile, textFile);
+    WriteSubframe(frame, 4, binaryFile, textFile, state, copied);
     page = page < kPagesPerCycle ? page + 1 : 1;
     state.previousWord = frame[4][kWordsPerSubframe - 1];
   }
@@ -230,13 +235,18 @@ bool SettleForMessages(const NavMessageSettings& settings, orbits::Constellation
 int WriteAllNavigationFiles(const NavMessageSettings& settings, orbits::ConstellationTable& table,
                   const std::filesystem::path& dataDir, NavMessageState& state,
                   const platform::Messages& messages, const RedateOrbitsFn& redateOrbits,
-                  int threads) {
+                  int threads, const NavBitCopies* copies) {
   if (CheckOrbits(settings, messages) != 0) return -1;
   const std::filesystem::path navDir = dataDir / "NAV";
   auto write = [&](int prn, NavMessageState& st, const platform::Messages& m,
                    const RedateOrbitsFn& redate) {
-    return WriteMessage(prn, settings, table, navDir / fmt::format("navbin{}", prn),
-                        navDir / fmt::format("navascii{}", prn), st, m, redate);
+    st.copy = copies ? copies->rows[prn - 1] : nullptr;
+    st.copyLength = copies ? copies->length : 0;
+    const int result = WriteMessage(prn, settings, table, navDir / fmt::format("navbin{}", prn),
+                                    navDir / fmt::format("navascii{}", prn), st, m, redate);
+    st.copy = nullptr;
+    st.copyLength = 0;
+    return result;
   };
   // Each message re-dates the table before it is made. Once the table has settled the
   // messages, which each select in and read their own row only, are made side by side,

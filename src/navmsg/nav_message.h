@@ -29,6 +29,18 @@ inline constexpr int32_t kHealthPageToa = 70;
 struct NavMessageState {
   NavFrame frame{};
   NavWord previousWord{};  // word 10 of the last subframe 5 sent
+  // Where the message's bits go besides the binary file: the first `copyLength` of them,
+  // each as the file holds it (0 or 1); none when null.
+  int32_t* copy = nullptr;
+  int32_t copyLength = 0;
+};
+
+// Rows that take a copy of the bits of each message WriteAllNavigationFiles writes:
+// rows[prn - 1] the first `length` bits of PRN prn's message (a null row none), the
+// numbers its binary file holds, so that a reader of the files can be spared reading them.
+struct NavBitCopies {
+  std::array<int32_t*, kMessagePrnCount> rows{};
+  int32_t length = 0;
 };
 
 // Builds the message of `prn` (1..32) from the broadcast record selected at t0, the
@@ -107,6 +119,6 @@ bool SettleForMessages(const NavMessageSettings& settings, orbits::Constellation
 int WriteAllNavigationFiles(const NavMessageSettings& settings, orbits::ConstellationTable& table,
                   const std::filesystem::path& dataDir, NavMessageState& state,
                   const platform::Messages& messages, const RedateOrbitsFn& redateOrbits = {},
-                  int threads = 1);
+                  int threads = 1, const NavBitCopies* copies = nullptr);
 
 }  // namespace vorel::navmsg

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -271,9 +272,18 @@ TEST(GenNav, WritesTheFilesOfOneAndOfAllSatellites) {
           row.trueRecords[0].week = row.broadcastRecords[0].week =
               std::min(row.broadcastRecords[0].week + 1, cap);
       };
+      // The bits kept beside the files are the numbers the binary files hold.
+      std::vector<int32_t> kept(32 * 1000, -7);
+      NavBitCopies copies;
+      for (int p = 0; p < 32; ++p) copies.rows[p] = kept.data() + p * 1000;
+      copies.length = 1000;
       ASSERT_EQ(WriteAllNavigationFiles(s, t, d->path(), state, c.messages, redate,
-                                        d == &threaded ? 3 : 1),
+                                        d == &threaded ? 3 : 1, &copies),
                 0);
+      for (int prn : {1, 2, 32}) {
+        const std::string bin = vorel::test::ReadFile(d->path() / "NAV" / ("navbin" + std::to_string(prn)));
+        ASSERT_EQ(std::memcmp(bin.data(), kept.data() + (prn - 1) * 1000, 4000), 0) << prn;
+      }
     }
     for (int prn = 1; prn <= 32; ++prn)
       for (const char* name : {"navbin", "navascii"}) {
