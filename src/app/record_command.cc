@@ -350,22 +350,19 @@ class NavigationBeside {
   // bit table takes a copy of the bits, converted as the run converts what it reads.
   bool Start() {
     auto redate = [this](double sow, int32_t week) { RedateOrbits(s_.constellation, sow, week); };
-    if (threads_ > 1 && settings_.OrbitsValid != 0) {
-      const orbits::ConstellationTable before = s_.constellation;
-      if (navmsg::SettleForMessages(settings_, s_.constellation, redate)) {
-        table_ = std::make_unique<orbits::ConstellationTable>(s_.constellation);
-        thread_ = std::thread([this] {
-          const platform::Messages recorder = log_.Recorder();
-          try {
-            result_ = WriteAndKeep(*table_, state_, recorder, {});
-          } catch (const std::exception& e) {
-            recorder.Popup("Error message", e.what());
-            result_ = -1;
-          }
-        });
-        return true;
-      }
-      s_.constellation = before;
+    if (threads_ > 1 && settings_.OrbitsValid != 0 &&
+        navmsg::SettleForMessages(settings_, s_.constellation, redate)) {
+      table_ = std::make_unique<orbits::ConstellationTable>(s_.constellation);
+      thread_ = std::thread([this] {
+        const platform::Messages recorder = log_.Recorder();
+        try {
+          result_ = WriteAndKeep(*table_, state_, recorder, {});
+        } catch (const std::exception& e) {
+          recorder.Popup("Error message", e.what());
+          result_ = -1;
+        }
+      });
+      return true;
     }
     return WriteAndKeep(s_.constellation, s_.navMessage, s_.messages, redate) == 0;
   }

@@ -25,6 +25,37 @@ bool SameFile(const std::filesystem::path& a, const std::filesystem::path& b) {
   return std::filesystem::weakly_canonical(a, ec) == std::filesystem::weakly_canonical(b, ec);
 }
 
+// The navigation bit files NAV/navbin1..32 into the table's rows, converted; one file per
+// row, read on `threads` threads. The PRNs short of bits are named in order in a warning.
+void ReadNavBitRows(const std::filesystem::path& dataDir, int threads, DifState& state,
+                    const platform::Messages& messages) {
+  // An exception must not leave the parallel region: it is caught there and re-raised.
+  std::array<bool, 32> shortRow{};
+  std::array<bool, 32> thrown{};
+#pragma omp parallel for schedule(static) num_threads(std::max(1, threads))
+  for (int prn = 1; prn <= 32; ++prn) {
+    try {
+      const auto path = dataDir / "NAV" / fmt::format("navbin{}", prn);
+      shortRow[prn - 1] = ReadNavBitFile(path, state.navBitTable.Row(prn - 1)) < kNavBitsPerRow;
+      ConvertNavBits(state.navBitTable.Row(prn - 1));
+    } catch (...) {
+      thrown[prn - 1] = true;
+    }
+  }
+  for (int prn = 1; prn <= 32; ++prn)
+    if (thrown[prn - 1])
+      throw std::runtime_error(fmt::format("reading the navigation bits of PRN {} failed", prn));
+  std::string missing;
+  for (int prn = 1; prn <= 32; ++prn)
+    if (shortRow[prn - 1]) missing += fmt::format("{}{}", missing.empty() ? "" : ", ", prn);
+  if (!missing.empty())
+    messages.Warn(
+        fmt::format("navigation files of PRN {} in {} are missing or short: their rows "
+                    "keep what they held and are converted again (write them with "
+                    "nav-all)",
+                    missing, (dataDir / "NAV").string()));
+}
+
 }  // namespace
 
 int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifState& state,
@@ -124,34 +155,7 @@ int RunDifGeneration(const DifPanelValues& panel, const DifRunPaths& paths, DifS
     GenerateTestSamples(s, buffers, scint, multipath, files, context, outcome.report);
   } else {
     state.navBitTable.EnsureAllocated();
-    // One file per row, read on the run's threads; the PRNs short of bits are named in order.
-    // An exception must not leave the parallel region: it is caught there and re-raised.
-    std::array<bool, 32> shortRow{};
-    std::array<bool, 32> thrown{};
-#pragma omp parallel for schedule(static) num_threads(std::max(1, speed.threads)) \
-    if (!paths.navBitsInTable)
-    for (int prn = 1; prn <= 32; ++prn) {
-      if (paths.navBitsInTable) continue;
-      try {
-        const auto path = paths.dataDir / "NAV" / fmt::format("navbin{}", prn);
-        shortRow[prn - 1] = ReadNavBitFile(path, state.navBitTable.Row(prn - 1)) < kNavBitsPerRow;
-        ConvertNavBits(state.navBitTable.Row(prn - 1));
-      } catch (...) {
-        thrown[prn - 1] = true;
-      }
-    }
-    for (int prn = 1; prn <= 32; ++prn)
-      if (thrown[prn - 1])
-        throw std::runtime_error(fmt::format("reading the navigation bits of PRN {} failed", prn));
-    std::string missing;
-    for (int prn = 1; prn <= 32; ++prn)
-      if (shortRow[prn - 1]) missing += fmt::format("{}{}", missing.empty() ? "" : ", ", prn);
-    if (!missing.empty())
-      messages.Warn(
-          fmt::format("navigation files of PRN {} in {} are missing or short: their rows "
-                      "keep what they held and are converted again (write them with "
-                      "nav-all)",
-                      missing, (paths.dataDir / "NAV").string()));
+    if (!paths.navBitsInTable) ReadNavBitRows(paths.dataDir, speed.threads, state, messages);
     files.record = &recordFile;
     RecordState record;
     if (s.SampleForm == kSampleFormIq)

@@ -18,7 +18,7 @@ constexpr double kMetresPerMs = 299792.458;
 constexpr double kTwo32 = 4294967296.0;
 constexpr int32_t kChunk = 4096;      // samples summed in cache at a time
 // Blocks are planned, made (on the team) and written a batch at a time: at least 32 blocks
-// and about 2^20 samples, so that at low rates the team is woken a few hundred times a run
+// and about 2^18 samples, so that at low rates the team is woken a few hundred times a run
 // rather than once every 32 ms of signal.
 constexpr int32_t kMinBatchBlocks = 32;
 constexpr int64_t kBatchSamples = int64_t{1} << 18;

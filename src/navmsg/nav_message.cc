@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <exception>
@@ -28,10 +29,10 @@ void WriteSubframe(const NavFrame& frame, int subframeIndex, std::FILE* binaryFi
                    std::FILE* textFile, NavMessageState& state, int32_t& copied) {
   WriteSubframeBinary(binaryFile, frame[subframeIndex]);
   WriteSubframeText(textFile, frame[subframeIndex]);
-  if (!state.copy) return;
-  for (const NavWord& word : frame[subframeIndex])
-    for (NavBit bit : word)
-      if (copied < state.copyLength) state.copy[copied++] = bit;
+  const int32_t n = std::min<int32_t>(kBitsPerSubframe, state.copyLength - copied);
+  if (!state.copy || n <= 0) return;
+  std::copy_n(frame[subframeIndex][0].data(), n, state.copy + copied);  // words lie end to end
+  copied += n;
 }
 
 // Subframe 4 of a page: which encoder fills it.
@@ -226,10 +227,14 @@ int WriteNavigationFiles(const NavMessageSettings& settings, orbits::Constellati
 
 bool SettleForMessages(const NavMessageSettings& settings, orbits::ConstellationTable& table,
                        const RedateOrbitsFn& redateOrbits) {
+  if (settings.KeepOrbitEpochs != 0 || !redateOrbits) return true;  // nothing re-dates it
+  const orbits::ConstellationTable before = table;
   ScenarioTime(settings, redateOrbits);
   const orbits::ConstellationTable once = table;
   ScenarioTime(settings, redateOrbits);
-  return SameEpochs(once, table);
+  if (SameEpochs(once, table)) return true;
+  table = before;
+  return false;
 }
 
 int WriteAllNavigationFiles(const NavMessageSettings& settings, orbits::ConstellationTable& table,
@@ -251,13 +256,7 @@ int WriteAllNavigationFiles(const NavMessageSettings& settings, orbits::Constell
   // Each message re-dates the table before it is made. Once the table has settled the
   // messages, which each select in and read their own row only, are made side by side,
   // each with its own state, and what they said is told afterwards in PRN order.
-  bool settled = false;
-  if (threads > 1) {
-    const orbits::ConstellationTable before = table;
-    settled = SettleForMessages(settings, table, redateOrbits);
-    if (!settled) table = before;  // one by one from where it stood
-  }
-  if (!settled) {
+  if (threads <= 1 || !SettleForMessages(settings, table, redateOrbits)) {
     for (int prn = 1; prn <= kMessagePrnCount; ++prn)
       if (write(prn, state, messages, redateOrbits) != 0) return -1;
     return 0;

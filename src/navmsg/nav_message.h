@@ -106,16 +106,17 @@ int WriteNavigationFiles(const NavMessageSettings& settings, orbits::Constellati
             const std::filesystem::path& dataDir, NavMessageState& state,
             const platform::Messages& messages, const RedateOrbitsFn& redateOrbits = {});
 
+// Re-dates the table as the first two messages of WriteAllNavigationFiles would before they
+// are made. True when the second left it as the first did (or nothing re-dates it): every
+// message then sees this table, and they can be made from it (or a copy) with no
+// re-dating, the same bytes. False, with the table as it was, otherwise.
+bool SettleForMessages(const NavMessageSettings& settings, orbits::ConstellationTable& table,
+                       const RedateOrbitsFn& redateOrbits);
+
 // WriteAllNavigationFiles: the messages of PRN 1 to 32 into <dataDir>/NAV/navbin<prn> and
 // <dataDir>/NAV/navascii<prn>. Returns 0, or -1 as WriteNavigationFiles; a file that cannot be
 // created stops the command at that PRN (with `threads` above 1 the messages are made on
 // that many threads, the same bytes; the PRNs after a failed one may then be written too).
-// Re-dates the table as the first two messages of WriteAllNavigationFiles would before they
-// are made. True when the second left it as the first did: every message then sees this
-// table, and they can be made from it (or a copy) with no re-dating, the same bytes.
-bool SettleForMessages(const NavMessageSettings& settings, orbits::ConstellationTable& table,
-                       const RedateOrbitsFn& redateOrbits);
-
 int WriteAllNavigationFiles(const NavMessageSettings& settings, orbits::ConstellationTable& table,
                   const std::filesystem::path& dataDir, NavMessageState& state,
                   const platform::Messages& messages, const RedateOrbitsFn& redateOrbits = {},
