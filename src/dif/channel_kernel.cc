@@ -1,5 +1,6 @@
 #include "dif/channel_kernel.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
@@ -66,9 +67,10 @@ inline int32_t WholeSamples(float x) {
   return m;
 }
 
+// Everything a sample does to the path's state: the code wrap, the code index, the
+// millisecond count and the bit, and the carrier phase.
 template <bool kWild, bool kFloor>
-inline void Step(const PathArgs& a, ChannelNco& c, BitFeed& feed, PathCursor& p, int32_t i,
-                 float* dst, Out mode) {
+inline void Advance(const PathArgs& a, ChannelNco& c, BitFeed& feed, PathCursor& p, int32_t i) {
   const float fi1 = static_cast<float>(i + 1);
   p.x = p.dcf + fi1 * a.rho;
   if (LeavesRange<kFloor>(p.x)) {
@@ -97,6 +99,12 @@ inline void Step(const PathArgs& a, ChannelNco& c, BitFeed& feed, PathCursor& p,
   } else if (p.k == 1 && !c.armed) {
     c.armed = 1;
   }
+}
+
+template <bool kWild, bool kFloor>
+inline void Step(const PathArgs& a, ChannelNco& c, BitFeed& feed, PathCursor& p, int32_t i,
+                 float* dst, Out mode) {
+  Advance<kWild, kFloor>(a, c, feed, p, i);
   const float scaled = p.phi * kRadiansToIndex;
   const int32_t t = kWild ? SaturatingTrunc(scaled) : static_cast<int32_t>(scaled);
   const int32_t q = t & 15;  // floored remainder by 16
@@ -106,6 +114,51 @@ inline void Step(const PathArgs& a, ChannelNco& c, BitFeed& feed, PathCursor& p,
   else
     s = static_cast<float>(static_cast<int32_t>(static_cast<int64_t>(a.code[p.k]) * c.navBit));
   Emit(dst, i, s, a.g, mode);
+}
+
+// The state alone over samples i0..i1-1: only the samples where something can happen are
+// stepped. Between them the code index runs on by one a sample with nothing to count, and
+// x = dcf + float(i + 1) rho runs one way (each rounding is monotonic), so the first sample
+// at which it leaves its range is found by halving. After the range the cursor holds what
+// the last sample left, as the loops above leave it.
+template <bool kWild, bool kFloor>
+void SkipLoop(const PathArgs& a, ChannelNco& c, BitFeed& feed, PathCursor& p, int32_t i0,
+              int32_t i1) {
+  const int32_t n = a.n;
+  auto leaves = [&](int32_t i) {
+    return LeavesRange<kFloor>(p.dcf + static_cast<float>(i + 1) * a.rho);
+  };
+  bool stepped = false;  // whether the last sample of the range was stepped
+  int32_t i = i0;
+  while (i < i1) {
+    // Entry 0 of the code comes at the sample i + ((-(i + 1 + K)) mod n), entry 1 one later.
+    int32_t next = i + FloorMod(-(static_cast<int64_t>(i) + 1 + p.K), n);
+    if (!a.epochOnWrap) next = std::min(next, i + FloorMod(-(static_cast<int64_t>(i) + p.K), n));
+    next = std::min(next, i1);
+    if (leaves(i)) {
+      next = i;
+    } else if (next > i + 1 && leaves(next - 1)) {
+      int32_t lo = i, hi = next - 1;  // leaves(lo) is false, leaves(hi) true
+      while (hi - lo > 1) {
+        const int32_t mid = lo + (hi - lo) / 2;
+        if (leaves(mid))
+          hi = mid;
+        else
+          lo = mid;
+      }
+      next = hi;
+    }
+    if (next >= i1) break;
+    p.k = FloorMod(static_cast<int64_t>(next) + p.K, n);  // the entry of the sample before
+    Advance<kWild, kFloor>(a, c, feed, p, next);
+    stepped = next == i1 - 1;
+    i = next + 1;
+  }
+  if (i1 > i0 && !stepped) {
+    p.x = p.dcf + static_cast<float>(i1) * a.rho;
+    p.k = FloorMod(static_cast<int64_t>(i1) + p.K, n);
+    p.phi = p.base + static_cast<float>(i1 - 1) * a.omega;
+  }
 }
 
 inline void Finish(const PathArgs& a, ChannelNco& c, const PathCursor& p) {
@@ -298,6 +351,21 @@ PathCursor BeginPath(const PathArgs& a, const ChannelNco& c, bool vectorised) {
 void RunPathRange(const PathArgs& a, ChannelNco& nco, BitFeed& feed, float* dst, bool store,
                   PathCursor& cursor, int32_t first, int32_t end) {
   Run(a, nco, feed, dst, store ? Out::kStore : Out::kAdd, cursor, first, end);
+}
+
+void SkipPathRange(const PathArgs& a, ChannelNco& nco, BitFeed& feed, PathCursor& cursor,
+                   int32_t first, int32_t end) {
+  const bool wild = cursor.form == PathCursor::Form::kWild;
+  if (a.floorWrap) {
+    if (wild)
+      SkipLoop<true, true>(a, nco, feed, cursor, first, end);
+    else
+      SkipLoop<false, true>(a, nco, feed, cursor, first, end);
+  } else if (wild) {
+    SkipLoop<true, false>(a, nco, feed, cursor, first, end);
+  } else {
+    SkipLoop<false, false>(a, nco, feed, cursor, first, end);
+  }
 }
 
 void EndPath(const PathArgs& a, ChannelNco& nco, const PathCursor& cursor) {

@@ -104,6 +104,11 @@ PathCursor BeginPath(const PathArgs& a, const ChannelNco& nco, bool vectorised);
 void RunPathRange(const PathArgs& a, ChannelNco& nco, BitFeed& feed, float* dst, bool store,
                   PathCursor& cursor, int32_t first, int32_t end);
 void EndPath(const PathArgs& a, ChannelNco& nco, const PathCursor& cursor);
+// Takes the path over first..end-1 as RunPathRange does, making no samples: the cursor, the
+// NCO and the bit feed end as RunPathRange leaves them. A thread that leaves a block to
+// another still has to know where each channel stands after it.
+void SkipPathRange(const PathArgs& a, ChannelNco& nco, BitFeed& feed, PathCursor& cursor,
+                   int32_t first, int32_t end);
 
 // Runs one path over the block and adds s x g into sum[0..n-1]. When `channelOut` is given,
 // s x g goes there instead of into the sum (channels on separate threads).

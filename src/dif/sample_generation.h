@@ -51,10 +51,10 @@ float AlignChannel(int32_t n, int32_t timeMs, const int32_t* row, double range, 
 // How the generators make their numbers: every variant writes the same bytes.
 struct GeneratorSpeed {
   bool vectorised = true;  // eight or sixteen samples at a time where the plain loop allows it
-  int threads = 1;         // the block pipeline's stages, one thread each (see docs/dif.md)
-  int reshuffle = 0;       // tests: every this many blocks the channels, the noise and the
-                           // ring's depth change hands by a fixed rule instead of following
-                           // the measured costs (0: measured)
+  int threads = 1;         // threads making the blocks, the caller's among them (docs/dif.md)
+  int turns = 0;           // tests: batches of this many blocks, taken by the threads in turn
+                           // in a ring of one batch more than threads (0: the run's own
+                           // batches, taken by whichever thread is free first)
 };
 
 struct GeneratorContext {
@@ -95,12 +95,9 @@ void WarnScnIssues(const ScnReadIssues& issues, const GeneratorFiles& files,
 // Whole milliseconds of the run's Duration; 0 when it has none.
 int64_t RunMilliseconds(const DifSettings& s);
 
-// The buffers a run owns: n = SamplesPerMs.
+// What a run sets up before its blocks: the filter and the 32 sampled codes (n = SamplesPerMs).
 struct RunBuffers {
-  platform::AlignedBuffer<double> filterBuffer;  // 8 n
   platform::FirState filter;
-  platform::AlignedBuffer<float> sum, noise, channel;
-  platform::AlignedBuffer<uint8_t> bytes;
   std::vector<platform::AlignedBuffer<int32_t>> codeTables;  // 32 x n
   void Allocate(int32_t n);
 };

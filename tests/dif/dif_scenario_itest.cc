@@ -137,7 +137,7 @@ std::string RunVariant(app::Session& s, const std::filesystem::path& out, platfo
 
 std::string Describe(const dif::GeneratorSpeed& f) {
   return fmt::format("{}, {} thread(s){}", f.vectorised ? "vector" : "plain", f.threads,
-                     f.reshuffle > 0 ? fmt::format(", reshuffled every {} blocks", f.reshuffle)
+                     f.turns > 0 ? fmt::format(", batches of {} blocks in turn", f.turns)
                                      : std::string());
 }
 

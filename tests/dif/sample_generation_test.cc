@@ -142,7 +142,8 @@ TEST(SampleGeneration, ScnReaderHandsBackTheEpochBeforeWithTheNewestList) {
 }
 
 // Random paths, including code wraps, multipath delays, negative phases and bit changes:
-// the vector form gives the plain loop's bits and leaves the same state.
+// the vector form, the path in pieces and the path partly skipped give the plain loop's bits
+// and leave the same state.
 TEST(SampleGeneration, FastPathKernelMatchesThePlainLoop) {
   std::mt19937 rng(3);
   std::uniform_real_distribution<float> uni(-1.0f, 1.0f);
@@ -166,6 +167,7 @@ TEST(SampleGeneration, FastPathKernelMatchesThePlainLoop) {
       a.lastPath = trial % 2 == 0;
       a.carrierOn = trial % 7 != 0;
       a.floorWrap = trial % 8 >= 4;
+      a.epochOnWrap = trial % 16 >= 10;
       ChannelNco c;
       c.carrierPhase = uni(rng) * 6.0f;
       c.codeFraction = uni(rng) * 0.99f;
@@ -177,10 +179,11 @@ TEST(SampleGeneration, FastPathKernelMatchesThePlainLoop) {
       BitFeed f;
       f.row = row.data();
       f.base = 900;
-      ChannelNco c2 = c, c3 = c;
-      BitFeed f2 = f, f3 = f;
-      std::vector<float> s1(n), s2(n), s3(n);
-      for (int32_t i = 0; i < n; ++i) s1[i] = s2[i] = s3[i] = uni(rng);
+      ChannelNco c2 = c, c3 = c, c4 = c;
+      BitFeed f2 = f, f3 = f, f4 = f;
+      std::vector<float> s1(n), s2(n), s3(n), s4(n);
+      for (int32_t i = 0; i < n; ++i) s1[i] = s2[i] = s3[i] = s4[i] = uni(rng);
+      const std::vector<float> before = s1;
       // In pieces of uneven sizes, the state carried by the cursor.
       PathCursor cursor = BeginPath(a, c3, trial % 3 != 1);
       for (int32_t first = 0; first < n;) {
@@ -189,6 +192,21 @@ TEST(SampleGeneration, FastPathKernelMatchesThePlainLoop) {
         first = end;
       }
       EndPath(a, c3, cursor);
+      // Pieces skipped (some of a single sample, some ending on a code epoch) and pieces made.
+      std::vector<std::pair<int32_t, int32_t>> made;
+      PathCursor skipper = BeginPath(a, c4, trial % 3 != 2);
+      for (int32_t first = 0, piece = 0; first < n; ++piece) {
+        const int32_t length = piece % 4 == 1 ? 1 : 1 + static_cast<int32_t>(rng() % 4000);
+        const int32_t end = std::min(n, first + length);
+        if (piece % 3 == 2) {
+          RunPathRange(a, c4, f4, s4.data(), false, skipper, first, end);
+          made.emplace_back(first, end);
+        } else {
+          SkipPathRange(a, c4, f4, skipper, first, end);
+        }
+        first = end;
+      }
+      EndPath(a, c4, skipper);
       // Sixteen lanes where the machine has them, eight otherwise and on every other trial.
       a.wide = trial % 2 == 1;
       RunPathPlain(a, c, f, s1.data());
@@ -209,6 +227,19 @@ TEST(SampleGeneration, FastPathKernelMatchesThePlainLoop) {
       EXPECT_EQ(c.codeIndex, c3.codeIndex);
       EXPECT_EQ(c.navBit, c3.navBit);
       EXPECT_EQ(c.msInBit, c3.msInBit);
+      for (int32_t i = 0, m = 0; i < n; ++i) {
+        while (m < static_cast<int>(made.size()) && made[m].second <= i) ++m;
+        const bool inMade = m < static_cast<int>(made.size()) && made[m].first <= i;
+        ASSERT_EQ(s4[i], inMade ? s1[i] : before[i]) << "skipped, n " << n << " trial " << trial
+                                                     << " sample " << i;
+      }
+      EXPECT_EQ(c.carrierPhase, c4.carrierPhase) << "skipped, trial " << trial;
+      EXPECT_EQ(c.codeFraction, c4.codeFraction) << "skipped, trial " << trial;
+      EXPECT_EQ(c.codeIndex, c4.codeIndex) << "skipped, trial " << trial;
+      EXPECT_EQ(c.navBit, c4.navBit) << "skipped, trial " << trial;
+      EXPECT_EQ(c.msInBit, c4.msInBit) << "skipped, trial " << trial;
+      EXPECT_EQ(c.bitNumber, c4.bitNumber) << "skipped, trial " << trial;
+      EXPECT_EQ(c.armed, c4.armed) << "skipped, trial " << trial;
     }
   }
 }
@@ -401,7 +432,7 @@ TEST(SampleGeneration, TestSignalGivesThePlainLoopsBytesOnAnyNumberOfThreads) {
   for (const GeneratorSpeed& form : forms) {
     platform::RandState rand;
     EXPECT_EQ(RunTest(p, dir.path(), &report, m, &active, form, &rand), plain)
-        << form.vectorised << " " << form.threads << " " << form.reshuffle;
+        << form.vectorised << " " << form.threads << " " << form.turns;
     EXPECT_EQ(report.blocks, 1001);
     EXPECT_TRUE(report.stopped);
     EXPECT_EQ(rand.state, plainRand.state);
