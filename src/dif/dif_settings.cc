@@ -314,8 +314,8 @@ const platform::SettingTable<DifPanelValues>& DifSettingTable() {
       {.name = "InCode", .member = &P::InCode, .min = 1, .max = 2,
        .meaning = "signal tab code toggle 1 or 2 (no run reads it)"},
       {.name = "DifThreads", .member = &P::DifThreads, .min = 0, .max = 64,
-       .meaning = "threads of the sample generator's block pipeline, 0: one per core; the "
-                  "file is the same for any number"},
+       .meaning = "threads of the sample generator, which share the blocks in batches, 0: one "
+                  "per core; the file is the same for any number"},
       // The complex baseband form, for SDR playback.
       {.name = "SampleForm", .member = &P::SampleForm,
        .meaning = "real: the IF recording above; iq: complex baseband I/Q at IqSampleRate "
