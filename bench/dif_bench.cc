@@ -1,7 +1,7 @@
 // Speed of the DIF generator: 10 s of signal at 16.368 MHz from a .scn record of 12
 // satellites, 2 bits, Packed, with the filter off and on; the plain loop (the reference
-// for the bytes), the vector form on one thread, and the vector form on the block pipeline
-// with two threads (one per core on the build machine). Counters: realtime = signal
+// for the bytes), the vector form on one thread, and the vector form with the blocks shared
+// out over two threads (one per core on the build machine). Counters: realtime = signal
 // seconds per wall second; chsamples = channel-samples per second (12 x 16.368 million per
 // signal second). In-process: the whole program, start-up included, is timed by
 // bench/dif_threads.sh, quiet and beside busy processes.

@@ -141,9 +141,9 @@ std::string Describe(const dif::GeneratorSpeed& f) {
                                      : std::string());
 }
 
-// The forms every byte-identity test runs: one thread, the pipeline on two to four threads
-// with the split measured, and with the split, the noise and a three-slot ring moved about
-// by rule (channels then go back to earlier stages and wait for the later ones).
+// The forms every byte-identity test runs: one thread, two to four threads taking the run's
+// own batches, and batches of a few blocks taken in turn (every thread then takes its
+// channels over the others' batches all the time, and the ring wraps every few batches).
 const dif::GeneratorSpeed kForms[] = {{true, 1},     {true, 2},     {true, 3},
                                       {true, 4},     {false, 3},    {true, 2, 7},
                                       {true, 3, 5},  {false, 4, 3}, {true, 5, 2}};
@@ -208,8 +208,8 @@ TEST(DifScenario, EveryFormOfTheLoopWritesThePlainLoopsBytes) {
 }
 
 // A run that ends early (the record ends, or the user stops it) ends at the same block with
-// every form, and leaves the rand where one thread leaves it, though the pipeline's first
-// stage has planned blocks beyond the last.
+// every form, and leaves the rand where one thread leaves it, though the threads have
+// planned and made blocks beyond the last.
 TEST(DifScenario, EveryFormEndsAnEarlyRunAtTheSameBlock) {
   ScratchDir dir("early");
   DifScenario sc = MakeDifScenario(dir.path(), {}, false);
@@ -245,7 +245,7 @@ TEST(DifScenario, EveryFormEndsAnEarlyRunAtTheSameBlock) {
 }
 
 // A record that lists a satellite twice in an epoch: both entries run the one channel state,
-// one after the other, whichever stages they fall on.
+// one after the other, whichever threads make the blocks.
 TEST(DifScenario, ASatelliteListedTwiceGivesTheSameBytesOnEveryForm) {
   ScratchDir dir("twice-listed");
   DifScenario sc = MakeDifScenario(dir.path(), {}, false);

@@ -394,7 +394,7 @@ TEST(SampleGeneration, FlatTestSignalGivesLevelZero) {
   EXPECT_EQ(bytes.find_first_not_of('\0'), std::string::npos);
 }
 
-// The test signal through every form of the block pipeline: one channel with three paths
+// The test signal through every form of the loop and any number of threads: one channel with three paths
 // (one starting late), scintillation from a file, the filter, and a stop after the first
 // second; every form writes the plain loop's bytes and stops at the same block.
 TEST(SampleGeneration, TestSignalGivesThePlainLoopsBytesOnAnyNumberOfThreads) {
