@@ -55,7 +55,7 @@ const platform::SettingTable<AtmosphereSettings>& AtmosphereSettingTable() {
                   "atmosphereEnabled 1); 0: it is worked out and left out of the ranges"},
       {.name = "sunspotNumber", .member = &A::sunspotNumber, .min = 0, .max = 1000,
        .meaning = "twelve-month smoothed sunspot number"},
-      {.name = "ionoTruthTable", .type = "8 x double", .unit = "s/semicircle^n",
+      {.name = "ionoTruthTable", .member = {}, .type = "8 x double", .unit = "s/semicircle^n",
        .meaning = "Klobuchar coefficients the simulated ionosphere obeys: alpha0..alpha3, "
                   "beta0..beta3",
        .show = [](const A& s) { return FormatIonoTable(s.ionoTruthTable); },
@@ -63,7 +63,7 @@ const platform::SettingTable<AtmosphereSettings>& AtmosphereSettingTable() {
            [](A& s, std::string_view text, std::string& error) {
              return ReadIonoTable<&A::ionoTruthTable>(s, text, "ionoTruthTable", error);
            }},
-      {.name = "ionoBroadcastTable", .type = "8 x double", .unit = "s/semicircle^n",
+      {.name = "ionoBroadcastTable", .member = {}, .type = "8 x double", .unit = "s/semicircle^n",
        .meaning = "Klobuchar coefficients the navigation message transmits: alpha0..alpha3, "
                   "beta0..beta3",
        .show = [](const A& s) { return FormatIonoTable(s.ionoBroadcastTable); },

@@ -254,7 +254,7 @@ const platform::SettingTable<DifPanelValues>& DifSettingTable() {
                   "ObservationOutputFile"},
       {.name = "MultipathOn", .member = &P::MultipathOn,
        .meaning = "1: add the paths of MultipathTable"},
-      {.name = "MultipathTable", .type = "up to 8 rows of 6",
+      {.name = "MultipathTable", .member = {}, .type = "up to 8 rows of 6",
        .meaning = "multipath rows: switch (\"y\", \"n\", other keeps the row before's), label, "
                   "PRN, amplitude, delay, start time (s); `--set` form "
                   "`y,,5,0.5,30,2;n,,7,0.3,10,0`",
@@ -303,7 +303,7 @@ const platform::SettingTable<DifPanelValues>& DifSettingTable() {
        .meaning = "test signal: 1 applies TestDoppler"},
       {.name = "TestDoppler", .member = &P::TestDoppler, .unit = "Hz", .min = -1e7, .max = 1e7,
        .meaning = "test signal Doppler"},
-      {.name = "SignalChoice", .type = "text",
+      {.name = "SignalChoice", .member = {}, .type = "text",
        .meaning = "signal button: CA, L1C, L2C, L5, SP1, SP2 or BOC; sets SignalOptionA/B and "
                   "nothing else: every run makes C/A code on L1",
        .show = ShowSignalChoice, .read = ReadSignalChoice},
