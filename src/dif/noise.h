@@ -22,8 +22,8 @@ namespace vorel::dif {
 
 // Fills block[0..n-1] from `seed`.
 void GaussianBlockFromSeed(float mean, float sigma, float* block, int32_t n, uint32_t seed);
-// Only the groups of 16 samples firstGroup..endGroup-1 (pieces of one block on several
-// threads); the same numbers as the whole block.
+// Only the groups of 16 samples firstGroup..endGroup-1 (the end of a block, for the filter of
+// the next one on another thread); the same numbers as the whole block.
 void GaussianBlockGroups(float mean, float sigma, float* block, int32_t n, uint32_t seed,
                          int32_t firstGroup, int32_t endGroup);
 // The plain loop, kept as the reference of the vector form.

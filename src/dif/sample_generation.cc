@@ -4,12 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 
 #include "dif/block_engine.h"
 #include "dif/ca_code.h"
-#include "dif/noise.h"
-#include "dif/quantiser.h"
 #include "gnss/constants.h"
 
 namespace vorel::dif {
