@@ -268,15 +268,13 @@ class EngineRun {
       GaussianBlockGroups(0.0f, s_.NoiseSigma, noise, n_, plan.seed, from / 16, (n_ + 15) / 16);
     else
       GaussianBlockPlain(0.0f, s_.NoiseSigma, noise, n_, plan.seed);
-    // The filter's memory, newest first, moves on by the inputs from..n-1.
-    std::vector<double>& past = me.state.past;
-    const int32_t fresh = n_ - from;
-    const int32_t kept = past_ - std::min(past_, fresh);
-    std::memmove(past.data() + (past_ - kept), past.data(), sizeof(double) * kept);
-    for (int32_t k = 0; k < past_ - kept; ++k) {
-      const int32_t i = n_ - 1 - k;
-      past[k] = static_cast<double>(sum[i] + noise[i]);
-    }
+    // The filter's memory moves on by the inputs from..n-1, as filtering them would move it.
+    me.filter.history.swap(me.state.past);
+    double* ext = platform::FirBegin(me.filter, n_ - from);
+    for (int32_t i = from; i < n_; ++i)
+      ext[past_ + i - from] = static_cast<double>(sum[i] + noise[i]);
+    platform::FirEnd(me.filter);
+    me.filter.history.swap(me.state.past);
   }
 
   // Makes the blocks of a batch into its slot.
